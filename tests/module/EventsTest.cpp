@@ -1,0 +1,128 @@
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+
+#include "TestModule.h"
+
+namespace {
+
+class EventsTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    ResetTestModule();
+    host().Attach(TestModule());
+    TestModule().setModuleHandle(77);
+    TestModule().GetLog()->Create(QStringLiteral("CTestModule"), &ScriptedHost::Callback, &host());
+    host().calls.clear();
+  }
+  static ScriptedHost& host() { return ScriptedHost::instance(); }
+};
+
+TEST_F(EventsTest, CreatingANameTwiceKeepsTheFirstHandle) {
+  HostWord next = 5;
+  host().answers[HostMessage::CreateEvent] = [&next](HostArg a, HostArg) {
+    auto* record = reinterpret_cast<EVENT_CREATION_RECORD*>(a);
+    EXPECT_STREQ(record->name, "X");
+    EXPECT_EQ(record->handle, 0u);
+    record->handle = next++;
+    return 0;
+  };
+  EXPECT_EQ(TestModule().CreateEvent(QStringLiteral("X")), 5u);
+  EXPECT_EQ(TestModule().CreateEvent(QStringLiteral("X")), 6u);
+  EXPECT_EQ(TestModule().events().value(QStringLiteral("X")), 5u);
+}
+
+TEST_F(EventsTest, EmittingAnUnknownNameLogsAndSendsNothing) {
+  VDEvent event{};
+  EXPECT_EQ(TestModule().EmitEvent(QStringLiteral("Nope"), event), 1);
+  ASSERT_EQ(host().sinkRecords.size(), 1u);
+  EXPECT_EQ(host().sinkRecords[0].level, 4u);
+  EXPECT_EQ(host().sinkRecords[0].type, 1u);
+  EXPECT_EQ(host().sinkRecords[0].text, u"Can't emit event with name \"Nope\"");
+  EXPECT_TRUE(host().calls.empty());
+}
+
+TEST_F(EventsTest, EmitFillsNameAndHandleAndPassesTheEvent) {
+  host().answers[HostMessage::CreateEvent] = [](HostArg a, HostArg) {
+    reinterpret_cast<EVENT_CREATION_RECORD*>(a)->handle = 0x1234;
+    return 0;
+  };
+  TestModule().CreateEvent(QStringLiteral("DataStoreEvent"));
+  VDEvent event;
+  std::memset(&event, 0xCC, sizeof(event));
+  event.sender = 9;
+  EXPECT_EQ(TestModule().EmitEvent(QStringLiteral("DataStoreEvent"), event), 0);
+  const ScriptedHost::Call& call = host().calls.back();
+  EXPECT_EQ(call.message, HostMessage::EmitEvent);
+  EXPECT_EQ(call.a, 0x1234);
+  EXPECT_EQ(call.b, reinterpret_cast<HostArg>(&event));
+  EXPECT_STREQ(event.name, "DataStoreEvent");
+  EXPECT_EQ(event.eventHandle, 0x1234u);
+  EXPECT_EQ(event.sender, 9u);
+}
+
+TEST_F(EventsTest, NamesOf255OrMoreFillTheFieldWithoutTerminator) {
+  std::string sentName;
+  host().answers[HostMessage::CreateEvent] = [&sentName](HostArg a, HostArg) {
+    auto* record = reinterpret_cast<EVENT_CREATION_RECORD*>(a);
+    sentName.assign(record->name, sizeof(record->name));
+    return 0;
+  };
+  TestModule().CreateEvent(QString(300, QChar('e')));
+  EXPECT_EQ(sentName, std::string(255, 'e'));
+  TestModule().CreateEvent(QString(254, QChar('f')));
+  EXPECT_EQ(sentName, std::string(254, 'f') + '\0');
+}
+
+TEST_F(EventsTest, SubscriptionAndUnsubscriptionRecords) {
+  EVENT_SUBSCRIPTION_RECORD subscription{};
+  EVENT_UNSUBSCRIPTION_RECORD unsubscription{};
+  host().answers[HostMessage::SubscribeEvent] = [&](HostArg a, HostArg) {
+    subscription = *reinterpret_cast<EVENT_SUBSCRIPTION_RECORD*>(a);
+    return 0;
+  };
+  host().answers[HostMessage::UnsubscribeAll] = [&](HostArg a, HostArg) {
+    unsubscription = *reinterpret_cast<EVENT_UNSUBSCRIPTION_RECORD*>(a);
+    return 0;
+  };
+  TestModule().SubscribeEvent(QStringLiteral("Quendal Game Mode"));
+  TestModule().UnSubscribeEvent();
+  EXPECT_STREQ(subscription.name, "Quendal Game Mode");
+  EXPECT_EQ(subscription.zero, 0u);
+  EXPECT_EQ(subscription.moduleHandle, 77u);
+  EXPECT_EQ(subscription.module, reinterpret_cast<HostWord>(&TestModule()));
+  EXPECT_EQ(subscription.minusOne, -1);
+  EXPECT_EQ(unsubscription.moduleHandle, 77u);
+  EXPECT_EQ(unsubscription.module, reinterpret_cast<HostWord>(&TestModule()));
+}
+
+TEST_F(EventsTest, InterfaceNamesAreCutToTheFirstNamesLength) {
+  INTERFACE_REQUEST_RECORD sent{};
+  host().answers[HostMessage::GetInterface] = [&sent](HostArg a, HostArg) {
+    auto* record = reinterpret_cast<INTERFACE_REQUEST_RECORD*>(a);
+    sent = *record;
+    *reinterpret_cast<HostWord*>(record->resultSlot) = 0xBEEF;
+    return 0;
+  };
+  EXPECT_EQ(TestModule().getInterface(QStringLiteral("ab"), QStringLiteral("123456789"),
+                                      QStringLiteral("z")),
+            0xBEEFu);
+  const char* bytes = reinterpret_cast<const char*>(&sent);
+  EXPECT_EQ(std::string(bytes, 3), std::string("ab\0", 3));
+  EXPECT_EQ(std::string(bytes + 255, 2), std::string("z\0", 2));
+  EXPECT_EQ(std::string(bytes + 510, 3), std::string("12\0", 3));
+  EXPECT_EQ(sent.one, 1u);
+}
+
+TEST_F(EventsTest, WithoutCallbackEventsRecordHandleZeroAndInterfacesAreNull) {
+  TestModule().InitializeWrap(nullptr, nullptr, nullptr, nullptr);
+  EXPECT_EQ(TestModule().CreateEvent(QStringLiteral("E")), 0u);
+  EXPECT_TRUE(TestModule().events().contains(QStringLiteral("E")));
+  EXPECT_EQ(TestModule().getInterface(QStringLiteral("a"), QStringLiteral("b"), QStringLiteral("c")), 0u);
+  VDEvent event{};
+  EXPECT_EQ(TestModule().EmitEvent(QStringLiteral("E"), event), 0);
+  EXPECT_TRUE(host().calls.empty());
+}
+
+}  // namespace
