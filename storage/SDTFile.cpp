@@ -1,0 +1,242 @@
+#include "SDTFile.h"
+
+#include <cstdio>
+#include <cstring>
+#include <limits>
+#include <vector>
+
+#include "FileFormat.h"
+#include "Symbol.h"
+
+namespace {
+
+// The rollback journal: a marker and the data file's size before an append.
+constexpr char kJournalMagic[8] = {'C', 'J', 'D', 'A', 'P', 'P', 'N', 'D'};
+struct JournalEntry {
+  char magic[sizeof(kJournalMagic)];  // kJournalMagic while an append is under way
+  std::uint64_t sizeBefore;           // the data file's size before it
+};
+
+}  // namespace
+
+CSDTFile::CSDTFile(CSymbol* owner, FileSystem* fileSystem)
+    : owner_(owner),
+      fileSystem_(fileSystem != nullptr ? fileSystem : &FileSystem::Default()),
+      fileType_(cjd::kFileType),
+      version_(cjd::kVersion) {}
+
+CSDTFile::CSDTFile(CSymbol* owner, const char* path, FileSystem* fileSystem)
+    : CSDTFile(owner, fileSystem) {
+  if (path != nullptr) path_ = path;
+}
+
+CSDTFile::~CSDTFile() { Close(); }
+
+void CSDTFile::SetVersion(unsigned short version) {
+  fileType_ = cjd::kFileType;
+  version_ = version;
+}
+
+bool CSDTFile::Create(const char* path, bool readOnly) {
+  path_ = path != nullptr ? path : "";
+  Open(readOnly);
+  return !IsOpen();
+}
+
+void CSDTFile::Open(bool readOnly) {
+  if (IsOpen()) return;
+  readOnly_ = readOnly;
+  position_ = 0;
+  if (readOnly) {
+    file_ = fileSystem_->Open(path_, OpenMode::ReadOnly);
+  } else {
+    file_ = fileSystem_->Open(path_, OpenMode::ReadWrite);
+    if (!file_) file_ = fileSystem_->Open(path_, OpenMode::CreateTruncate);
+  }
+  if (!file_) {
+    Fail("cannot open");
+    return;
+  }
+  if (!readOnly) RollBackInterruptedAppend();
+}
+
+void CSDTFile::Close() {
+  file_.reset();
+  journal_.reset();
+  position_ = 0;
+}
+
+int CSDTFile::Read(void* buffer, unsigned int size) {
+  if (!IsOpen() || size == 0) return 0;
+  const std::int64_t got = file_->ReadAt(static_cast<std::uint64_t>(position_), buffer, size);
+  if (got > 0) position_ += got;
+  return got == static_cast<std::int64_t>(size) ? 1 : 0;
+}
+
+int CSDTFile::Write(const void* data, unsigned int size) {
+  if (!IsOpen() || readOnly_ || size == 0) return 0;
+  if (!file_->WriteAt(static_cast<std::uint64_t>(position_), data, size)) return 0;
+  position_ += size;
+  return 1;
+}
+
+long CSDTFile::Seek(long offset, int whence) {
+  if (!IsOpen()) return 0;
+  std::int64_t base = 0;
+  if (whence == SEEK_CUR) base = position_;
+  if (whence == SEEK_END) base = FileSize();
+  if (base + offset >= 0) position_ = base + offset;
+  return Tell();
+}
+
+long CSDTFile::Tell() const { return IsOpen() ? static_cast<long>(position_) : 0; }
+
+long CSDTFile::SeekToDataPoint(int index) {
+  return Seek(static_cast<long>(FirstRecordOffset() + std::int64_t{index} * RecordSize()), SEEK_SET);
+}
+
+std::uint64_t CSDTFile::FirstRecordOffset() const {
+  return cjd::FirstRecordOffset(descriptionAreaOffset_, headerSize_);
+}
+
+std::uint32_t CSDTFile::RecordSize() const { return owner_->GetDataPointSize(); }
+
+std::int64_t CSDTFile::FileSize() { return IsOpen() ? file_->Size() : -1; }
+
+int CSDTFile::GetDataPointCount() {
+  const std::int64_t size = FileSize();
+  const std::int64_t first = static_cast<std::int64_t>(FirstRecordOffset());
+  position_ = first;
+  if (size <= first) return 0;
+  const std::int64_t count = (size - first) / RecordSize();
+  return static_cast<int>(std::min<std::int64_t>(count, std::numeric_limits<int>::max()));
+}
+
+bool CSDTFile::ReadRecords(int first, int count, void* out) {
+  if (!IsOpen() || first < 0 || count <= 0) return false;
+  const std::uint64_t bytes = std::uint64_t(count) * RecordSize();
+  const std::uint64_t offset = FirstRecordOffset() + std::uint64_t(first) * RecordSize();
+  const std::int64_t got = file_->ReadAt(offset, out, bytes);
+  if (got != static_cast<std::int64_t>(bytes)) return Fail("short read of records");
+  position_ = static_cast<std::int64_t>(offset + bytes);
+  return true;
+}
+
+// The search probes the same records as a search that reads every time from
+// the file; once the open interval fits in one block it is read at once and
+// the remaining probes are served from memory.
+int CSDTFile::GetDataPointIndex(long time) {
+  const int count = GetDataPointCount();
+  const std::uint32_t recordSize = RecordSize();
+  std::int64_t lo = -1;
+  std::int64_t hi = count;
+  std::vector<unsigned char> block;
+  std::int64_t blockFirst = 0;
+  while (hi > lo + 1) {
+    const std::int64_t mid = lo + static_cast<std::int64_t>((hi - lo) * 0.5 + 0.5);
+    if (block.empty() && std::uint64_t(hi - lo - 1) * recordSize <= kSearchBlockBytes) {
+      block.resize(std::size_t(hi - lo - 1) * recordSize);
+      blockFirst = lo + 1;
+      if (!ReadRecords(static_cast<int>(blockFirst), static_cast<int>(hi - lo - 1), block.data())) break;
+    }
+    std::int32_t probe;
+    if (!block.empty()) {
+      std::memcpy(&probe, block.data() + std::size_t(mid - blockFirst) * recordSize, sizeof(probe));
+    } else if (file_->ReadAt(FirstRecordOffset() + std::uint64_t(mid) * recordSize, &probe,
+                             sizeof(probe)) != sizeof(probe)) {
+      Fail("short read while searching");
+      break;
+    }
+    if (probe < time) {
+      lo = mid;
+    } else {
+      hi = mid;
+    }
+  }
+  return static_cast<int>(hi);
+}
+
+bool CSDTFile::ReadPartialRecord(int total, std::vector<unsigned char>& out) {
+  const std::uint64_t end = FirstRecordOffset() + std::uint64_t(total) * RecordSize();
+  const std::int64_t size = FileSize();
+  if (size < 0) return Fail("cannot size");
+  if (static_cast<std::uint64_t>(size) <= end) return true;
+  const std::size_t partial = static_cast<std::size_t>(size - end);
+  const std::size_t at = out.size();
+  out.resize(at + partial);
+  if (file_->ReadAt(end, out.data() + at, partial) == static_cast<std::int64_t>(partial)) return true;
+  out.resize(at);
+  return Fail("short read of a partial record");
+}
+
+bool CSDTFile::AppendRecords(int total, const void* records, int count) {
+  if (!IsOpen() || readOnly_) return Fail("not open for writing");
+  const std::int64_t sizeBefore = FileSize();
+  if (sizeBefore < 0) return Fail("cannot size");
+  if (!MarkAppend(static_cast<std::uint64_t>(sizeBefore))) return false;
+  const std::uint64_t offset = FirstRecordOffset() + std::uint64_t(total) * RecordSize();
+  const bool written = file_->WriteAt(offset, records, std::size_t(count) * RecordSize());
+  if (!written) {
+    Fail("append failed");
+    file_->Truncate(static_cast<std::uint64_t>(sizeBefore));
+  }
+  ClearAppendMark();
+  return written;
+}
+
+bool CSDTFile::RewriteFrom(int index, const void* bytes, std::size_t size) {
+  if (!IsOpen() || readOnly_) return Fail("not open for writing");
+  const std::uint64_t start = FirstRecordOffset() + std::uint64_t(index) * RecordSize();
+  const std::int64_t fileSize = FileSize();
+  if (fileSize < 0) return Fail("cannot size");
+  const std::string temporary = TemporaryPath();
+  std::unique_ptr<RandomAccessFile> copy = fileSystem_->Open(temporary, OpenMode::CreateTruncate);
+  if (!copy) return Fail("cannot create " + temporary);
+  const bool copied = CopyFilePrefix(*file_, *copy, std::min<std::uint64_t>(start, fileSize)) &&
+                      copy->WriteAt(start, bytes, size);
+  copy.reset();
+  if (!copied || !fileSystem_->Rename(temporary, path_)) {
+    Fail("rewrite failed");
+    fileSystem_->Remove(temporary);
+    return false;
+  }
+  file_ = fileSystem_->Open(path_, OpenMode::ReadWrite);
+  if (!file_) return Fail("cannot reopen after rewrite");
+  return true;
+}
+
+bool CSDTFile::MarkAppend(std::uint64_t sizeBefore) {
+  if (!journal_) journal_ = fileSystem_->Open(JournalPath(), OpenMode::ReadWrite);
+  if (!journal_) journal_ = fileSystem_->Open(JournalPath(), OpenMode::CreateTruncate);
+  if (!journal_) return Fail("cannot open journal");
+  JournalEntry entry;
+  std::memcpy(entry.magic, kJournalMagic, sizeof(kJournalMagic));
+  entry.sizeBefore = sizeBefore;
+  if (!journal_->WriteAt(0, &entry, sizeof(entry))) return Fail("cannot write journal");
+  return true;
+}
+
+void CSDTFile::ClearAppendMark() {
+  const JournalEntry cleared{};
+  if (journal_) journal_->WriteAt(0, &cleared, sizeof(cleared));
+}
+
+// An append that was cut short by the death of its process is undone.
+void CSDTFile::RollBackInterruptedAppend() {
+  std::unique_ptr<RandomAccessFile> journal = fileSystem_->Open(JournalPath(), OpenMode::ReadWrite);
+  if (!journal) return;
+  JournalEntry entry{};
+  const bool pending = journal->ReadAt(0, &entry, sizeof(entry)) == sizeof(entry) &&
+                       std::memcmp(entry.magic, kJournalMagic, sizeof(kJournalMagic)) == 0;
+  if (!pending) return;
+  if (FileSize() > static_cast<std::int64_t>(entry.sizeBefore)) file_->Truncate(entry.sizeBefore);
+  const JournalEntry cleared{};
+  journal->WriteAt(0, &cleared, sizeof(cleared));
+}
+
+bool CSDTFile::Fail(std::string const& what) {
+  lastError_ = what + ": " + path_;
+  const std::string detail = FileSystem::errorText();
+  if (!detail.empty()) lastError_ += " (" + detail + ")";
+  return false;
+}

@@ -1,0 +1,113 @@
+// SDTFile.h: CSDTFile, the data file of one symbol: its header and its
+// fixed-size records, sorted by time (format in FileFormat.h).
+//
+// Guarantees:
+//   - every length, count and offset read from a file is checked against the
+//     file's size before it is used; a damaged header is refused (1) and
+//     leaves the owner unchanged;
+//   - record reads are single positioned reads; the time search reads 4-byte
+//     times with positioned reads and finishes inside one block read;
+//   - an append writes after the last whole record (a partial record left by
+//     a crash is overwritten) and is guarded by a rollback journal beside the
+//     file ("<file>.journal"): if the process dies during the append, the next
+//     Open cuts the file back to its size before the append;
+//   - a rewrite from a record on goes to "<file>.tmp" and is renamed over the
+//     file, so the file is always either the old or the new one.
+// On a closed file every read and write does nothing and reports 0.
+//
+// REQUIRES: the owner outlives the file object; calls are serialised by the
+// caller (the data store's data mutex).
+// Thread-safety: none.
+
+#ifndef DATASTORE_STORAGE_SDTFILE_H_
+#define DATASTORE_STORAGE_SDTFILE_H_
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "FileSystem.h"
+
+class CSymbol;
+
+class CSDTFile {
+ public:
+  static constexpr std::uint32_t kSearchBlockBytes = 4096;  // the search finishes in one block this big
+
+  explicit CSDTFile(CSymbol* owner, FileSystem* fileSystem = nullptr);
+  CSDTFile(CSymbol* owner, const char* path, FileSystem* fileSystem = nullptr);
+  ~CSDTFile();
+  CSDTFile(const CSDTFile&) = delete;
+  CSDTFile& operator=(const CSDTFile&) = delete;
+
+  // Sets the type text again and the version written and required on reading.
+  void SetVersion(unsigned short version);
+  // Stores the path and opens it; true when no file could be opened (failure).
+  bool Create(const char* path, bool readOnly);
+  // Nothing when open. Read-only: the existing file. Otherwise the existing
+  // file for reading and writing, or a new one. Applies a pending rollback.
+  void Open(bool readOnly);
+  void Close();
+  bool IsOpen() const { return file_ != nullptr; }
+
+  // Stream-like access at the current position: 1 when the whole block moved.
+  int Read(void* buffer, unsigned int size);
+  int Write(const void* data, unsigned int size);
+  long Seek(long offset, int whence);
+  long Tell() const;
+
+  long SeekToDataPoint(int index);
+  // Whole records in the file (a partial last record is not counted); leaves
+  // the position at record 0.
+  int GetDataPointCount();
+  // Index of the first record whose time is not earlier than `time`.
+  int GetDataPointIndex(long time);
+  // 0 after reading the header into the owner, 1 when the file is not one of
+  // this type and version or its header is damaged.
+  int ReadHeaderData();
+  // Writes the header from the owner, then closes the file; 0.
+  int WriteHeaderData();
+
+  // Record access beyond the stream.
+  std::uint64_t FirstRecordOffset() const;
+  // Reads records [first, first + count) into out in one read; false if short.
+  bool ReadRecords(int first, int count, void* out);
+  // Appends to out the bytes after the last whole record (`total` records).
+  bool ReadPartialRecord(int total, std::vector<unsigned char>& out);
+  // Writes count records at index `total` (after the last whole record).
+  bool AppendRecords(int total, const void* records, int count);
+  // Replaces everything from record `index` on by `bytes` (whole records plus
+  // an optional trailer), through a temporary file and a rename.
+  bool RewriteFrom(int index, const void* bytes, std::size_t size);
+
+  std::string const& path() const { return path_; }
+  std::string const& lastError() const { return lastError_; }
+  std::uint32_t descriptionAreaOffset() const { return descriptionAreaOffset_; }
+  std::uint32_t headerSize() const { return headerSize_; }
+  std::int64_t FileSize();
+
+ private:
+  bool Fail(std::string const& what);
+  std::uint32_t RecordSize() const;
+  bool MarkAppend(std::uint64_t sizeBefore);
+  void ClearAppendMark();
+  void RollBackInterruptedAppend();
+  std::string JournalPath() const { return path_ + ".journal"; }
+  std::string TemporaryPath() const { return path_ + ".tmp"; }
+
+  CSymbol* owner_;                          // not owned
+  FileSystem* fileSystem_;                  // not owned
+  std::string path_;                        // the file
+  std::string fileType_;                    // "Component Jet Data File"
+  unsigned short version_;                  // written and required
+  std::unique_ptr<RandomAccessFile> file_;  // null while closed
+  std::unique_ptr<RandomAccessFile> journal_;  // rollback journal, opened by the first append
+  bool readOnly_ = false;                   // how file_ was opened
+  std::int64_t position_ = 0;               // stream position of Read/Write/Seek
+  std::uint32_t descriptionAreaOffset_ = 0; // D
+  std::uint32_t headerSize_ = 0;            // H
+  std::string lastError_;                   // last failure, for logs
+};
+
+#endif  // DATASTORE_STORAGE_SDTFILE_H_

@@ -1,0 +1,245 @@
+// Reading and writing the header of a symbol data file. The reader checks
+// every length, count and offset against the file's size before using it and
+// fills the owner only once the whole header has been read and found sound.
+#include <QString>
+#include <cstring>
+#include <optional>
+#include <vector>
+
+#include "FileFormat.h"
+#include "SDTFile.h"
+#include "Symbol.h"
+
+namespace {
+
+constexpr std::uint32_t kFixedPartSize = cjd::kDescriptionsOffset;
+constexpr std::uint32_t kViewCountFieldSize = 4 + 1;  // H, then v
+
+// Sequential reader over a block of header bytes; every read is bounds-checked.
+class ByteReader {
+ public:
+  explicit ByteReader(std::vector<unsigned char> const& bytes) : bytes_(bytes) {}
+  bool ok() const { return ok_; }
+
+  template <typename T>
+  T Number() {
+    T value{};
+    if (!Take(sizeof(T))) return value;
+    std::memcpy(&value, bytes_.data() + offset_ - sizeof(T), sizeof(T));
+    return value;
+  }
+
+  // A text field: the length byte, then 255 bytes holding the string.
+  std::string Text() {
+    const std::uint8_t length = Number<std::uint8_t>();
+    if (length > cjd::kMaxTextLength) ok_ = false;
+    if (!Take(cjd::kTextBytes) || !ok_) return std::string();
+    return std::string(reinterpret_cast<const char*>(bytes_.data() + offset_ - cjd::kTextBytes), length);
+  }
+
+ private:
+  bool Take(std::size_t n) {
+    if (!ok_ || bytes_.size() - offset_ < n) return ok_ = false;
+    offset_ += n;
+    return true;
+  }
+
+  std::vector<unsigned char> const& bytes_;  // the block being read
+  std::size_t offset_ = 0;                   // next byte
+  bool ok_ = true;                           // false after any overrun or bad field
+};
+
+// Sequential writer of header bytes.
+class ByteWriter {
+ public:
+  template <typename T>
+  void Number(T value) {
+    const auto* bytes = reinterpret_cast<const unsigned char*>(&value);
+    bytes_.insert(bytes_.end(), bytes, bytes + sizeof(T));
+  }
+  void Text(QByteArray const& text) {
+    const std::size_t length = std::min<std::size_t>(text.size(), cjd::kMaxTextLength);
+    Number<std::uint8_t>(static_cast<std::uint8_t>(length));
+    bytes_.insert(bytes_.end(), text.constData(), text.constData() + length);
+    bytes_.insert(bytes_.end(), cjd::kTextBytes - length, 0);
+  }
+  std::vector<unsigned char> const& bytes() const { return bytes_; }
+
+ private:
+  std::vector<unsigned char> bytes_;  // the header so far
+};
+
+// Wide properties are stored in the local 8-bit encoding and read back one
+// byte per character.
+QByteArray WideToLocal(const char16_t* text) { return QString::fromUtf16(text).toLocal8Bit(); }
+std::u16string ByteCharacters(std::string const& text) {
+  std::u16string wide;
+  for (unsigned char c : text) wide.push_back(c);
+  return wide;
+}
+
+struct ParsedView {
+  DATA_POINT_TYPES type;  // checked to be a known type
+  std::string name;       // view name
+};
+
+struct ParsedHeader {
+  std::uint32_t descriptionAreaOffset = 0;            // D
+  std::uint32_t headerSize = 0;                       // H
+  std::vector<std::pair<std::string, std::string>> descriptions;
+  std::vector<ParsedView> views;
+  std::string name, title, provider, code;
+  SYMBOL_PERIOD period{};
+  float pointSize = 0;
+};
+
+// Reads the header from a file of a known size, one checked block at a time.
+class HeaderReader {
+ public:
+  HeaderReader(RandomAccessFile& file, std::uint64_t size) : file_(file), size_(size) {}
+
+  std::optional<std::vector<unsigned char>> Block(std::uint64_t offset, std::uint64_t n) {
+    if (offset > size_ || n > size_ - offset) return std::nullopt;
+    std::vector<unsigned char> bytes(static_cast<std::size_t>(n));
+    if (file_.ReadAt(offset, bytes.data(), bytes.size()) != static_cast<std::int64_t>(n)) {
+      return std::nullopt;
+    }
+    return bytes;
+  }
+
+  std::uint64_t size() const { return size_; }
+
+ private:
+  RandomAccessFile& file_;    // the open data file
+  const std::uint64_t size_;  // its size when reading began
+};
+
+bool ReadDescriptions(HeaderReader& reader, std::uint16_t count, ParsedHeader& header);
+bool ReadViewsAndProperties(HeaderReader& reader, ParsedHeader& header);
+
+}  // namespace
+
+int CSDTFile::ReadHeaderData() {
+  Open(true);
+  if (!IsOpen()) return 1;
+  const std::int64_t size = FileSize();
+  if (size < 0) return 1;
+  HeaderReader reader(*file_, static_cast<std::uint64_t>(size));
+  auto fixed = reader.Block(0, kFixedPartSize);
+  if (!fixed) return Fail("truncated header"), 1;
+  ByteReader bytes(*fixed);
+  const std::string type = bytes.Text();
+  const auto version = bytes.Number<std::uint16_t>();
+  ParsedHeader header;
+  header.descriptionAreaOffset = bytes.Number<std::uint32_t>();
+  const auto descriptionCount = bytes.Number<std::uint16_t>();
+  if (!bytes.ok() || type != fileType_ || version != version_) return Fail("not a data file of this version"), 1;
+  if (!ReadDescriptions(reader, descriptionCount, header) || !ReadViewsAndProperties(reader, header)) {
+    return Fail("damaged header"), 1;
+  }
+  owner_->setDescriptionCount(descriptionCount);
+  for (auto const& [name, value] : header.descriptions) {
+    auto description = std::make_unique<STRING_DESCRIPTION>();
+    std::strncpy(description->name, name.c_str(), sizeof(description->name) - 1);
+    std::strncpy(description->value, value.c_str(), sizeof(description->value) - 1);
+    owner_->descriptions().push_back(std::move(description));
+  }
+  for (ParsedView& view : header.views) owner_->InsertDataPointView(view.type, view.name.data());
+  owner_->setName(ByteCharacters(header.name).c_str());
+  owner_->setTitle(ByteCharacters(header.title).c_str());
+  owner_->setProviderName(ByteCharacters(header.provider).c_str());
+  owner_->setCode(header.code.c_str());
+  header.period.extra = owner_->period().extra;
+  owner_->setPeriod(header.period);
+  owner_->setPointSize(header.pointSize);
+  descriptionAreaOffset_ = header.descriptionAreaOffset;
+  headerSize_ = header.headerSize;
+  Close();
+  return 0;
+}
+
+namespace {
+
+bool ReadDescriptions(HeaderReader& reader, std::uint16_t count, ParsedHeader& header) {
+  auto block = reader.Block(cjd::kDescriptionsOffset, std::uint64_t{count} * cjd::kDescriptionSize);
+  if (!block) return false;
+  ByteReader bytes(*block);
+  for (std::uint16_t i = 0; i < count; ++i) {
+    std::string name = bytes.Text();
+    std::string value = bytes.Text();
+    header.descriptions.emplace_back(std::move(name), std::move(value));
+  }
+  return bytes.ok();
+}
+
+bool ReadViewsAndProperties(HeaderReader& reader, ParsedHeader& header) {
+  const std::uint64_t viewArea = std::uint64_t{header.descriptionAreaOffset} + cjd::kHeaderSizeFieldBase;
+  auto counts = reader.Block(viewArea, kViewCountFieldSize);
+  if (!counts) return false;
+  ByteReader countBytes(*counts);
+  header.headerSize = countBytes.Number<std::uint32_t>();
+  const auto viewCount = countBytes.Number<std::uint8_t>();
+  // H must cover the views and properties, and the header it describes must
+  // lie within the file (only the reserved word may be missing).
+  if (header.headerSize < cjd::HeaderSize(viewCount) ||
+      viewArea + header.headerSize > reader.size()) {
+    return false;
+  }
+  auto block = reader.Block(viewArea + kViewCountFieldSize,
+                            std::uint64_t{viewCount} * cjd::kViewSize + cjd::kPropertiesSize);
+  if (!block) return false;
+  ByteReader bytes(*block);
+  for (std::uint8_t i = 0; i < viewCount; ++i) {
+    const auto type = bytes.Number<std::uint8_t>();
+    std::string name = bytes.Text();
+    if (type >= cjd::kMaxViewTypes) return false;
+    header.views.push_back({static_cast<DATA_POINT_TYPES>(type), std::move(name)});
+  }
+  header.name = bytes.Text();
+  header.title = bytes.Text();
+  header.period.kind = bytes.Number<char>();
+  header.period.length = bytes.Number<std::int32_t>();
+  if (header.period.kind != 'I') header.period.length = 0;
+  header.provider = bytes.Text();
+  header.code = bytes.Text();
+  header.pointSize = bytes.Number<float>();
+  return bytes.ok();
+}
+
+}  // namespace
+
+int CSDTFile::WriteHeaderData() {
+  Open(true);
+  if (!IsOpen() || readOnly_) return Fail("not open for writing"), 1;
+  const auto& descriptions = owner_->descriptions();
+  const auto& views = owner_->views();
+  const auto descriptionCount = static_cast<std::uint16_t>(descriptions.size());
+  ByteWriter out;
+  out.Text(QByteArray(fileType_.c_str()));
+  out.Number<std::uint16_t>(version_);
+  descriptionAreaOffset_ = cjd::DescriptionAreaOffset(descriptionCount);
+  out.Number<std::uint32_t>(descriptionAreaOffset_);
+  out.Number<std::uint16_t>(descriptionCount);
+  for (auto const& description : descriptions) {
+    out.Text(QByteArray(description->name, static_cast<qsizetype>(strnlen(description->name, sizeof(description->name)))));
+    out.Text(QByteArray(description->value, static_cast<qsizetype>(strnlen(description->value, sizeof(description->value)))));
+  }
+  headerSize_ = owner_->GetHeaderSize();
+  out.Number<std::uint32_t>(headerSize_);
+  out.Number<std::uint8_t>(static_cast<std::uint8_t>(views.size()));
+  for (CDATA_POINT_VIEW const& view : views) {
+    out.Number<std::uint8_t>(static_cast<std::uint8_t>(view.type));
+    out.Text(QByteArray(view.name, static_cast<qsizetype>(strnlen(view.name, sizeof(view.name)))));
+  }
+  out.Text(WideToLocal(owner_->name()));
+  out.Text(WideToLocal(owner_->title()));
+  out.Number<char>(owner_->period().kind);
+  out.Number<std::int32_t>(owner_->period().length);
+  out.Text(WideToLocal(owner_->providerName()));
+  out.Text(QByteArray(owner_->code(), static_cast<qsizetype>(strnlen(owner_->code(), kSymbolTextSize))));
+  out.Number<float>(owner_->pointSize());
+  owner_->setDescriptionCount(descriptionCount);
+  const bool written = file_->WriteAt(0, out.bytes().data(), out.bytes().size());
+  Close();
+  return written ? 0 : (Fail("cannot write header"), 1);
+}

@@ -1,0 +1,93 @@
+// Reading and inserting the data points of a symbol.
+#include <algorithm>
+#include <vector>
+
+#include "RecordMerge.h"
+#include "Symbol.h"
+
+namespace {
+
+enum SelectionMode : std::int32_t {
+  kNewest = 0,     // the last `count` records
+  kTimeRange = 1,  // from the record before the first time up to the last time, exclusive
+  kOldest = 2,     // the first `count` records
+};
+
+struct Selection {
+  int start = 0;   // first record
+  int count = 0;   // records selected
+};
+
+// The records a request selects. A time range selects its whole extent; the
+// caller's capacity is applied by GetData.
+Selection Select(CSDTFile& file, GET_SYMBOL_DATA_REQUEST const& request) {
+  const int total = file.GetDataPointCount();
+  switch (request.mode) {
+    case kNewest: {
+      const int count = std::clamp(request.count, 0, total);
+      return {total - count, count};
+    }
+    case kOldest:
+      return {0, std::clamp(request.count, 0, total)};
+    case kTimeRange: {
+      const int start = std::max(file.GetDataPointIndex(request.firstTime) - 1, 0);
+      const int end = file.GetDataPointIndex(request.lastTime);
+      return {start, std::max(end - start, 0)};
+    }
+    default:
+      return {};
+  }
+}
+
+}  // namespace
+
+void CSymbol::GetDataCount(GET_SYMBOL_DATA_REQUEST* request) {
+  if (request == nullptr) return;
+  request->count = file_ ? Select(*file_, *request).count : 0;
+}
+
+int CSymbol::GetData(GET_SYMBOL_DATA_REQUEST* request) {
+  if (request == nullptr) return 0;
+  const int capacity = request->buffer == 0 ? 0 : std::max(request->count, 0);
+  Selection selection = file_ ? Select(*file_, *request) : Selection{};
+  request->count = 0;
+  selection.count = std::min(selection.count, capacity);
+  if (selection.count == 0) return 0;
+  if (!file_->ReadRecords(selection.start, selection.count, reinterpret_cast<void*>(request->buffer))) {
+    return 0;
+  }
+  request->count = selection.count;
+  return 1;
+}
+
+void CSymbol::InsertData(int count, unsigned char* records) {
+  if (records == nullptr || count <= 0 || writeDisabled_ || !file_) return;
+  const unsigned int recordSize = GetDataPointSize();
+  const std::vector<unsigned char> batch = NormalizeBatch(records, count, recordSize);
+  const int batchCount = static_cast<int>(batch.size() / recordSize);
+  const int total = file_->GetDataPointCount();
+  std::vector<unsigned char> last(recordSize);
+  const bool laterThanStored =
+      total == 0 || (file_->ReadRecords(total - 1, 1, last.data()) &&
+                     RecordTime(batch.data()) > RecordTime(last.data()));
+  if (laterThanStored) {
+    file_->AppendRecords(total, batch.data(), batchCount);
+  } else {
+    MergeIntoStored(batch, batchCount, total);
+  }
+}
+
+// Rewrites the file from the first stored record the batch touches. A batch
+// that only replaces stored records keeps a partial last record, as
+// overwriting them in place would.
+void CSymbol::MergeIntoStored(std::vector<unsigned char> const& batch, int batchCount, int total) {
+  const unsigned int recordSize = GetDataPointSize();
+  const int first = file_->GetDataPointIndex(RecordTime(batch.data()));
+  const int storedCount = total - first;
+  std::vector<unsigned char> stored(std::size_t(storedCount) * recordSize);
+  if (storedCount > 0 && !file_->ReadRecords(first, storedCount, stored.data())) return;
+  std::vector<unsigned char> merged;
+  const int added = MergeRecords(stored.data(), storedCount, batch.data(), batchCount, recordSize, merged);
+  if (added == 0 && !file_->ReadPartialRecord(total, merged)) return;
+  file_->RewriteFrom(first, merged.data(), merged.size());
+}

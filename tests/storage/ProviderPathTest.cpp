@@ -1,0 +1,63 @@
+// Where symbol files go: the provider join, escaped names, base names.
+#include <gtest/gtest.h>
+
+#include <QDir>
+
+#include "ProviderPath.h"
+#include "StorageTestSupport.h"
+
+namespace {
+
+QString Joined(QString path, QString const& provider) {
+  AddProvider(path, provider);
+  return path;
+}
+
+TEST(AddProviderTest, JoinsOnceAndKeepsTheTrailingSlashRule) {
+  EXPECT_EQ(Joined("/data", "Demo"), "/data/Demo");
+  EXPECT_EQ(Joined("/data/", "Demo"), "/data/Demo");
+  EXPECT_EQ(Joined("/data/Demo", "Demo"), "/data/Demo/");
+  EXPECT_EQ(Joined("/data/Demo/", "Demo"), "/data/Demo/");
+  EXPECT_EQ(Joined("/data/XDemo", "Demo"), "/data/XDemo/");  // a plain suffix test
+}
+
+TEST(EscapeTest, SeparatorsPercentAndControlsAreEscaped) {
+  EXPECT_EQ(EscapeFileNamePart("EUR/USD"), "EUR%2FUSD");
+  EXPECT_EQ(EscapeFileNamePart("a\\b%c"), "a%5Cb%25c");
+  EXPECT_EQ(EscapeFileNamePart(QString("x") + QChar(1) + QChar(0x7F)), "x%01%7F");
+  EXPECT_EQ(EscapeFileNamePart("EURUSD .-_x"), "EURUSD .-_x");
+  EXPECT_EQ(ProviderFolderName(".."), "");
+  EXPECT_EQ(ProviderFolderName("."), "");
+  EXPECT_EQ(ProviderFolderName("../x"), "..%2Fx");
+  EXPECT_EQ(ProviderFolderName("Demo"), "Demo");
+}
+
+class SymbolPathTest : public ::testing::Test {
+ protected:
+  std::string PathOf(const char* name, SYMBOL_PERIOD period, QString const& folder, const char* code = "EURUSD") {
+    auto symbol = MakeSymbol(&owner, name, period, code, "Demo");
+    EXPECT_EQ(symbol->Create(folder), 0);
+    return symbol->file()->path();
+  }
+  QTemporaryDir dir;
+  TestOwner owner;
+};
+
+TEST_F(SymbolPathTest, FileNamesOfTheFormat) {
+  const std::string root = dir.path().toStdString();
+  QDir(dir.path()).mkdir("Demo");
+  EXPECT_EQ(PathOf("EURUSD", {'I', 15, 0}, dir.path() + "/Demo"), root + "/Demo/EURUSD_I15_EURUSD.cjd");
+  EXPECT_EQ(PathOf("EURUSD", {'I', 15, 0}, dir.path()), root + "/DemoEURUSD_I15_EURUSD.cjd");
+  EXPECT_EQ(PathOf("EURUSD", {'I', 0, 0}, dir.path() + "/Demo/"), root + "/Demo/EURUSD_I0_EURUSD.cjd");
+  EXPECT_EQ(PathOf("EURUSD", {'D', 3, 0}, dir.path() + "/Demo"), root + "/Demo/EURUSD_D_EURUSD.cjd");
+}
+
+TEST_F(SymbolPathTest, NamesThatWouldLeaveTheFolderAreEscaped) {
+  const std::string root = dir.path().toStdString();
+  QDir(dir.path()).mkdir("Demo");
+  EXPECT_EQ(PathOf("EUR/USD", {'I', 5, 0}, dir.path() + "/Demo"), root + "/Demo/EUR%2FUSD_I5_EURUSD.cjd");
+  EXPECT_EQ(PathOf("X", {'M', 0, 0}, dir.path() + "/Demo", "../../etc"), root + "/Demo/X_M_..%2F..%2Fetc.cjd");
+  EXPECT_EQ(QDir(dir.path() + "/Demo").entryList(QDir::Files).size(), 2);
+}
+
+}  // namespace
