@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstring>
 #include <limits>
+#include <optional>
 #include <vector>
 
 #include "FileFormat.h"
@@ -126,6 +127,10 @@ bool CSDTFile::ReadRecords(int first, int count, void* out) {
 // the file; once the open interval fits in one block it is read at once and
 // the remaining probes are served from memory.
 int CSDTFile::GetDataPointIndex(long time) {
+  return FindDataPointIndex(time).value_or(GetDataPointCount());
+}
+
+std::optional<int> CSDTFile::FindDataPointIndex(long time) {
   const int count = GetDataPointCount();
   const std::uint32_t recordSize = RecordSize();
   std::int64_t lo = -1;
@@ -137,7 +142,9 @@ int CSDTFile::GetDataPointIndex(long time) {
     if (block.empty() && std::uint64_t(hi - lo - 1) * recordSize <= kSearchBlockBytes) {
       block.resize(std::size_t(hi - lo - 1) * recordSize);
       blockFirst = lo + 1;
-      if (!ReadRecords(static_cast<int>(blockFirst), static_cast<int>(hi - lo - 1), block.data())) break;
+      if (!ReadRecords(static_cast<int>(blockFirst), static_cast<int>(hi - lo - 1), block.data())) {
+        return std::nullopt;
+      }
     }
     std::int32_t probe;
     if (!block.empty()) {
@@ -145,7 +152,7 @@ int CSDTFile::GetDataPointIndex(long time) {
     } else if (file_->ReadAt(FirstRecordOffset() + std::uint64_t(mid) * recordSize, &probe,
                              sizeof(probe)) != sizeof(probe)) {
       Fail("short read while searching");
-      break;
+      return std::nullopt;
     }
     if (probe < time) {
       lo = mid;
@@ -180,7 +187,12 @@ bool CSDTFile::AppendRecords(int total, const void* records, int count) {
     Fail("append failed");
     file_->Truncate(static_cast<std::uint64_t>(sizeBefore));
   }
-  ClearAppendMark();
+  // A journal that still says "under way" would undo this append at the next
+  // open, so an append whose mark cannot be cleared is undone now.
+  if (!ClearAppendMark()) {
+    file_->Truncate(static_cast<std::uint64_t>(sizeBefore));
+    return Fail("cannot clear journal");
+  }
   return written;
 }
 
@@ -216,9 +228,9 @@ bool CSDTFile::MarkAppend(std::uint64_t sizeBefore) {
   return true;
 }
 
-void CSDTFile::ClearAppendMark() {
+bool CSDTFile::ClearAppendMark() {
   const JournalEntry cleared{};
-  if (journal_) journal_->WriteAt(0, &cleared, sizeof(cleared));
+  return journal_ && journal_->WriteAt(0, &cleared, sizeof(cleared));
 }
 
 // An append that was cut short by the death of its process is undone.

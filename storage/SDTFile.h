@@ -24,6 +24,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -63,6 +64,8 @@ class CSDTFile {
   int GetDataPointCount();
   // Index of the first record whose time is not earlier than `time`.
   int GetDataPointIndex(long time);
+  // The same, or nothing when a read came up short.
+  std::optional<int> FindDataPointIndex(long time);
   // 0 after reading the header into the owner, 1 when the file is not one of
   // this type and version or its header is damaged.
   int ReadHeaderData();
@@ -91,7 +94,7 @@ class CSDTFile {
   bool Fail(std::string const& what);
   std::uint32_t RecordSize() const;
   bool MarkAppend(std::uint64_t sizeBefore);
-  void ClearAppendMark();
+  bool ClearAppendMark();
   void RollBackInterruptedAppend();
   std::string JournalPath() const { return path_ + ".journal"; }
   std::string TemporaryPath() const { return path_ + ".tmp"; }

@@ -30,9 +30,11 @@ Selection Select(CSDTFile& file, GET_SYMBOL_DATA_REQUEST const& request) {
     case kOldest:
       return {0, std::clamp(request.count, 0, total)};
     case kTimeRange: {
-      const int start = std::max(file.GetDataPointIndex(request.firstTime) - 1, 0);
-      const int end = file.GetDataPointIndex(request.lastTime);
-      return {start, std::max(end - start, 0)};
+      const std::optional<int> first = file.FindDataPointIndex(request.firstTime);
+      const std::optional<int> end = file.FindDataPointIndex(request.lastTime);
+      if (!first || !end) return {};
+      const int start = std::max(*first - 1, 0);
+      return {start, std::max(*end - start, 0)};
     }
     default:
       return {};
@@ -82,7 +84,9 @@ void CSymbol::InsertData(int count, unsigned char* records) {
 // overwriting them in place would.
 void CSymbol::MergeIntoStored(std::vector<unsigned char> const& batch, int batchCount, int total) {
   const unsigned int recordSize = GetDataPointSize();
-  const int first = file_->GetDataPointIndex(RecordTime(batch.data()));
+  const std::optional<int> found = file_->FindDataPointIndex(RecordTime(batch.data()));
+  if (!found) return;
+  const int first = *found;
   const int storedCount = total - first;
   std::vector<unsigned char> stored(std::size_t(storedCount) * recordSize);
   if (storedCount > 0 && !file_->ReadRecords(first, storedCount, stored.data())) return;
