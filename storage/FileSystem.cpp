@@ -127,7 +127,13 @@ FileSystem& FileSystem::Default() {
   return fileSystem;
 }
 
-std::string FileSystem::errorText() { return lastErrorText; }
+std::string FileSystem::takeErrorText() {
+  std::string text;
+  text.swap(lastErrorText);
+  return text;
+}
+
+void FileSystem::clearErrorText() { lastErrorText.clear(); }
 
 bool CopyFilePrefix(RandomAccessFile& from, RandomAccessFile& to, std::uint64_t n) {
   std::vector<char> chunk(static_cast<std::size_t>(std::min<std::uint64_t>(n, kCopyChunk)));

@@ -48,8 +48,10 @@ class FileSystem {
   // Replaces `to` by `from` atomically.
   virtual bool Rename(std::string const& from, std::string const& to) = 0;
   virtual bool Remove(std::string const& path) = 0;
-  // The text of the last failure on this thread, for logs.
-  static std::string errorText();
+  // The text of the last failure on this thread, for logs; taking it clears it.
+  static std::string takeErrorText();
+  // Forgets a failure that was expected (a file that may be missing).
+  static void clearErrorText();
 };
 
 // Copies n bytes at offset 0 of `from` to offset 0 of `to`; false on a short

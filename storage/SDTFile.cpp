@@ -52,16 +52,21 @@ void CSDTFile::Open(bool readOnly) {
     file_ = fileSystem_->Open(path_, OpenMode::ReadOnly);
   } else {
     file_ = fileSystem_->Open(path_, OpenMode::ReadWrite);
-    if (!file_) file_ = fileSystem_->Open(path_, OpenMode::CreateTruncate);
+    if (!file_) {
+      FileSystem::clearErrorText();
+      file_ = fileSystem_->Open(path_, OpenMode::CreateTruncate);
+    }
   }
   if (!file_) {
     Fail("cannot open");
     return;
   }
-  if (!readOnly) RollBackInterruptedAppend();
+  visibleSize_ = PendingAppendSizeBefore();
+  if (!readOnly && visibleSize_ >= 0) RollBackInterruptedAppend();
 }
 
 void CSDTFile::Close() {
+  visibleSize_ = -1;
   file_.reset();
   journal_.reset();
   position_ = 0;
@@ -102,7 +107,13 @@ std::uint64_t CSDTFile::FirstRecordOffset() const {
 
 std::uint32_t CSDTFile::RecordSize() const { return owner_->GetDataPointSize(); }
 
-std::int64_t CSDTFile::FileSize() { return IsOpen() ? file_->Size() : -1; }
+// A reader that finds an append under way (or cut short) sees the file as it
+// was before the append.
+std::int64_t CSDTFile::FileSize() {
+  if (!IsOpen()) return -1;
+  const std::int64_t size = file_->Size();
+  return visibleSize_ >= 0 && size > visibleSize_ ? visibleSize_ : size;
+}
 
 int CSDTFile::GetDataPointCount() {
   const std::int64_t size = FileSize();
@@ -219,7 +230,10 @@ bool CSDTFile::RewriteFrom(int index, const void* bytes, std::size_t size) {
 
 bool CSDTFile::MarkAppend(std::uint64_t sizeBefore) {
   if (!journal_) journal_ = fileSystem_->Open(JournalPath(), OpenMode::ReadWrite);
-  if (!journal_) journal_ = fileSystem_->Open(JournalPath(), OpenMode::CreateTruncate);
+  if (!journal_) {
+    FileSystem::clearErrorText();
+    journal_ = fileSystem_->Open(JournalPath(), OpenMode::CreateTruncate);
+  }
   if (!journal_) return Fail("cannot open journal");
   JournalEntry entry;
   std::memcpy(entry.magic, kJournalMagic, sizeof(kJournalMagic));
@@ -233,22 +247,30 @@ bool CSDTFile::ClearAppendMark() {
   return journal_ && journal_->WriteAt(0, &cleared, sizeof(cleared));
 }
 
-// An append that was cut short by the death of its process is undone.
-void CSDTFile::RollBackInterruptedAppend() {
-  std::unique_ptr<RandomAccessFile> journal = fileSystem_->Open(JournalPath(), OpenMode::ReadWrite);
-  if (!journal) return;
+// The size before an append that the journal marks as under way, or -1.
+std::int64_t CSDTFile::PendingAppendSizeBefore() {
+  std::unique_ptr<RandomAccessFile> journal = fileSystem_->Open(JournalPath(), OpenMode::ReadOnly);
+  if (!journal) {
+    FileSystem::clearErrorText();
+    return -1;
+  }
   JournalEntry entry{};
   const bool pending = journal->ReadAt(0, &entry, sizeof(entry)) == sizeof(entry) &&
                        std::memcmp(entry.magic, kJournalMagic, sizeof(kJournalMagic)) == 0;
-  if (!pending) return;
-  if (FileSize() > static_cast<std::int64_t>(entry.sizeBefore)) file_->Truncate(entry.sizeBefore);
+  return pending ? static_cast<std::int64_t>(entry.sizeBefore) : -1;
+}
+
+// An append that was cut short by the death of its process is undone.
+void CSDTFile::RollBackInterruptedAppend() {
+  if (file_->Size() > visibleSize_ && !file_->Truncate(static_cast<std::uint64_t>(visibleSize_))) return;
+  std::unique_ptr<RandomAccessFile> journal = fileSystem_->Open(JournalPath(), OpenMode::ReadWrite);
   const JournalEntry cleared{};
-  journal->WriteAt(0, &cleared, sizeof(cleared));
+  if (journal && journal->WriteAt(0, &cleared, sizeof(cleared))) visibleSize_ = -1;
 }
 
 bool CSDTFile::Fail(std::string const& what) {
   lastError_ = what + ": " + path_;
-  const std::string detail = FileSystem::errorText();
+  const std::string detail = FileSystem::takeErrorText();
   if (!detail.empty()) lastError_ += " (" + detail + ")";
   return false;
 }

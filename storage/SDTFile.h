@@ -10,7 +10,8 @@
 //   - an append writes after the last whole record (a partial record left by
 //     a crash is overwritten) and is guarded by a rollback journal beside the
 //     file ("<file>.journal"): if the process dies during the append, the next
-//     Open cuts the file back to its size before the append;
+//     writable Open cuts the file back to its size before the append, and a
+//     read-only Open sees the file as it was before it;
 //   - a rewrite from a record on goes to "<file>.tmp" and is renamed over the
 //     file, so the file is always either the old or the new one.
 // On a closed file every read and write does nothing and reports 0.
@@ -95,6 +96,7 @@ class CSDTFile {
   std::uint32_t RecordSize() const;
   bool MarkAppend(std::uint64_t sizeBefore);
   bool ClearAppendMark();
+  std::int64_t PendingAppendSizeBefore();
   void RollBackInterruptedAppend();
   std::string JournalPath() const { return path_ + ".journal"; }
   std::string TemporaryPath() const { return path_ + ".tmp"; }
@@ -108,6 +110,7 @@ class CSDTFile {
   std::unique_ptr<RandomAccessFile> journal_;  // rollback journal, opened by the first append
   bool readOnly_ = false;                   // how file_ was opened
   std::int64_t position_ = 0;               // stream position of Read/Write/Seek
+  std::int64_t visibleSize_ = -1;           // size before an unfinished append, or -1
   std::uint32_t descriptionAreaOffset_ = 0; // D
   std::uint32_t headerSize_ = 0;            // H
   std::string lastError_;                   // last failure, for logs

@@ -1,0 +1,353 @@
+// CjdTestFiles.h: scratch folders, raw data files written byte by byte from
+// the format, random records and symbols opened on existing files.
+
+#ifndef DATASTORE_TESTS_STORAGE_CJDTESTFILES_H_
+#define DATASTORE_TESTS_STORAGE_CJDTESTFILES_H_
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <iterator>
+#include <map>
+#include <memory>
+#include <random>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "DataPoint.h"
+#include "FileFormat.h"
+#include "FileSystem.h"
+#include "Symbol.h"
+
+namespace cjdtest {
+
+using Bytes = std::vector<unsigned char>;
+
+constexpr unsigned int kTickRecordSize = 12;
+constexpr std::uint8_t kFloatView = DATA_POINT_FLOAT;
+
+// Request modes of GET_SYMBOL_DATA_REQUEST.
+constexpr int kModeNewest = 0;
+constexpr int kModeRange = 1;
+constexpr int kModeOldest = 2;
+
+// A folder under the system's temporary folder, removed with its contents.
+class ScratchDir {
+ public:
+  ScratchDir() {
+    std::string pattern = (std::filesystem::temp_directory_path() / "cjdtest-XXXXXX").string();
+    if (mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("mkdtemp failed");
+    path_ = pattern;
+  }
+  ~ScratchDir() {
+    std::error_code ignored;
+    std::filesystem::remove_all(path_, ignored);
+  }
+  ScratchDir(const ScratchDir&) = delete;
+  ScratchDir& operator=(const ScratchDir&) = delete;
+
+  std::string File(std::string const& name) const { return (path_ / name).string(); }
+  std::filesystem::path const& path() const { return path_; }
+
+ private:
+  std::filesystem::path path_;
+};
+
+// A temporary file of a rewrite left behind.
+inline bool HasTemporaryFiles(std::filesystem::path const& folder) {
+  for (auto const& entry : std::filesystem::directory_iterator(folder)) {
+    if (entry.path().extension() == ".tmp") return true;
+  }
+  return false;
+}
+
+inline Bytes ReadFileBytes(std::string const& path) {
+  std::ifstream in(path, std::ios::binary);
+  return Bytes(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+// Writes a new file (an existing one is removed first rather than emptied,
+// which some file systems answer with a flush to disk).
+inline void WriteFileBytes(std::string const& path, Bytes const& bytes) {
+  std::filesystem::remove(path);
+  std::ofstream out(path, std::ios::binary);
+  out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+}
+
+// Integers as the format stores them: little-endian, as wide as their type.
+template <typename T>
+void AppendLittleEndian(Bytes& out, T value) {
+  const auto bits = static_cast<std::uint64_t>(value);
+  for (std::size_t i = 0; i < sizeof(T); ++i) out.push_back(static_cast<unsigned char>(bits >> (8 * i)));
+}
+
+template <typename T>
+void PutLittleEndian(Bytes& out, std::size_t offset, T value) {
+  const auto bits = static_cast<std::uint64_t>(value);
+  for (std::size_t i = 0; i < sizeof(T); ++i)
+    out.at(offset + i) = static_cast<unsigned char>(bits >> (8 * i));
+}
+
+// A text field: the length byte, then the text zero-filled to 255 bytes.
+inline void AppendTextField(Bytes& out, std::string const& text) {
+  out.push_back(static_cast<unsigned char>(text.size()));
+  Bytes field(cjd::kTextBytes, 0);
+  std::memcpy(field.data(), text.data(), std::min<std::size_t>(text.size(), cjd::kTextBytes));
+  out.insert(out.end(), field.begin(), field.end());
+}
+
+struct View {
+  std::uint8_t type;
+  std::string name;
+};
+
+inline std::vector<View> TickViews() { return {{kFloatView, "Value"}, {kFloatView, "Volume"}}; }
+inline std::vector<View> CandleViews() {
+  return {{kFloatView, "Open"},
+          {kFloatView, "High"},
+          {kFloatView, "Low"},
+          {kFloatView, "Close"},
+          {kFloatView, "Volume"}};
+}
+
+// Where the fields of a header written by HeaderSpec sit.
+struct HeaderLayout {
+  std::size_t headerSizeField;  // H
+  std::size_t viewCountField;   // v
+  std::size_t firstViewType;    // then every kViewSize bytes
+  std::size_t nameField;        // then title, kind, length, provider, code, point size
+  std::size_t titleField;
+  std::size_t kindField;
+  std::size_t providerField;
+  std::size_t codeField;
+  std::size_t headerEnd;    // where the header writer stops
+  std::size_t firstRecord;  // D + H + 266
+};
+
+// A header, written field by field from the format (not by the code under test).
+struct HeaderSpec {
+  std::string fileType = cjd::kFileType;
+  std::uint16_t version = cjd::kVersion;
+  std::vector<std::pair<std::string, std::string>> descriptions;
+  std::vector<View> views = CandleViews();
+  std::string name = "EURUSD";
+  std::string title = "EURUSD";
+  char kind = 'I';
+  std::int32_t length = 15;
+  std::string provider = "Demo";
+  std::string code = "EURUSD";
+  float pointSize = cjd::kDefaultPointSize;
+  std::uint32_t extraD = 0;  // room added between the descriptions and H
+  std::uint32_t extraH = 0;  // room added between the properties and the records
+
+  std::uint32_t D() const {
+    return cjd::DescriptionAreaOffset(static_cast<std::uint32_t>(descriptions.size())) + extraD;
+  }
+  std::uint32_t H() const { return cjd::HeaderSize(static_cast<std::uint32_t>(views.size())) + extraH; }
+  unsigned int RecordSize() const {
+    unsigned int size = cjd::kTimeSize;
+    for (View const& view : views) size += CSymbol::GetViewSize(static_cast<DATA_POINT_TYPES>(view.type));
+    return size;
+  }
+
+  HeaderLayout Layout() const {
+    HeaderLayout layout{};
+    layout.headerSizeField = D() + cjd::kHeaderSizeFieldBase;
+    layout.viewCountField = layout.headerSizeField + sizeof(std::uint32_t);
+    layout.firstViewType = layout.viewCountField + sizeof(std::uint8_t);
+    layout.nameField = layout.firstViewType + views.size() * cjd::kViewSize;
+    layout.titleField = layout.nameField + cjd::kTextFieldSize;
+    layout.kindField = layout.titleField + cjd::kTextFieldSize;
+    layout.providerField = layout.kindField + sizeof(char) + sizeof(std::int32_t);
+    layout.codeField = layout.providerField + cjd::kTextFieldSize;
+    layout.headerEnd = layout.codeField + cjd::kTextFieldSize + sizeof(float);
+    layout.firstRecord = cjd::FirstRecordOffset(D(), H());
+    return layout;
+  }
+
+  // The header up to where the header writer stops (no reserved word).
+  Bytes Header() const {
+    Bytes out;
+    AppendTextField(out, fileType);
+    AppendLittleEndian<std::uint16_t>(out, version);
+    AppendLittleEndian<std::uint32_t>(out, D());
+    AppendLittleEndian<std::uint16_t>(out, static_cast<std::uint16_t>(descriptions.size()));
+    for (auto const& [descriptionName, value] : descriptions) {
+      AppendTextField(out, descriptionName);
+      AppendTextField(out, value);
+    }
+    out.resize(D() + cjd::kHeaderSizeFieldBase, 0);
+    AppendLittleEndian<std::uint32_t>(out, H());
+    AppendLittleEndian<std::uint8_t>(out, static_cast<std::uint8_t>(views.size()));
+    for (View const& view : views) {
+      out.push_back(view.type);
+      AppendTextField(out, view.name);
+    }
+    AppendTextField(out, name);
+    AppendTextField(out, title);
+    out.push_back(static_cast<unsigned char>(kind));
+    AppendLittleEndian<std::int32_t>(out, length);
+    AppendTextField(out, provider);
+    AppendTextField(out, code);
+    std::uint32_t pointBits;
+    std::memcpy(&pointBits, &pointSize, sizeof(pointBits));
+    AppendLittleEndian<std::uint32_t>(out, pointBits);
+    return out;
+  }
+
+  // The header padded with zeros to the first record, then the records.
+  Bytes File(Bytes const& records) const {
+    Bytes out = Header();
+    out.resize(Layout().firstRecord, 0);
+    out.insert(out.end(), records.begin(), records.end());
+    return out;
+  }
+};
+
+inline HeaderSpec TickSpec() {
+  HeaderSpec spec;
+  spec.views = TickViews();
+  spec.length = 0;
+  return spec;
+}
+
+// One record: the time, then random value bytes.
+inline void AppendRecord(Bytes& out, std::int32_t time, unsigned int recordSize, std::mt19937& rng) {
+  AppendLittleEndian<std::int32_t>(out, time);
+  for (unsigned int i = cjd::kTimeSize; i < recordSize; ++i) out.push_back(static_cast<unsigned char>(rng()));
+}
+
+inline Bytes MakeRecords(std::vector<std::int32_t> const& times, unsigned int recordSize, std::mt19937& rng) {
+  Bytes out;
+  for (std::int32_t time : times) AppendRecord(out, time, recordSize, rng);
+  return out;
+}
+
+inline std::vector<std::int32_t> TimesOf(Bytes const& records, unsigned int recordSize) {
+  std::vector<std::int32_t> times;
+  for (std::size_t at = 0; at + recordSize <= records.size(); at += recordSize) {
+    std::int32_t time;
+    std::memcpy(&time, records.data() + at, sizeof(time));
+    times.push_back(time);
+  }
+  return times;
+}
+
+inline bool TimesAscend(Bytes const& records, unsigned int recordSize) {
+  const std::vector<std::int32_t> times = TimesOf(records, recordSize);
+  return std::adjacent_find(times.begin(), times.end(), std::greater_equal<>()) == times.end();
+}
+
+// Records with distinct times after inserting a batch one record at a time:
+// a batch record replaces the stored record of its time, later batch records
+// win over earlier ones.
+inline Bytes MergeByTime(Bytes const& stored, Bytes const& batch, unsigned int recordSize) {
+  std::map<std::int32_t, Bytes> byTime;
+  for (Bytes const* records : {&stored, &batch}) {
+    for (std::size_t at = 0; at + recordSize <= records->size(); at += recordSize) {
+      const auto first = records->begin() + static_cast<long>(at);
+      std::int32_t time;
+      std::memcpy(&time, records->data() + at, sizeof(time));
+      byTime[time] = Bytes(first, first + recordSize);
+    }
+  }
+  Bytes out;
+  for (auto const& [time, record] : byTime) out.insert(out.end(), record.begin(), record.end());
+  return out;
+}
+
+inline Bytes Concatenated(Bytes first, Bytes const& second) {
+  first.insert(first.end(), second.begin(), second.end());
+  return first;
+}
+
+// Equal record bytes, or the counts and the first record that differs.
+inline ::testing::AssertionResult SameRecords(Bytes const& actual, Bytes const& expected,
+                                              unsigned int recordSize) {
+  if (actual == expected) return ::testing::AssertionSuccess();
+  const std::vector<std::int32_t> actualTimes = TimesOf(actual, recordSize);
+  const std::vector<std::int32_t> expectedTimes = TimesOf(expected, recordSize);
+  std::size_t index = 0;
+  while (index < actualTimes.size() && index < expectedTimes.size() &&
+         std::memcmp(actual.data() + index * recordSize, expected.data() + index * recordSize, recordSize) ==
+             0) {
+    ++index;
+  }
+  auto failure = ::testing::AssertionFailure();
+  failure << actualTimes.size() << " records where " << expectedTimes.size() << " were expected; record "
+          << index;
+  if (index < actualTimes.size()) failure << " has time " << actualTimes[index];
+  if (index < expectedTimes.size()) failure << ", expected a record with time " << expectedTimes[index];
+  return failure;
+}
+
+class TestOwner : public SymbolOwner {
+ public:
+  explicit TestOwner(bool writeEnabled = true, FileSystem* fileSystem = nullptr)
+      : writeEnabled_(writeEnabled), fileSystem_(fileSystem) {}
+  bool IsWriteEnabled() const override { return writeEnabled_; }
+  FileSystem& GetFileSystem() const override {
+    return fileSystem_ != nullptr ? *fileSystem_ : FileSystem::Default();
+  }
+
+ private:
+  bool writeEnabled_;
+  FileSystem* fileSystem_;
+};
+
+// A symbol on an existing file, header loaded and file opened; null when the
+// header is refused.
+inline std::unique_ptr<CSymbol> OpenSymbol(SymbolOwner& owner, std::string const& path) {
+  auto symbol = std::make_unique<CSymbol>(&owner, path.c_str());
+  if (symbol->LoadProperties() != 0) return nullptr;
+  symbol->Open();
+  return symbol;
+}
+
+inline GET_SYMBOL_DATA_REQUEST MakeRequest(int mode, int count, void* buffer, int firstTime = 0,
+                                           int lastTime = 0) {
+  GET_SYMBOL_DATA_REQUEST request{};
+  request.mode = mode;
+  request.count = count;
+  request.firstTime = firstTime;
+  request.lastTime = lastTime;
+  request.buffer = reinterpret_cast<HostWord>(buffer);
+  return request;
+}
+
+// Every whole record of the symbol, read through GetData (oldest first).
+inline Bytes AllRecords(CSymbol& symbol) {
+  const int total = symbol.GetDataPointCount();
+  Bytes out(static_cast<std::size_t>(total) * symbol.GetDataPointSize());
+  if (total == 0) return out;
+  GET_SYMBOL_DATA_REQUEST request = MakeRequest(kModeOldest, total, out.data());
+  if (symbol.GetData(&request) != 1 || request.count != total) return {};
+  return out;
+}
+
+// The records as a fresh writable symbol sees them (a pending rollback
+// applied); empty when the header is refused.
+inline Bytes ReopenedRecords(std::string const& path) {
+  TestOwner owner;
+  std::unique_ptr<CSymbol> symbol = OpenSymbol(owner, path);
+  return symbol != nullptr ? AllRecords(*symbol) : Bytes{};
+}
+
+// The records as a symbol with writes disabled reads them (no rollback).
+inline Bytes RecordsOfReader(std::string const& path) {
+  TestOwner reader(false);
+  std::unique_ptr<CSymbol> symbol = OpenSymbol(reader, path);
+  return symbol != nullptr ? AllRecords(*symbol) : Bytes{};
+}
+
+}  // namespace cjdtest
+
+#endif  // DATASTORE_TESTS_STORAGE_CJDTESTFILES_H_

@@ -1,0 +1,271 @@
+// Data files are untrusted input: damaged headers are refused without
+// touching the symbol, sound ones load completely, and no damage makes a
+// later read or insert crash or read beyond the file.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "CjdTestFiles.h"
+#include "FaultyFileSystem.h"
+
+namespace {
+
+using cjdtest::Bytes;
+using cjdtest::HeaderSpec;
+
+constexpr int kStoredCount = 20;
+constexpr std::int32_t kFirstTime = 1'000'000;
+constexpr std::int32_t kTimeStep = 60;
+constexpr std::uint8_t kBadLength = 255;
+constexpr int kDamagedCopies = 3000;
+constexpr int kMaxDamagedBytes = 4;
+constexpr int kHeaderDamageShare = 5;  // of six damaged copies, this many are hit in the header only
+constexpr int kExtraRequested = 5;     // records asked for beyond the stored ones
+constexpr std::uint32_t kFirstDamageSeed = 77;
+constexpr int kEveryMode[] = {cjdtest::kModeNewest, cjdtest::kModeRange, cjdtest::kModeOldest, 3, -1};
+
+std::u16string ByteCharacters(std::string const& text) {
+  std::u16string wide;
+  for (unsigned char c : text) wide.push_back(c);
+  return wide;
+}
+
+class HeaderDamageTest : public ::testing::Test {
+ protected:
+  HeaderDamageTest() {
+    spec_.descriptions = {{"Exchange", "Demo"}};
+    std::vector<std::int32_t> times;
+    for (int i = 0; i < kStoredCount; ++i) times.push_back(kFirstTime + i * kTimeStep);
+    records_ = cjdtest::MakeRecords(times, spec_.RecordSize(), rng_);
+    valid_ = spec_.File(records_);
+  }
+
+  // Writes the file and expects LoadProperties to refuse it and leave the
+  // symbol as it was made.
+  void ExpectRefused(Bytes const& file, std::string const& what) {
+    SCOPED_TRACE(what);
+    cjdtest::WriteFileBytes(path_, file);
+    CSymbol symbol(&owner_, path_.c_str());
+    EXPECT_EQ(symbol.LoadProperties(), 1);
+    EXPECT_TRUE(symbol.views().empty());
+    EXPECT_TRUE(symbol.descriptions().empty());
+    EXPECT_EQ(symbol.descriptionCount(), 0);
+    EXPECT_EQ(symbol.GetDataPointSize(), cjd::kTimeSize);
+    EXPECT_EQ(symbol.name()[0], 0);
+    EXPECT_EQ(symbol.title()[0], 0);
+    EXPECT_EQ(symbol.providerName()[0], 0);
+    EXPECT_EQ(symbol.code()[0], 0);
+    EXPECT_EQ(symbol.period().kind, 0);
+  }
+
+  // The valid file with one field replaced.
+  template <typename T>
+  Bytes With(std::size_t offset, T value) const {
+    Bytes file = valid_;
+    cjdtest::PutLittleEndian<T>(file, offset, value);
+    return file;
+  }
+
+  cjdtest::ScratchDir dir_;
+  std::string path_ = dir_.File("damaged.cjd");
+  cjdtest::TestOwner owner_;
+  std::mt19937 rng_{3};
+  HeaderSpec spec_;
+  Bytes records_;
+  Bytes valid_;
+};
+
+TEST_F(HeaderDamageTest, TheUndamagedFileLoads) {
+  cjdtest::WriteFileBytes(path_, valid_);
+  auto symbol = cjdtest::OpenSymbol(owner_, path_);
+  ASSERT_NE(symbol, nullptr);
+  EXPECT_EQ(cjdtest::AllRecords(*symbol), records_);
+}
+
+TEST_F(HeaderDamageTest, UnknownViewTypesAreRefused) {
+  const cjdtest::HeaderLayout layout = spec_.Layout();
+  const std::size_t lastViewType = layout.firstViewType + (spec_.views.size() - 1) * cjd::kViewSize;
+  ExpectRefused(With<std::uint8_t>(layout.firstViewType, cjd::kMaxViewTypes), "first view of type 7");
+  ExpectRefused(With<std::uint8_t>(lastViewType, 0xFF), "last view of type 255");
+}
+
+TEST_F(HeaderDamageTest, OffsetsPastTheEndOfTheFileAreRefused) {
+  const cjdtest::HeaderLayout layout = spec_.Layout();
+  ExpectRefused(With<std::uint32_t>(cjd::kDescriptionAreaOffsetField, valid_.size()),
+                "D at the end of the file");
+  ExpectRefused(With<std::uint32_t>(cjd::kDescriptionAreaOffsetField, 0xFFFFFFFF), "largest D");
+  ExpectRefused(With<std::uint32_t>(layout.headerSizeField, valid_.size()), "H as large as the file");
+  ExpectRefused(With<std::uint32_t>(layout.headerSizeField, 0xFFFFFFFF), "largest H");
+}
+
+TEST_F(HeaderDamageTest, CountsThatDoNotFitTheFileAreRefused) {
+  const cjdtest::HeaderLayout layout = spec_.Layout();
+  const std::uint64_t descriptionsToTheEnd =
+      (valid_.size() - cjd::kDescriptionsOffset) / cjd::kDescriptionSize + 1;
+  ExpectRefused(With<std::uint16_t>(cjd::kDescriptionCountOffset, descriptionsToTheEnd),
+                "descriptions beyond the file");
+  ExpectRefused(With<std::uint16_t>(cjd::kDescriptionCountOffset, 0xFFFF), "65535 descriptions");
+  ExpectRefused(With<std::uint8_t>(layout.viewCountField, 0xFF), "255 views");
+  Bytes viewsAndSize = With<std::uint8_t>(layout.viewCountField, 0xFF);
+  cjdtest::PutLittleEndian<std::uint32_t>(viewsAndSize, layout.headerSizeField, cjd::HeaderSize(0xFF));
+  ExpectRefused(viewsAndSize, "255 views with a header size to match");
+}
+
+TEST_F(HeaderDamageTest, TextLengthOf255IsRefusedInEveryField) {
+  const cjdtest::HeaderLayout layout = spec_.Layout();
+  const std::pair<std::size_t, const char*> fields[] = {
+      {0, "file type"},
+      {cjd::kDescriptionsOffset, "description name"},
+      {cjd::kDescriptionsOffset + cjd::kTextFieldSize, "description value"},
+      {layout.firstViewType + 1, "view name"},
+      {layout.nameField, "name"},
+      {layout.titleField, "title"},
+      {layout.providerField, "provider"},
+      {layout.codeField, "code"},
+  };
+  for (auto const& [offset, field] : fields) ExpectRefused(With<std::uint8_t>(offset, kBadLength), field);
+}
+
+TEST_F(HeaderDamageTest, EveryTruncationOfTheHeaderIsRefused) {
+  const std::size_t headerEnd = spec_.Layout().headerEnd;
+  for (std::size_t length = 0; length < headerEnd; ++length) {
+    ExpectRefused(Bytes(valid_.begin(), valid_.begin() + static_cast<long>(length)),
+                  "cut to " + std::to_string(length) + " bytes");
+    if (HasFailure()) return;
+  }
+}
+
+// The header writer does not write the reserved word, so a new file ends
+// before it; the records start after it all the same.
+TEST_F(HeaderDamageTest, HeaderWithoutItsReservedWordLoads) {
+  const cjdtest::HeaderLayout layout = spec_.Layout();
+  for (std::size_t length = layout.headerEnd; length <= layout.firstRecord; ++length) {
+    SCOPED_TRACE("cut to " + std::to_string(length) + " bytes");
+    cjdtest::WriteFileBytes(path_, Bytes(valid_.begin(), valid_.begin() + static_cast<long>(length)));
+    auto symbol = cjdtest::OpenSymbol(owner_, path_);
+    ASSERT_NE(symbol, nullptr);
+    EXPECT_EQ(symbol->GetDataPointCount(), 0);
+    EXPECT_EQ(symbol->file()->FirstRecordOffset(), layout.firstRecord);
+  }
+}
+
+TEST_F(HeaderDamageTest, ForeignTypeTextOrVersionIsRefused) {
+  const std::string types[] = {"Component Jet Data Filf", "Component Jet Data Fil",
+                               "Component Jet Data Files", "component Jet Data File"};
+  for (std::string const& type : types) {
+    HeaderSpec foreign = spec_;
+    foreign.fileType = type;
+    ExpectRefused(foreign.File(records_), "type " + type);
+  }
+  ExpectRefused(With<std::uint16_t>(cjd::kVersionOffset, 2), "version 2");
+  ExpectRefused(With<std::uint16_t>(cjd::kVersionOffset, 0), "version 0");
+}
+
+TEST_F(HeaderDamageTest, SoundHeaderLoadsEveryField) {
+  HeaderSpec spec;
+  const std::string longest(cjd::kMaxTextLength, 'x');
+  spec.descriptions = {{"Exchange", "Demo"}, {"", longest}};
+  spec.views = {{DATA_POINT_CHAR, "c"},  {DATA_POINT_SHORT, "s"},     {DATA_POINT_INT, "i"},
+                {DATA_POINT_INT64, "l"}, {DATA_POINT_FLOAT, longest}, {DATA_POINT_DOUBLE, "d"},
+                {DATA_POINT_STRING, "t"}};
+  spec.name = "Caf\xE9";
+  spec.title = "Title";
+  spec.provider = "Provider";
+  spec.code = "CODE";
+  spec.length = 15;
+  spec.pointSize = 0.25f;
+  cjdtest::WriteFileBytes(path_, spec.File({}));
+  CSymbol symbol(&owner_, path_.c_str());
+  ASSERT_EQ(symbol.LoadProperties(), 0);
+  EXPECT_EQ(symbol.descriptionCount(), 2);
+  ASSERT_EQ(symbol.descriptions().size(), 2u);
+  EXPECT_STREQ(symbol.descriptions()[0]->name, "Exchange");
+  EXPECT_STREQ(symbol.descriptions()[0]->value, "Demo");
+  EXPECT_STREQ(symbol.descriptions()[1]->name, "");
+  EXPECT_EQ(std::string(symbol.descriptions()[1]->value), longest);
+  ASSERT_EQ(symbol.views().size(), spec.views.size());
+  for (std::size_t i = 0; i < spec.views.size(); ++i) {
+    EXPECT_EQ(symbol.views()[i].type, spec.views[i].type);
+    EXPECT_EQ(std::string(symbol.views()[i].name), spec.views[i].name);
+  }
+  EXPECT_EQ(symbol.GetDataPointSize(), spec.RecordSize());
+  EXPECT_EQ(std::u16string(symbol.name()), ByteCharacters(spec.name));
+  EXPECT_EQ(std::u16string(symbol.title()), u"Title");
+  EXPECT_EQ(std::u16string(symbol.providerName()), u"Provider");
+  EXPECT_STREQ(symbol.code(), "CODE");
+  const SYMBOL_PERIOD period = symbol.period();
+  const std::int32_t length = period.length;  // packed: copied before gtest binds a reference
+  EXPECT_EQ(period.kind, 'I');
+  EXPECT_EQ(length, 15);
+  EXPECT_EQ(symbol.pointSize(), 0.25f);
+}
+
+// Room left after the descriptions and after the properties: the stored D
+// and H place the records, not values recomputed from the counts.
+TEST_F(HeaderDamageTest, RecordsStartWhereTheStoredOffsetsSay) {
+  HeaderSpec spec = spec_;
+  spec.extraD = 100;
+  spec.extraH = 60;
+  cjdtest::WriteFileBytes(path_, spec.File(records_));
+  auto symbol = cjdtest::OpenSymbol(owner_, path_);
+  ASSERT_NE(symbol, nullptr);
+  EXPECT_EQ(symbol->file()->FirstRecordOffset(), spec.Layout().firstRecord);
+  EXPECT_EQ(cjdtest::AllRecords(*symbol), records_);
+  Bytes later = cjdtest::MakeRecords({kFirstTime + kStoredCount * kTimeStep}, spec.RecordSize(), rng_);
+  symbol->InsertData(1, later.data());
+  symbol.reset();
+  EXPECT_EQ(cjdtest::ReadFileBytes(path_), spec.File(cjdtest::Concatenated(records_, later)));
+}
+
+// Random bytes of a sound file damaged, or the file cut: loading may refuse
+// it, but nothing after it may crash (run under the address sanitizer too)
+// and, once loaded, nothing reads beyond the end of the file.
+TEST_F(HeaderDamageTest, RandomDamageNeverCrashesOrReadsPastTheFile) {
+  cjdtest::FaultyFileSystem fileSystem;
+  cjdtest::TestOwner owner(true, &fileSystem);
+  const std::size_t firstRecord = spec_.Layout().firstRecord;
+  for (int copy = 0; copy < kDamagedCopies; ++copy) {
+    const std::uint32_t seed = kFirstDamageSeed + static_cast<std::uint32_t>(copy);
+    SCOPED_TRACE("damage seed " + std::to_string(seed));
+    std::mt19937 rng(seed);
+    auto uniform = [&rng](std::size_t high) {
+      return std::uniform_int_distribution<std::size_t>(0, high)(rng);
+    };
+    Bytes file = valid_;
+    const std::size_t damageEnd = uniform(5) < kHeaderDamageShare ? firstRecord - 1 : file.size() - 1;
+    for (std::size_t hits = uniform(kMaxDamagedBytes - 1) + 1; hits > 0; --hits) {
+      file[uniform(damageEnd)] = static_cast<unsigned char>(rng());
+    }
+    if (uniform(5) == 0) file.resize(uniform(file.size()));
+    cjdtest::WriteFileBytes(path_, file);
+    fileSystem.Arm({});
+    CSymbol symbol(&owner, path_.c_str());
+    const bool loaded = symbol.LoadProperties() == 0;
+    symbol.Open();
+    const int total = symbol.GetDataPointCount();
+    const int asked = std::max(total, 0) + kExtraRequested;
+    Bytes buffer(static_cast<std::size_t>(asked) * symbol.GetDataPointSize());
+    for (int mode : kEveryMode) {
+      GET_SYMBOL_DATA_REQUEST request =
+          cjdtest::MakeRequest(mode, asked, buffer.data(), kFirstTime, INT32_MAX);
+      symbol.GetDataCount(&request);
+      request.count = asked;
+      symbol.GetData(&request);
+      EXPECT_LE(request.count, asked);
+    }
+    Bytes batch = cjdtest::MakeRecords({kFirstTime + 1, kFirstTime + kStoredCount * kTimeStep},
+                                       symbol.GetDataPointSize(), rng);
+    symbol.InsertData(2, batch.data());
+    if (loaded) {
+      EXPECT_EQ(fileSystem.readsPastEnd, 0);
+    }
+    if (HasFailure()) return;
+  }
+}
+
+}  // namespace
