@@ -1,6 +1,16 @@
 #include "DataStoreModule.h"
 
+#include <QDir>
+#include <QFileInfo>
 #include <cstring>
+
+#include "Convertor.h"
+#include "HostFolders.h"
+#include "IniFile.h"
+#include "ProviderPath.h"
+#include "RequestsThread.h"
+#include "TranslateManager.h"
+#include "WorkerSync.h"
 
 namespace {
 
@@ -11,8 +21,28 @@ constexpr unsigned kNumber3 = 32;
 constexpr char kClassName[] = "CDataStoreModule";
 constexpr char kTranslationContext[] = "CTransDataStore";
 constexpr char kDescription[] = "Datastore module";
+// "Хранение данных" in the Windows-1251 code page, the description once started.
+constexpr unsigned char kStartedDescription[] = {0xD5, 0xF0, 0xE0, 0xED, 0xE5, 0xED, 0xE8, 0xE5,
+                                                 0x20, 0xE4, 0xE0, 0xED, 0xED, 0xFB, 0xF6, 0x00};
 constexpr char kLogParent[] = "DS";
 constexpr char kLogFile[] = "./temp/dataStore.log";
+constexpr char kConfigFile[] = "/pelto.cfg";
+constexpr char kConfigSection[] = "DATASTORE";
+constexpr char kPathDataKey[] = "PathData";
+constexpr char kEnableWriteKey[] = "EnableWrite";
+constexpr char kHostDataFolderMark = '~';
+constexpr int kConfigValueSize = 1024;
+
+// Default texts of the data store's translation keys, in the order they are sent.
+constexpr const char* kTranslations[][2] = {
+    {"C0110", "Look in"},        {"C0111", "Invert selected"}, {"M0150", "Data Import"},
+    {"Tr0019Reject", "Reject"},  {"C0028Name", "Name"},        {"M0176", "Period"},
+    {"Tra0010", "First Date"},   {"Tra0011", "Last Date"},     {"C0075Type", "Type"},
+    {"M0177", "Select all"},     {"C0042SelectOff", "Deselect"}, {"C0049Ok", "OK"},
+    {"M0053", "Undo"},           {"M0054", "Redo"},            {"C0109", "Cut"},
+    {"C0107", "Copy"},           {"C0108", "Paste"},           {"M0264", "Clear"},
+    {"M0177", "Select all"},
+};
 
 }  // namespace
 
@@ -28,7 +58,9 @@ CDataStoreModule theDataStoreModule(kModuleName, kNumber1, kNumber2, kNumber3);
 
 CDataStoreModule::CDataStoreModule(char const* name, unsigned number1, unsigned number2,
                                    unsigned number3)
-    : CModule(name, number1, number2, number3, kClassName, QString::fromLatin1(kTranslationContext)) {
+    : CModule(name, number1, number2, number3, kClassName, QString::fromLatin1(kTranslationContext)),
+      sync_(new WorkerSync),
+      fileSystem_(&FileSystem::Default()) {
   MODULE_INFO& info = mutableInfo();
   std::strncpy(info.description, kDescription, sizeof(info.description));
   info.number1 = number1;
@@ -39,11 +71,94 @@ CDataStoreModule::CDataStoreModule(char const* name, unsigned number1, unsigned 
   pDSModule = this;
 }
 
+// A worker the host never stopped is left blocked on its condition: the lock
+// state it waits on is leaked on purpose rather than destroyed under it.
 CDataStoreModule::~CDataStoreModule() {
+  DropQueued();
+  for (QList<CSymbol*>& symbols : symbolMap_) qDeleteAll(symbols);
+  symbolMap_.clear();
+  symbolHandles_.clear();
+  stringList_.clear();
+  delete convertor_;
+  convertor_ = nullptr;
+  if (IsWorkerRunning()) {
+    dsLog.addMessage(QStringLiteral("Unloaded without a stop: the worker thread is left waiting"), MESS_CRITICAL);
+  } else {
+    delete requestThread_;
+    delete sync_;
+  }
   if (pDSModule == this) pDSModule = nullptr;
 }
 
-int CDataStoreModule::ReceiveMessageWrap(void* context, unsigned int message, HostArg a, HostArg b) {
-  CModule::ReceiveMessageWrap(context, message, a, b);
-  return 0;
+bool CDataStoreModule::IsWorkerRunning() const {
+  return requestThread_ != nullptr && requestThread_->isRunning();
+}
+
+void CDataStoreModule::AddProvider(QString& path, QString const& provider) const {
+  ::AddProvider(path, provider);
+}
+
+int CDataStoreModule::ChangeGlobalParameters(coreChangeGlobalParameters* parameters) {
+  return parameters == nullptr ? 1 : 0;
+}
+
+bool CDataStoreModule::MakePath(QString const& path) {
+  for (qsizetype slash = path.indexOf(QLatin1Char('/'), 1);
+       slash >= 0 && slash < path.size() - 1; slash = path.indexOf(QLatin1Char('/'), slash + 1)) {
+    const QString prefix = path.left(slash + 1);
+    if (!QFileInfo::exists(prefix) && !QDir().mkdir(prefix)) return false;
+  }
+  return QFileInfo::exists(path) || QDir().mkdir(path);
+}
+
+void CDataStoreModule::CheckMakeDir(QString const& path) {
+  if (!writeEnabled_ || QFileInfo::exists(path)) return;
+  MakePath(path);
+}
+
+void CDataStoreModule::createFolderData(QString const& path, QString const& sub) {
+  if (QFileInfo::exists(path)) {
+    QDir(path).mkdir(sub);
+  } else {
+    QDir().mkdir(path);
+  }
+}
+
+// Reads the configuration, settles the data folder, registers the symbols
+// stored under the provider folder and starts the worker.
+void CDataStoreModule::CreateFolders() {
+  qDataPath = GetPathByFolderType(this, VD_FOLDER_DATA);
+  const QString configPath = GetPathByFolderType(this, VD_FOLDER_CONFIG) + QLatin1String(kConfigFile);
+  pa = qobject_cast<QApplication*>(QCoreApplication::instance());
+  {
+    inifiles config(configPath.toLocal8Bit().constData());
+    char pathData[kConfigValueSize] = {};
+    config.ReadString(kConfigSection, kPathDataKey, "~", pathData, sizeof(pathData));
+    writeEnabled_ = config.ReadBool(kConfigSection, kEnableWriteKey, true);
+    if (pathData[0] == kHostDataFolderMark) {
+      if (writeEnabled_) createFolderData(qDataPath, QStringLiteral("."));
+    } else {
+      qDataPath = QString::fromLocal8Bit(pathData);
+    }
+  }
+  std::memcpy(mutableInfo().description, kStartedDescription, sizeof(kStartedDescription));
+  QString providerFolder = qDataPath;
+  AddProvider(providerFolder, ProviderFolderName(RequestProvider()));
+  CheckMakeDir(providerFolder);
+  CreateStoredSymbols(providerFolder);
+  if (requestThread_ == nullptr) {
+    requestThread_ = new CDataStoreModuleRequestsThread(this);
+    requestThread_->start(QThread::InheritPriority);
+  }
+}
+
+// The current data provider, from the host's source record.
+QString CDataStoreModule::RequestProvider() {
+  SOURCE_RECORD source{};
+  CallHost(HostMessage::GetDataSource, static_cast<HostArg>(hostId_), reinterpret_cast<HostArg>(&source));
+  return QString::fromLocal8Bit(source.provider, qsizetype(strnlen(source.provider, sizeof(source.provider))));
+}
+
+void CDataStoreModule::addDateToTranslate() const {
+  for (auto const& [key, text] : kTranslations) GetTranslateManager()->InsertTranslate(key, text);
 }

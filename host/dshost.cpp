@@ -1,6 +1,6 @@
 // dshost: the reference host as a program. Loads a module file as a terminal
-// does and drives it with one command per run, printing what the module asked
-// of its host.
+// does and drives it with one command per run: Initialize, InitModule (3007),
+// Start (3004), the command's own messages, then Stop (3005).
 
 #include <QCoreApplication>
 #include <QDir>
@@ -9,14 +9,22 @@
 #include <QTemporaryDir>
 #include <algorithm>
 #include <cctype>
+#include <charconv>
+#include <chrono>
+#include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
+#include <iostream>
+#include <limits>
 #include <map>
-#include <memory>
+#include <mutex>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "ModuleHost.h"
+#include "RecordCsv.h"
+#include "SymbolRequest.h"
 
 namespace {
 
@@ -26,15 +34,35 @@ constexpr const char* kModuleEnvironment = "DATASTORE_MODULE";
 constexpr const char* kModuleFileName = "libdatastore.so";
 constexpr const char* kDefaultProvider = "dshost";   // data source the host reports
 constexpr const char* kCurrentLanguage = "English";  // the only language the host offers
+constexpr std::size_t kSymbolOperands = 2;           // SYMBOL PERIOD
+constexpr std::size_t kHelpWidth = 79;               // columns of --help text
+constexpr int kHelpIndent = 6;                       // columns before an entry's text
+
+// Modes of GET_SYMBOL_DATA_REQUEST.
+constexpr std::int32_t kModeNewest = 0;              // the last count records
+constexpr std::int32_t kModeRange = 1;               // records between two times
+constexpr std::int32_t kModeOldest = 2;              // the first count records
+constexpr std::int32_t kEveryRecord = std::numeric_limits<std::int32_t>::max();  // count of "all"
+constexpr std::int32_t kEarliest = std::numeric_limits<std::int32_t>::min();    // --from default
+constexpr std::int32_t kLatest = std::numeric_limits<std::int32_t>::max();      // --to default
+
+// Completion code of a posted insert: no message of the host's own, so the
+// host hands the completion call to its user handler.
+constexpr unsigned int kInsertDoneMessage = 7004;
+constexpr std::chrono::seconds kInsertWait{60};      // longest wait for that call
 
 struct Arguments {
+  const char* command = nullptr;                     // the command's name
   std::map<std::string, std::string> options;        // "--module" -> value
+  std::vector<std::string> operands;                 // what follows the command name
 };
 
 struct Command {
-  const char* name;                                  // first argument
-  const char* summary;                               // one line for --help
-  std::vector<std::string> options;                  // value options it accepts
+  const char* name;                                  // first operand
+  const char* synopsis;                              // what follows the name in a usage line
+  const char* summary;                               // what it does
+  std::vector<std::string> options;                  // value options of its own
+  std::size_t operands;                              // operands it needs after its name
   int (*run)(const Arguments& arguments);
 };
 
@@ -44,17 +72,68 @@ struct OptionHelp {
   const char* text;                                  // what it does
 };
 
+const std::vector<std::string> kGlobalOptions = {"--module", "--data", "--config", "--provider"};
+
 const OptionHelp kOptionHelp[] = {
     {"--module", "PATH",
      "module file; default: $DATASTORE_MODULE, else ../" DSHOST_INSTALL_LIBDIR
      "/libdatastore.so next to dshost, else the build tree's"},
     {"--data", "DIR",
-     "folder the host hands out as configuration, data, import and work folder; "
-     "default: a temporary folder removed on exit"},
+     "data folder the host hands out (3128, type 100), also as import and work folder; "
+     "default: the current folder, for info a temporary folder removed on exit"},
+    {"--config", "DIR",
+     "configuration folder, where the module reads pelto.cfg (3128, type 2); "
+     "default: the data folder"},
+    {"--provider", "NAME",
+     "data provider: the host reports it (3012) and names it in symbol requests; "
+     "default: dshost"},
+    {"--code", "C",
+     "the symbol's code (its file name part); default: SYMBOL without every character "
+     "that is not an ASCII letter or digit"},
+    {"--last", "N", "the newest N records"},
+    {"--first", "N", "the oldest N records"},
+    {"--from", "T",
+     "records from T on, led by the last record before T (the module's time range); "
+     "default: the earliest time"},
+    {"--to", "T", "records before T; default: the latest time"},
 };
+
+constexpr const char* kNotes =
+    "SYMBOL is the instrument's name, such as EUR/USD.\n"
+    "PERIOD is I0 (ticks), I<n> (intraday bars of length n), D, W, M or Y.\n"
+    "T is an epoch number or an ISO 8601 UTC time such as 2024-01-02T03:04:05Z.\n"
+    "Records are CSV: time,epoch and then Value,Volume for ticks or\n"
+    "Open,High,Low,Close,Volume for bars.\n";
+
+int UsageError(const std::string& message, const char* command = nullptr) {
+  std::fprintf(stderr, "dshost: %s\nRun 'dshost %s%s--help' for usage.\n", message.c_str(),
+               command == nullptr ? "" : command, command == nullptr ? "" : " ");
+  return kExitUsage;
+}
+
+int Failure(const std::string& message) {
+  std::fprintf(stderr, "dshost: %s\n", message.c_str());
+  return kExitFailure;
+}
+
+// Failure for the steps of a command, which answer whether they succeeded.
+bool StepFailed(const std::string& message) {
+  Failure(message);
+  return false;
+}
 
 std::string Utf8(const QString& text) { return text.toStdString(); }
 std::string Utf8(const std::u16string& text) { return Utf8(QString::fromStdU16String(text)); }
+
+std::string Option(const Arguments& arguments, const std::string& name,
+                   const std::string& fallback = "") {
+  const auto it = arguments.options.find(name);
+  return it == arguments.options.end() ? fallback : it->second;
+}
+
+bool Has(const Arguments& arguments, const std::string& name) {
+  return arguments.options.count(name) != 0;
+}
 
 // A fixed 8-bit field as printable text: bytes outside ASCII as \xNN.
 std::string Printable(const char* field, std::size_t size) {
@@ -73,8 +152,7 @@ std::string Printable(const char* field, std::size_t size) {
 }
 
 std::string ModulePath(const Arguments& arguments) {
-  const auto given = arguments.options.find("--module");
-  if (given != arguments.options.end()) return given->second;
+  if (Has(arguments, "--module")) return Option(arguments, "--module");
   if (const char* environment = std::getenv(kModuleEnvironment)) return environment;
   const QString installed = QDir(QCoreApplication::applicationDirPath())
                                 .filePath(QStringLiteral("../" DSHOST_INSTALL_LIBDIR "/") +
@@ -83,16 +161,41 @@ std::string ModulePath(const Arguments& arguments) {
   return DSHOST_BUILD_MODULE;
 }
 
-// Points every folder the module may ask for into root.
-void ConfigureFolders(ModuleHost& host, const QString& root) {
-  const std::u16string base = QDir(root).absolutePath().toStdU16String();
-  host.setFolder(VD_FOLDER_CONFIG, base);
-  host.setFolder(VD_FOLDER_DATA, base + u"/data");
-  host.setFolder(VD_FOLDER_IMPORT, base);
-  host.setWorkFolder(base);
-  host.setDataSource(kDefaultProvider);
-  host.setLanguages({{kCurrentLanguage, true}});
+std::u16string AbsoluteFolder(const QString& folder) {
+  return QDir::cleanPath(QDir(folder).absolutePath()).toStdU16String();
 }
+
+// Loads the module and sets the host's answers: the data folder is --data,
+// else defaultData. Returns false after printing the problem.
+bool LoadModule(const Arguments& arguments, const QString& defaultData, ModuleHost* host) {
+  const QString data = Has(arguments, "--data")
+                           ? QString::fromLocal8Bit(Option(arguments, "--data"))
+                           : defaultData;
+  const QString config = Has(arguments, "--config")
+                             ? QString::fromLocal8Bit(Option(arguments, "--config"))
+                             : data;
+  if (data.isEmpty() || config.isEmpty()) return StepFailed("a folder option is empty");
+  if (!host->load(ModulePath(arguments))) return StepFailed(host->error());
+  host->setFolder(VD_FOLDER_CONFIG, AbsoluteFolder(config));
+  host->setFolder(VD_FOLDER_DATA, AbsoluteFolder(data));
+  host->setFolder(VD_FOLDER_IMPORT, AbsoluteFolder(data));
+  host->setWorkFolder(AbsoluteFolder(data));
+  host->setDataSource(Option(arguments, "--provider", kDefaultProvider));
+  host->setLanguages({{kCurrentLanguage, true}});
+  return true;
+}
+
+// Loads, initialises and starts the module for a data command.
+bool StartModule(const Arguments& arguments, ModuleHost* host) {
+  if (!LoadModule(arguments, QDir::currentPath(), host)) return false;
+  host->initialize();
+  host->send(HostMessage::InitModule);
+  host->send(HostMessage::Start);
+  return true;
+}
+
+// ---------------------------------------------------------------------------
+// info
 
 void PrintInfo(const MODULE_INFO& info) {
   std::printf("Module information\n");
@@ -153,23 +256,10 @@ void PrintRecords(const ModuleHost& host) {
 }
 
 int RunInfo(const Arguments& arguments) {
-  const auto data = arguments.options.find("--data");
   QTemporaryDir temporary;
-  const QString root = data != arguments.options.end()
-                           ? QString::fromStdString(data->second)
-                           : temporary.path();
-  if (root.isEmpty() || !QDir().mkpath(root)) {
-    std::fprintf(stderr, "dshost: cannot use data folder '%s'\n", Utf8(root).c_str());
-    return kExitFailure;
-  }
   ModuleHost host;
-  const std::string path = ModulePath(arguments);
-  if (!host.load(path)) {
-    std::fprintf(stderr, "dshost: %s\n", host.error().c_str());
-    return kExitFailure;
-  }
-  ConfigureFolders(host, root);
-  std::printf("Module file   %s\n", path.c_str());
+  if (!LoadModule(arguments, temporary.path(), &host)) return kExitFailure;
+  std::printf("Module file   %s\n", ModulePath(arguments).c_str());
   PrintInfo(host.info());
   host.initialize();
   for (unsigned int message : {HostMessage::InitModule, HostMessage::Start, HostMessage::Stop}) {
@@ -181,43 +271,309 @@ int RunInfo(const Arguments& arguments) {
   return 0;
 }
 
+// ---------------------------------------------------------------------------
+// Symbols and their records
+
+struct Target {
+  SYMBOL_NAME_PERIOD request{};                      // sent with 6001
+  RecordLayout layout;                               // of the symbol's records
+};
+
+// SYMBOL PERIOD [--code C] [--provider NAME] into *target.
+bool ParseTarget(const Arguments& arguments, Target* target, std::string* error) {
+  SYMBOL_PERIOD period{};
+  if (!ParsePeriod(arguments.operands[1], &period, error)) return false;
+  const std::u16string name = QString::fromLocal8Bit(arguments.operands[0]).toStdU16String();
+  const std::string code = Option(arguments, "--code", DefaultCode(name));
+  target->layout = LayoutOf(period);
+  return MakeSymbolRequest(Option(arguments, "--provider", kDefaultProvider), name, code, period,
+                           &target->request, error);
+}
+
+struct Selection {
+  std::int32_t mode = kModeOldest;                   // GET_SYMBOL_DATA_REQUEST mode
+  std::int32_t firstTime = 0;                        // kModeRange
+  std::int32_t lastTime = 0;                         // kModeRange, exclusive
+  std::int32_t count = kEveryRecord;                 // kModeNewest, kModeOldest
+};
+
+bool ParseCount(const std::string& option, const std::string& text, std::int32_t* count,
+                std::string* error) {
+  const char* end = text.data() + text.size();
+  const auto [stop, status] = std::from_chars(text.data(), end, *count);
+  if (status == std::errc() && stop == end && *count >= 0) return true;
+  *error = option + " wants a count from 0 to " + std::to_string(kEveryRecord) + ", not '" +
+           text + "'";
+  return false;
+}
+
+bool ParseBound(const Arguments& arguments, const std::string& option, std::int32_t fallback,
+                std::int32_t* time, std::string* error) {
+  *time = fallback;
+  return !Has(arguments, option) || ParseTime(Option(arguments, option), time, error);
+}
+
+// [--last N | --first N | --from T --to T] into *selection; all records by default.
+bool ParseSelection(const Arguments& arguments, Selection* selection, std::string* error) {
+  const bool range = Has(arguments, "--from") || Has(arguments, "--to");
+  if (Has(arguments, "--last") + Has(arguments, "--first") + range > 1) {
+    *error = "choose one of --last, --first and --from/--to";
+    return false;
+  }
+  if (range) {
+    selection->mode = kModeRange;
+    return ParseBound(arguments, "--from", kEarliest, &selection->firstTime, error) &&
+           ParseBound(arguments, "--to", kLatest, &selection->lastTime, error);
+  }
+  if (Has(arguments, "--last")) {
+    selection->mode = kModeNewest;
+    return ParseCount("--last", Option(arguments, "--last"), &selection->count, error);
+  }
+  if (Has(arguments, "--first")) {
+    return ParseCount("--first", Option(arguments, "--first"), &selection->count, error);
+  }
+  return true;
+}
+
+// The operands and options of get and count.
+bool ParseQuery(const Arguments& arguments, Target* target, Selection* selection,
+                std::string* error) {
+  return ParseTarget(arguments, target, error) && ParseSelection(arguments, selection, error);
+}
+
+// Opens the symbol with 6001. Returns false after printing the problem.
+bool OpenSymbol(ModuleHost& host, Target& target, HostWord* handle) {
+  *handle = 0;
+  const int result = host.send(HostMessage::OpenSymbol, reinterpret_cast<HostArg>(&target.request),
+                               reinterpret_cast<HostArg>(handle));
+  if (result == 0 && *handle != 0) return true;
+  return StepFailed("the module did not open the symbol (6001 returned " +
+                    std::to_string(result) + ")");
+}
+
+GET_SYMBOL_DATA_REQUEST MakeGetRequest(HostWord handle, const Selection& selection) {
+  GET_SYMBOL_DATA_REQUEST request{};
+  request.handle = handle;
+  request.mode = selection.mode;
+  request.firstTime = selection.firstTime;
+  request.lastTime = selection.lastTime;
+  request.count = selection.count;
+  return request;
+}
+
+// The number of records the selection holds (6007).
+bool CountRecords(ModuleHost& host, HostWord handle, const Selection& selection,
+                  std::int32_t* count) {
+  GET_SYMBOL_DATA_REQUEST request = MakeGetRequest(handle, selection);
+  const int result = host.send(HostMessage::GetDataCountSend, reinterpret_cast<HostArg>(&request));
+  if (result != 0) {
+    return StepFailed("the module refused to count (6007 returned " + std::to_string(result) + ")");
+  }
+  *count = std::max<std::int32_t>(request.count, 0);
+  return true;
+}
+
+// Up to count records of the selection (6005) into *records.
+bool GetRecords(ModuleHost& host, HostWord handle, const Selection& selection, std::int32_t count,
+                const RecordLayout& layout, std::vector<unsigned char>* records) {
+  records->assign(static_cast<std::size_t>(count) * layout.recordSize(), 0);
+  GET_SYMBOL_DATA_REQUEST request = MakeGetRequest(handle, selection);
+  request.count = count;
+  request.buffer = reinterpret_cast<HostWord>(records->data());
+  const int result = host.send(HostMessage::GetDataSend, reinterpret_cast<HostArg>(&request));
+  if (result != 0) {
+    return StepFailed("the module refused to get (6005 returned " + std::to_string(result) + ")");
+  }
+  const std::int32_t delivered = std::clamp<std::int32_t>(request.count, 0, count);
+  records->resize(static_cast<std::size_t>(delivered) * layout.recordSize());
+  return true;
+}
+
+int RunGet(const Arguments& arguments) {
+  Target target;
+  Selection selection;
+  std::string error;
+  if (!ParseQuery(arguments, &target, &selection, &error)) {
+    return UsageError(error, arguments.command);
+  }
+  ModuleHost host;
+  HostWord handle = 0;
+  std::int32_t count = 0;
+  std::vector<unsigned char> records;
+  if (!StartModule(arguments, &host) || !OpenSymbol(host, target, &handle) ||
+      !CountRecords(host, handle, selection, &count) ||
+      !GetRecords(host, handle, selection, count, target.layout, &records)) {
+    return kExitFailure;
+  }
+  host.send(HostMessage::Stop);
+  WriteCsv(std::cout, target.layout, records.data(), records.size() / target.layout.recordSize());
+  return 0;
+}
+
+int RunCount(const Arguments& arguments) {
+  Target target;
+  Selection selection;
+  std::string error;
+  if (!ParseQuery(arguments, &target, &selection, &error)) {
+    return UsageError(error, arguments.command);
+  }
+  ModuleHost host;
+  HostWord handle = 0;
+  std::int32_t count = 0;
+  if (!StartModule(arguments, &host) || !OpenSymbol(host, target, &handle) ||
+      !CountRecords(host, handle, selection, &count)) {
+    return kExitFailure;
+  }
+  host.send(HostMessage::Stop);
+  std::printf("%d\n", count);
+  return 0;
+}
+
+// The completion call of one posted insert, which the module makes on its
+// worker thread.
+class InsertCompletion {
+ public:
+  // The host's handler for messages without an answer of its own.
+  int onMessage(unsigned int message, HostArg record) {
+    if (message != kInsertDoneMessage) return 0;
+    std::lock_guard<std::mutex> lock(mu_);
+    number_ = reinterpret_cast<const INSERT_SYMBOL_DATA_REQUEST*>(record)->number;
+    arrived_ = true;
+    done_.notify_all();
+    return 0;
+  }
+
+  // Waits up to kInsertWait; false when the call did not come.
+  bool wait(std::int32_t* number) {
+    std::unique_lock<std::mutex> lock(mu_);
+    if (!done_.wait_for(lock, kInsertWait, [this] { return arrived_; })) return false;
+    *number = number_;
+    return true;
+  }
+
+ private:
+  std::mutex mu_;                                    // guards the members below
+  std::condition_variable done_;                     // signalled with arrived_
+  bool arrived_ = false;                             // the call came
+  std::int32_t number_ = 0;                          // records the module inserted
+};
+
+int RunInsert(const Arguments& arguments) {
+  Target target;
+  std::string error;
+  std::vector<unsigned char> records;
+  if (!ParseTarget(arguments, &target, &error)) return UsageError(error, arguments.command);
+  if (!ReadCsv(std::cin, target.layout, &records, &error)) return Failure(error);
+  const std::size_t number = records.size() / target.layout.recordSize();
+  if (number > static_cast<std::size_t>(kEveryRecord)) return Failure("too many records");
+  InsertCompletion completion;  // outlives the host, whose destructor stops the worker
+  ModuleHost host;
+  host.setHandler([&completion](unsigned int message, HostArg a, HostArg) {
+    return completion.onMessage(message, a);
+  });
+  HostWord handle = 0;
+  if (!StartModule(arguments, &host) || !OpenSymbol(host, target, &handle)) return kExitFailure;
+  INSERT_SYMBOL_DATA_REQUEST request{};
+  request.handle = handle;
+  request.number = static_cast<std::int32_t>(number);
+  request.data = reinterpret_cast<HostWord>(records.data());
+  // The module hands the completion context to the host callback as its
+  // context, so it must be this host.
+  request.completionContext = reinterpret_cast<HostWord>(&host);
+  request.completionCode = kInsertDoneMessage;
+  host.send(HostMessage::InsertDataPost, reinterpret_cast<HostArg>(&request));
+  std::int32_t inserted = 0;
+  if (!completion.wait(&inserted)) {
+    return Failure("no completion of the insert within " + std::to_string(kInsertWait.count()) +
+                   " s (the module drops inserts while writing is disabled)");
+  }
+  host.send(HostMessage::Stop);
+  std::printf("inserted %d records\n", inserted);
+  return 0;
+}
+
+// ---------------------------------------------------------------------------
+// Command line
+
 const std::vector<Command>& Commands() {
   static const std::vector<Command> kCommands = {
-      {"info",
+      {"info", "",
        "load the module, print its information, send InitModule, Start and Stop, "
        "and print every call it made to the host",
-       {"--module", "--data"},
-       &RunInfo},
+       {}, 0, &RunInfo},
+      {"get", "SYMBOL PERIOD [--code C] [--last N | --first N | --from T --to T]",
+       "print the symbol's records as CSV (6007, then 6005); all of them by default",
+       {"--code", "--last", "--first", "--from", "--to"}, kSymbolOperands, &RunGet},
+      {"count", "SYMBOL PERIOD [--code C] [--last N | --first N | --from T --to T]",
+       "print how many records the selection holds (6007); all of them by default",
+       {"--code", "--last", "--first", "--from", "--to"}, kSymbolOperands, &RunCount},
+      {"insert", "SYMBOL PERIOD [--code C] < CSV",
+       "insert the records of the CSV on standard input (6004, posted) and print how many; "
+       "its header names epoch or time and every value column, in any order",
+       {"--code"}, kSymbolOperands, &RunInsert},
   };
   return kCommands;
 }
 
-const char* ValueName(const std::string& option) {
-  for (const OptionHelp& help : kOptionHelp) {
-    if (option == help.name) return help.value;
+const OptionHelp& HelpOf(const std::string& option) {
+  return *std::find_if(std::begin(kOptionHelp), std::end(kOptionHelp),
+                       [&option](const OptionHelp& help) { return option == help.name; });
+}
+
+// Prints text indented by kHelpIndent, broken between words within kHelpWidth.
+void PrintWrapped(std::string_view text) {
+  std::string line;
+  for (std::size_t start = 0; start < text.size();) {
+    const std::size_t space = std::min(text.find(' ', start), text.size());
+    const std::string_view word = text.substr(start, space - start);
+    if (!line.empty() && kHelpIndent + line.size() + 1 + word.size() > kHelpWidth) {
+      std::printf("%*s%s\n", kHelpIndent, "", line.c_str());
+      line.clear();
+    }
+    line += (line.empty() ? "" : " ") + std::string(word);
+    start = space + 1;
   }
-  return "VALUE";
+  std::printf("%*s%s\n", kHelpIndent, "", line.c_str());
+}
+
+void PrintOptions(const std::vector<std::string>& options) {
+  for (const std::string& option : options) {
+    const OptionHelp& help = HelpOf(option);
+    std::printf("  %s %s\n", help.name, help.value);
+    PrintWrapped(help.text);
+  }
+}
+
+// The command's name and what follows it on its usage line.
+std::string Synopsis(const Command& command) {
+  std::string line = command.name;
+  if (*command.synopsis != 0) line += std::string(" ") + command.synopsis;
+  return line;
 }
 
 void PrintUsage() {
-  std::printf("Usage: dshost <command> [options]\n\nCommands:\n");
+  std::printf("Usage: dshost [OPTIONS] COMMAND [ARGUMENTS]\n\nCommands:\n");
   for (const Command& command : Commands()) {
-    std::printf("  %s", command.name);
-    for (const std::string& option : command.options) {
-      std::printf(" [%s %s]", option.c_str(), ValueName(option));
-    }
-    std::printf("\n      %s\n", command.summary);
+    std::printf("  %s\n", Synopsis(command).c_str());
+    PrintWrapped(command.summary);
   }
-  std::printf("\nOptions:\n");
-  for (const OptionHelp& option : kOptionHelp) {
-    std::printf("  %s %s\n      %s\n", option.name, option.value, option.text);
-  }
-  std::printf("  --help\n      print this text\n");
+  std::printf("\nOptions of every command:\n");
+  PrintOptions(kGlobalOptions);
+  std::printf("  --help\n");
+  PrintWrapped("print this text; after a command, that command's usage");
+  std::printf("\n%s", kNotes);
 }
 
-int UsageError(const std::string& message) {
-  std::fprintf(stderr, "dshost: %s\nRun 'dshost --help' for usage.\n", message.c_str());
-  return kExitUsage;
+void PrintCommandUsage(const Command& command) {
+  std::printf("Usage: dshost [OPTIONS] %s\n\n", Synopsis(command).c_str());
+  PrintWrapped(command.summary);
+  if (!command.options.empty()) {
+    std::printf("\nOptions:\n");
+    PrintOptions(command.options);
+  }
+  std::printf("\nOptions of every command:\n");
+  PrintOptions(kGlobalOptions);
+  if (command.operands != 0) std::printf("\n%s", kNotes);
 }
 
 const Command* FindCommand(const std::string& name) {
@@ -229,31 +585,45 @@ const Command* FindCommand(const std::string& name) {
 
 bool IsHelp(const std::string& argument) { return argument == "--help" || argument == "-h"; }
 
+bool Accepts(const Command* command, const std::string& option) {
+  const auto known = [&option](const std::vector<std::string>& options) {
+    return std::find(options.begin(), options.end(), option) != options.end();
+  };
+  return known(kGlobalOptions) || (command != nullptr && known(command->options));
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
   QCoreApplication application(argc, argv);
   const std::vector<std::string> args(argv + 1, argv + argc);
-  if (args.empty()) return UsageError("no command given");
-  if (IsHelp(args[0]) || args[0] == "help") {
-    PrintUsage();
-    return 0;
-  }
-  const Command* command = FindCommand(args[0]);
-  if (command == nullptr) return UsageError("unknown command '" + args[0] + "'");
+  const Command* command = nullptr;
   Arguments arguments;
-  for (std::size_t i = 1; i < args.size(); ++i) {
-    if (IsHelp(args[i])) {
-      PrintUsage();
+  for (std::size_t i = 0; i < args.size(); ++i) {
+    const std::string& argument = args[i];
+    if (IsHelp(argument) || (command == nullptr && argument == "help")) {
+      command == nullptr ? PrintUsage() : PrintCommandUsage(*command);
       return 0;
     }
-    const auto& accepted = command->options;
-    if (std::find(accepted.begin(), accepted.end(), args[i]) == accepted.end()) {
-      return UsageError("'" + args[i] + "' is not an option of " + command->name);
+    if (argument.starts_with("--")) {
+      if (!Accepts(command, argument)) {
+        return UsageError("unknown option " + argument, command ? command->name : nullptr);
+      }
+      if (i + 1 == args.size()) {
+        return UsageError(argument + " needs a value", command ? command->name : nullptr);
+      }
+      arguments.options[argument] = args[++i];
+    } else if (command == nullptr) {
+      command = FindCommand(argument);
+      if (command == nullptr) return UsageError("unknown command '" + argument + "'");
+      arguments.command = command->name;
+    } else {
+      arguments.operands.push_back(argument);
     }
-    if (i + 1 == args.size()) return UsageError(args[i] + " needs a value");
-    arguments.options[args[i]] = args[i + 1];
-    ++i;
+  }
+  if (command == nullptr) return UsageError("no command given");
+  if (arguments.operands.size() != command->operands) {
+    return UsageError("usage: dshost [OPTIONS] " + Synopsis(*command), command->name);
   }
   try {
     return command->run(arguments);

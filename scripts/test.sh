@@ -1,7 +1,18 @@
 #!/bin/bash
-# Builds everything and runs every test (64-bit and 32-bit layout included).
+# Builds everything and runs every test (64-bit and 32-bit layout included),
+# then builds the concurrency tests under ThreadSanitizer in build-tsan and
+# runs them there: only those targets, so that the second tree stays quick.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/setup.sh
 bash scripts/build.sh
 ctest --test-dir build --output-on-failure -j "$(nproc)"
+
+TSAN_DIR=build-tsan
+TSAN_TARGETS=(datastore_integration_tests datastore_stress_tests)
+TSAN_TESTS='^(DataStoreWorkerTest|DataStoreStressTest)\.'
+cmake -G Ninja -S . -B "$TSAN_DIR" -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+  -DDATASTORE_SANITIZE=thread -DDATASTORE_BUILD_BENCHMARKS=OFF >/dev/null
+cmake --build "$TSAN_DIR" -j "$(nproc)" --target "${TSAN_TARGETS[@]}"
+TSAN_OPTIONS="halt_on_error=1 suppressions=$PWD/tests/tsan.supp" \
+  ctest --test-dir "$TSAN_DIR" --output-on-failure -j "$(nproc)" -R "$TSAN_TESTS"

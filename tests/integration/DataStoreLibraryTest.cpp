@@ -4,7 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
@@ -12,9 +11,9 @@
 #include <sstream>
 #include <stdexcept>
 #include <string>
-#include <unistd.h>
 #include <vector>
 
+#include "LibraryCopy.h"
 #include "ModuleHost.h"
 
 namespace {
@@ -34,31 +33,6 @@ constexpr std::uint32_t kExceptionLogLevel = 5;
 
 struct StartError : std::runtime_error {
   using std::runtime_error::runtime_error;
-};
-
-// A folder of the test's own with a fresh copy of the library in it.
-class LibraryCopy {
- public:
-  LibraryCopy() {
-    static std::atomic<int> counter{0};
-    const std::string unique = std::to_string(::getpid()) + "_" + std::to_string(counter++);
-    dir_ = fs::temp_directory_path() / ("datastore_library_test_" + unique);
-    fs::create_directories(dir_);
-  }
-  ~LibraryCopy() { fs::remove_all(dir_); }
-  LibraryCopy(const LibraryCopy&) = delete;
-  LibraryCopy& operator=(const LibraryCopy&) = delete;
-
-  // A new copy of the built library under name.
-  std::string copy(const std::string& name) const {
-    const fs::path target = dir_ / name;
-    fs::copy_file(DATASTORE_MODULE_PATH, target);
-    return target.string();
-  }
-  const fs::path& dir() const { return dir_; }
-
- private:
-  fs::path dir_;  // removed with the object
 };
 
 // Answers every folder request with a folder under root.

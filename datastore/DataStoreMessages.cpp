@@ -1,0 +1,179 @@
+// The host message interface of the data store.
+#include <cstring>
+
+#include "Convertor.h"
+#include "DataStoreModule.h"
+#include "HostFolders.h"
+#include "RequestsThread.h"
+#include "WorkerSync.h"
+
+namespace {
+
+constexpr char kRegistrationKind[] = "DATASTORE";
+constexpr char kRegistrationMaker[] = "QUENDAL";
+constexpr char kRegistrationName[] = "Datastore Unique Name";
+constexpr char kGameModeEvent[] = "Quendal Game Mode";
+constexpr char kDataStoreEvent[] = "DataStoreEvent";
+constexpr char kStartLine[] = "Start datastore module";
+
+bool IsSymbolMessage(unsigned int message) {
+  return message >= HostMessage::OpenSymbol && message <= HostMessage::OpenSymbolPath;
+}
+
+}  // namespace
+
+int CDataStoreModule::ReceiveMessageWrap(void* context, unsigned int message, HostArg a, HostArg b) {
+  CModule::ReceiveMessageWrap(context, message, a, b);
+  try {
+    return Dispatch(message, a, b);
+  } catch (AddDataException const& exception) {
+    dsLog.addMessage(QString::fromLocal8Bit(exception.what()), MESS_CRITICAL);
+    return 0;
+  }
+}
+
+int CDataStoreModule::Dispatch(unsigned int message, HostArg a, HostArg b) {
+  if (IsSymbolMessage(message)) return HandleSymbolMessage(message, a, b);
+  switch (message) {
+    case HostMessage::InitModule:
+      InitModule();
+      return 0;
+    case HostMessage::Start:
+      StartModule();
+      return 0;
+    case HostMessage::Stop:
+      EventDataStoreEmit();
+      StopRequestThread();
+      return 0;
+    case HostMessage::ReceiveEvent:
+      return coreReceiveEvent(a);
+    case HostMessage::CreateMenu:
+      CreateImportMenu();
+      return 0;
+    case HostMessage::MenuItemPressed:
+      if (convertor_ != nullptr) convertor_->pressMenuItem(reinterpret_cast<mm_menu_item*>(a));
+      return 0;
+    default:
+      return 0;
+  }
+}
+
+// Symbol requests: refused in game mode, inserts refused while writing is
+// disabled; a null record or a handle the registry does not hold gets 1.
+int CDataStoreModule::HandleSymbolMessage(unsigned int message, HostArg a, HostArg b) {
+  if (gameMode_ == 1) return 0;
+  const bool insert = message == HostMessage::InsertDataSend || message == HostMessage::InsertDataPost;
+  if (insert && !writeEnabled_) return 0;
+  if (a == 0) return 1;
+  void* record = reinterpret_cast<void*>(a);
+  auto handleOf = [record]() { return reinterpret_cast<void*>(*static_cast<HostWord*>(record)); };
+  switch (message) {
+    case HostMessage::OpenSymbol:
+      if (b == 0) return 1;
+      return OpenSymbol(static_cast<SYMBOL_NAME_PERIOD*>(record), reinterpret_cast<void**>(b));
+    case HostMessage::OpenSymbolPath:
+      if (b == 0) return 1;
+      return OpenSymbol(static_cast<SYMBOL_NAME_PERIOD_PATH*>(record), reinterpret_cast<void**>(b), true);
+    case HostMessage::CloseSymbol:
+      return CloseSymbol(record);
+    case HostMessage::InsertDataPost:
+      return InsertSymbolDataPost(static_cast<INSERT_SYMBOL_DATA_REQUEST*>(record));
+    default:
+      break;
+  }
+  if (!isExistSymbol(handleOf())) return 1;
+  switch (message) {
+    case HostMessage::InsertDataSend:
+      return InsertSymbolDataSend(static_cast<INSERT_SYMBOL_DATA_REQUEST*>(record));
+    case HostMessage::GetDataSend:
+      return GetSymbolDataSend(static_cast<GET_SYMBOL_DATA_REQUEST*>(record));
+    case HostMessage::GetDataPost:
+      return GetSymbolDataPost(static_cast<GET_SYMBOL_DATA_REQUEST*>(record));
+    default:
+      return GetSymbolDataCountSend(static_cast<GET_SYMBOL_DATA_REQUEST*>(record));
+  }
+}
+
+void CDataStoreModule::Register() {
+  REGISTRATION_RECORD record{};
+  std::strcpy(record.kind, kRegistrationKind);
+  std::strcpy(record.maker, kRegistrationMaker);
+  std::strcpy(record.uniqueName, kRegistrationName);
+  record.context2 = reinterpret_cast<HostWord>(context2());
+  record.moduleOrHandle = reinterpret_cast<HostWord>(this);
+  CallHost(HostMessage::RegisterModule, reinterpret_cast<HostArg>(&record), 0);
+  moduleHandle_ = record.moduleOrHandle;
+  hostId_ = record.moduleOrHandle;
+  setModuleHandle(record.moduleOrHandle);
+}
+
+void CDataStoreModule::InitModule() {
+  Register();
+  CreateFolders();
+  pGlobalCore = context();
+  addDateToTranslate();
+  EventDataStoreGetHandle();
+}
+
+void CDataStoreModule::StartModule() {
+  pGlobalCore = context();
+  subscribeEvent(kGameModeEvent);
+  dsLog.addMessage(QString::fromLatin1(kStartLine), MESS_CRITICAL);
+}
+
+// The worker finishes the request it serves, drops the queued ones and ends.
+// A request longer than the usual wait is still finished: a write is never
+// cut, and the library is never unloaded under a running worker.
+void CDataStoreModule::StopRequestThread() {
+  if (requestThread_ == nullptr) return;
+  {
+    std::lock_guard<std::mutex> lock(sync_->queueMutex);
+    sync_->stopRequested = true;
+  }
+  sync_->requestCondition.notify_all();
+  if (!requestThread_->wait(kStopWaitMs)) {
+    dsLog.addMessage(QStringLiteral("Stop: the worker is finishing a long request"), MESS_CRITICAL);
+    requestThread_->wait();
+  }
+  DropQueued();
+}
+
+// One convertor serves every menu request; it adds its entry to the host's menu.
+void CDataStoreModule::CreateImportMenu() {
+  if (convertor_ == nullptr) convertor_ = new CConvertor(this, this);
+  convertor_->setHostContext(context());
+  convertor_->setFolders({[this] { return GetWorkFolderFromMain(this, context()); },
+                          [this] { return GetPathByFolderType(this, VD_FOLDER_IMPORT); }});
+  convertor_->CreateMenuConvertor();
+  convertor_->UpdatePath();
+}
+
+void CDataStoreModule::subscribeEvent(const char* name) {
+  EVENT_SUBSCRIPTION_RECORD record{};
+  CopyHostName(record.name, kHostNameField, QString::fromLatin1(name));
+  record.moduleHandle = hostId_;
+  record.module = reinterpret_cast<HostWord>(this);
+  record.minusOne = -1;
+  CallHost(HostMessage::SubscribeEvent, reinterpret_cast<HostArg>(&record), 0);
+}
+
+void CDataStoreModule::EventDataStoreGetHandle() {
+  EVENT_CREATION_RECORD record{};
+  CopyHostName(record.name, kHostNameField, QString::fromLatin1(kDataStoreEvent));
+  CallHost(HostMessage::CreateEvent, reinterpret_cast<HostArg>(&record), 0);
+  eventHandle_ = record.handle;
+  eventSender_.sender = hostId_;
+}
+
+void CDataStoreModule::EventDataStoreEmit() {
+  CallHost(HostMessage::EmitEvent, static_cast<HostArg>(eventHandle_), reinterpret_cast<HostArg>(&eventSender_));
+}
+
+int CDataStoreModule::coreReceiveEvent(HostArg address) {
+  const auto* record = reinterpret_cast<const INCOMING_EVENT_RECORD*>(address);
+  if (record == nullptr || record->addressedHostId != hostId_) return 1;
+  if (record->addressedModule != reinterpret_cast<HostWord>(this)) return 0;
+  if (record->eventCode == kEventGameModeStarts) gameMode_ = 1;
+  if (record->eventCode == kEventGameModeEnds) gameMode_ = 0;
+  return 0;
+}

@@ -1,0 +1,152 @@
+// The registry of symbols: every symbol opened or found on disk, keyed by
+// the folder that holds its file, for the module's whole life.
+#include <QDir>
+#include <QFileInfo>
+#include <cstring>
+#include <vector>
+
+#include "DataStoreModule.h"
+#include "ProviderPath.h"
+
+namespace {
+
+constexpr char16_t kIntraday = u'I';
+constexpr int kProviderBytes = sizeof(SYMBOL_NAME_PERIOD::provider);
+constexpr int kCodeBytes = sizeof(SYMBOL_NAME_PERIOD::code);
+
+// Texts of a request, never read past their fields.
+QString RequestName(SYMBOL_NAME_PERIOD const& request) {
+  int length = 0;
+  while (length < kHostWideNameUnits && request.name[length] != 0) ++length;
+  return QString::fromUtf16(request.name, length);
+}
+QString RequestProviderName(SYMBOL_NAME_PERIOD const& request) {
+  return QString::fromLocal8Bit(request.provider, qsizetype(strnlen(request.provider, kProviderBytes)));
+}
+std::string RequestCode(SYMBOL_NAME_PERIOD const& request) {
+  return std::string(request.code, strnlen(request.code, kCodeBytes));
+}
+QString RequestPath(SYMBOL_NAME_PERIOD_PATH const& request) {
+  int length = 0;
+  while (length < kHostWideNameUnits && request.path[length] != 0) ++length;
+  return QString::fromUtf16(request.path, length);
+}
+
+bool Matches(CSymbol const& symbol, SYMBOL_NAME_PERIOD const& request) {
+  return QString::fromUtf16(symbol.name()) == RequestName(request) &&
+         RequestCode(request) == symbol.code() &&
+         QString::fromUtf16(symbol.providerName()) == RequestProviderName(request) &&
+         symbol.period().kind == request.period.kind &&
+         (request.period.kind != kIntraday || symbol.period().length == request.period.length);
+}
+
+void AddDefaultViews(CSymbol& symbol) {
+  static const std::vector<const char*> kTickViews = {"Value", "Volume"};
+  static const std::vector<const char*> kCandleViews = {"Open", "High", "Low", "Close", "Volume"};
+  const SYMBOL_PERIOD period = symbol.period();
+  const bool ticks = period.kind == kIntraday && period.length == 0;
+  for (const char* name : ticks ? kTickViews : kCandleViews) {
+    char view[kViewNameSize] = {};
+    std::strncpy(view, name, sizeof(view) - 1);
+    symbol.InsertDataPointView(DATA_POINT_FLOAT, view);
+  }
+}
+
+}  // namespace
+
+void CDataStoreModule::UpdateSourceNames(QString const& provider) {
+  if (sourceNames_.contains(provider)) return;
+  sourceNames_.append(provider);
+  const QString folder = ProviderFolderName(provider);
+  if (writeEnabled_ && !folder.isEmpty()) QDir(qDataPath).mkdir(folder);
+}
+
+CSymbol* CDataStoreModule::GetSymbol(QString const& key, SYMBOL_NAME_PERIOD* request) {
+  if (request == nullptr) return nullptr;
+  const auto found = symbolMap_.constFind(key);
+  if (found == symbolMap_.cend()) return nullptr;
+  for (CSymbol* symbol : found.value()) {
+    if (symbol != nullptr && Matches(*symbol, *request)) return symbol;
+  }
+  return nullptr;
+}
+
+void CDataStoreModule::AppendSymbol(QString const& key, CSymbol* symbol) {
+  symbolMap_[key].append(symbol);
+  symbolHandles_.insert(symbol);
+  ++symbolCount_;
+}
+
+bool CDataStoreModule::isExistSymbol(void* handle) const {
+  return handle != nullptr && symbolHandles_.count(handle) != 0;
+}
+
+// A folder named by a request must lie inside the data folder.
+bool CDataStoreModule::IsInsideDataFolder(QString const& folder) const {
+  const QString root = QDir::cleanPath(QDir(qDataPath).absolutePath());
+  const QString cleaned = QDir::cleanPath(QDir(root).absoluteFilePath(folder));
+  return cleaned == root || cleaned.startsWith(root + QLatin1Char('/'));
+}
+
+CSymbol* CDataStoreModule::CreateSymbol(QString const& key, SYMBOL_NAME_PERIOD const& request) {
+  const std::u16string name = RequestName(request).toStdU16String();
+  const std::u16string provider = RequestProviderName(request).toStdU16String();
+  std::string code = RequestCode(request);
+  auto* symbol = new CSymbol(this, reinterpret_cast<const unsigned short*>(name.c_str()), request.period,
+                             reinterpret_cast<const unsigned short*>(name.c_str()), code.data(),
+                             reinterpret_cast<const unsigned short*>(provider.c_str()));
+  AddDefaultViews(*symbol);
+  QString folder = key;
+  AddProvider(folder, ProviderFolderName(QString::fromStdU16String(provider)));
+  MakePath(folder);
+  {
+    std::lock_guard<std::mutex> lock(dataMutex());
+    symbol->Create(key);
+  }
+  AppendSymbol(key, symbol);
+  return symbol;
+}
+
+int CDataStoreModule::OpenSymbol(SYMBOL_NAME_PERIOD_PATH* request, void** handle, bool) {
+  LogMessage("OpenSymbol");
+  const QString key = RequestPath(*request);
+  if (!IsInsideDataFolder(key)) return 1;
+  UpdateSourceNames(RequestProviderName(request->symbol));
+  CSymbol* symbol = GetSymbol(key, &request->symbol);
+  if (symbol == nullptr) symbol = CreateSymbol(key, request->symbol);
+  {
+    std::lock_guard<std::mutex> lock(dataMutex());
+    symbol->Open();
+  }
+  *handle = symbol;
+  return 0;
+}
+
+int CDataStoreModule::OpenSymbol(SYMBOL_NAME_PERIOD* request, void** handle) {
+  SYMBOL_NAME_PERIOD_PATH withPath{};
+  std::memcpy(&withPath.symbol, request, sizeof(SYMBOL_NAME_PERIOD));
+  QString path = qDataPath;
+  AddProvider(path, ProviderFolderName(RequestProvider()));
+  const qsizetype units = std::min<qsizetype>(path.size(), kHostWideNameUnits - 1);
+  std::memcpy(withPath.path, path.utf16(), std::size_t(units) * sizeof(char16_t));
+  return OpenSymbol(&withPath, handle, false);
+}
+
+int CDataStoreModule::CloseSymbol(void*) {
+  LogMessage("CloseSymbol");
+  return 0;
+}
+
+void CDataStoreModule::CreateStoredSymbols(QString const& folder) {
+  const QFileInfoList entries = QDir(folder).entryInfoList(
+      QDir::Dirs | QDir::Files | QDir::NoSymLinks | QDir::NoDotAndDotDot, QDir::Name | QDir::IgnoreCase);
+  for (QFileInfo const& entry : entries) {
+    if (entry.isDir() || entry.suffix() != QLatin1String("cjd")) continue;
+    auto* symbol = new CSymbol(this, entry.filePath().toLocal8Bit().constData());
+    if (symbol->LoadProperties() == 0) {
+      AppendSymbol(folder, symbol);
+    } else {
+      delete symbol;
+    }
+  }
+}

@@ -1,0 +1,157 @@
+// The built dshost program driving the built module library, run as a user
+// runs it, in a folder of its own.
+
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+struct Outcome {
+  int status;        // exit status, -1 when the program did not exit
+  std::string out;   // standard output
+  std::string err;   // standard error
+};
+
+std::string ReadFile(const fs::path& path) {
+  std::ifstream in(path);
+  std::ostringstream text;
+  text << in.rdbuf();
+  return text.str();
+}
+
+class DshostTest : public ::testing::Test {
+ protected:
+  DshostTest() : dir_(fs::temp_directory_path() / ("dshost_test_" + std::to_string(::getpid()))) {
+    fs::create_directories(dir_);
+  }
+  ~DshostTest() override { fs::remove_all(dir_); }
+
+  // Runs dshost with arguments (shell words) in the test's folder, input on
+  // standard input, its data in the folder "data".
+  Outcome dshost(const std::string& arguments, const std::string& input = "") {
+    std::ofstream(dir_ / "stdin.txt") << input;
+    const std::string command = "cd '" + dir_.string() + "' && '" DSHOST_PATH
+                                "' --module '" DATASTORE_MODULE_PATH "' --data data " +
+                                arguments + " < stdin.txt > stdout.txt 2> stderr.txt";
+    const int raw = std::system(command.c_str());
+    return {WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, ReadFile(dir_ / "stdout.txt"),
+            ReadFile(dir_ / "stderr.txt")};
+  }
+
+  fs::path dir_;  // removed with the test
+};
+
+const std::string kTicks =
+    "time,epoch,Value,Volume\n"
+    "2024-01-02T03:04:00Z,1704164640,1.1,1\n"
+    "2024-01-02T03:04:05Z,1704164645,1.0845,100\n"
+    "2024-01-02T03:04:06Z,1704164646,1.08451,5.5\n";
+
+TEST_F(DshostTest, GetPrintsWhatInsertStored) {
+  const Outcome insert = dshost("insert EUR/USD I0", kTicks);
+  ASSERT_EQ(insert.status, 0) << insert.err;
+  EXPECT_EQ(insert.out, "inserted 3 records\n");
+
+  const Outcome get = dshost("get EUR/USD I0");
+  ASSERT_EQ(get.status, 0) << get.err;
+  EXPECT_EQ(get.out, kTicks);
+
+  const Outcome count = dshost("count EUR/USD I0");
+  ASSERT_EQ(count.status, 0) << count.err;
+  EXPECT_EQ(count.out, "3\n");
+}
+
+TEST_F(DshostTest, SelectionsOfGetAndCountAgree) {
+  ASSERT_EQ(dshost("insert EUR/USD I0", kTicks).status, 0);
+  std::istringstream lines(kTicks);
+  std::string header, rows[3];
+  std::getline(lines, header);
+  header += '\n';
+  for (std::string& row : rows) {
+    std::getline(lines, row);
+    row += '\n';
+  }
+  const struct {
+    const char* selection;
+    std::string expected;
+  } kCases[] = {
+      {"--last 2", header + rows[1] + rows[2]},
+      {"--first 1", header + rows[0]},
+      {"--last 0", header},
+      // The range leads with the last record before --from; --to is exclusive.
+      {"--from 2024-01-02T03:04:06Z --to 1704164646", header + rows[1]},
+      {"--from 1704164646", header + rows[1] + rows[2]},
+  };
+  for (const auto& c : kCases) {
+    const Outcome get = dshost(std::string("get EUR/USD I0 ") + c.selection);
+    ASSERT_EQ(get.status, 0) << c.selection << ": " << get.err;
+    EXPECT_EQ(get.out, c.expected) << c.selection;
+    const Outcome count = dshost(std::string("count EUR/USD I0 ") + c.selection);
+    ASSERT_EQ(count.status, 0) << c.selection << ": " << count.err;
+    const auto lines = std::count(c.expected.begin(), c.expected.end(), '\n');
+    EXPECT_EQ(count.out, std::to_string(lines - 1) + "\n") << c.selection;
+  }
+}
+
+TEST_F(DshostTest, CandlesInsertedInAnyColumnOrderUnderAProvider) {
+  const Outcome insert = dshost("--provider Demo insert ES.Z4 D --code ESZ4",
+                            "Volume,Close,Low,High,Open,time\n"
+                            "10,4.5,3.5,5,4,2024-01-03\n"
+                            "20,5.5,4.5,6,5,2024-01-02\n");
+  ASSERT_EQ(insert.status, 0) << insert.err;
+  EXPECT_TRUE(fs::is_directory(dir_ / "data" / "Demo"));
+  const Outcome get = dshost("--provider Demo get ES.Z4 D --code ESZ4");
+  ASSERT_EQ(get.status, 0) << get.err;
+  EXPECT_EQ(get.out,
+            "time,epoch,Open,High,Low,Close,Volume\n"
+            "2024-01-02T00:00:00Z,1704153600,5,6,4.5,5.5,20\n"
+            "2024-01-03T00:00:00Z,1704240000,4,5,3.5,4.5,10\n");
+  EXPECT_EQ(dshost("get ES.Z4 D --code ESZ4").out, "time,epoch,Open,High,Low,Close,Volume\n")
+      << "another provider's symbol";
+}
+
+TEST_F(DshostTest, BadArgumentsAndInputFailWithAMessage) {
+  const struct {
+    const char* arguments;
+    const char* input;
+    int status;
+    const char* error;
+  } kCases[] = {
+      {"get EUR/USD X5", "", 2, "bad period 'X5'"},
+      {"get EUR/USD", "", 2, "usage: dshost"},
+      {"count EUR/USD I0 --bogus 1", "", 2, "unknown option --bogus"},
+      {"count EUR/USD I0 --last", "", 2, "--last needs a value"},
+      {"get EUR/USD I0 --last 1 --from 0", "", 2, "choose one of"},
+      {"get EUR/USD I0 --from yesterday", "", 2, "bad time 'yesterday'"},
+      {"frob", "", 2, "unknown command 'frob'"},
+      {"insert EUR/USD I0", "epoch,Value,Volume\n1,2,3\n2,x,3\n", 1, "line 3: bad value 'x'"},
+      {"insert EUR/USD I0", "epoch,Value\n", 1, "line 1: missing column Volume"},
+  };
+  for (const auto& c : kCases) {
+    const Outcome run = dshost(c.arguments, c.input);
+    EXPECT_EQ(run.status, c.status) << c.arguments;
+    EXPECT_NE(run.err.find(c.error), std::string::npos) << c.arguments << ": " << run.err;
+    EXPECT_EQ(run.out, "") << c.arguments;
+  }
+  EXPECT_FALSE(fs::exists(dir_ / "data")) << "the module was never started";
+}
+
+TEST_F(DshostTest, HelpOfTheProgramAndOfEveryCommand) {
+  for (const char* arguments :
+       {"--help", "info --help", "get --help", "count -h", "insert --help"}) {
+    const Outcome run = dshost(arguments);
+    EXPECT_EQ(run.status, 0) << arguments;
+    EXPECT_EQ(run.out.rfind("Usage: dshost", 0), 0u) << arguments << ": " << run.out;
+  }
+}
+
+}  // namespace

@@ -1,0 +1,648 @@
+// The data store through the loaded library: configuration, the registry of
+// symbols, posted requests and their worker, game mode, hostile input, stop.
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstring>
+#include <future>
+
+#include "DataStoreFixture.h"
+
+namespace datastore_test {
+namespace {
+
+namespace M = HostMessage;
+
+constexpr float kChangedTag = 50;           // tag of records that replace or follow stored ones
+constexpr unsigned char kScribble = 0xEE;   // overwrites a caller's buffer after posting
+constexpr std::int32_t kFirstTime = 1000;   // time of the first stored record
+constexpr std::int32_t kStep = 60;          // seconds between stored records
+constexpr std::int32_t kLargeCapacity = 10;  // more than any test stores
+
+// Packed fields are passed by value: gtest's macros bind references.
+template <typename T>
+T Unpacked(T field) {
+  return field;
+}
+
+std::vector<Candle> Series(int count, float tag = 0) {
+  std::vector<Candle> candles;
+  for (int i = 0; i < count; ++i) candles.push_back(MakeCandle(kFirstTime + i * kStep, tag));
+  return candles;
+}
+
+std::vector<fs::path> Names(const std::vector<fs::path>& paths) {
+  std::vector<fs::path> names;
+  for (const fs::path& path : paths) names.push_back(path.filename());
+  return names;
+}
+
+// ---------------------------------------------------------------------------
+// Configuration: pelto.cfg in the host's configuration folder.
+
+using DataStoreConfigTest = DataStoreFixture;
+
+TEST_F(DataStoreConfigTest, WithoutConfigurationTheHostDataFolderHoldsTheProviderFolder) {
+  DataStoreSession& ds = restart();
+  EXPECT_TRUE(fs::is_directory(tree_.providerFolder()));
+  const HostWord handle = ds.open(SymbolSpec{});
+  EXPECT_EQ(ds.insert(handle, Series(2)), 0);
+  EXPECT_EQ(tree_.symbolFiles(),
+            std::vector<fs::path>{tree_.providerFolder() / "EUR%2FUSD_I1_EURUSD.cjd"});
+  EXPECT_EQ(ds.readAll<Candle>(handle), Series(2));
+}
+
+class DataStoreTildeConfigTest : public DataStoreFixture,
+                                 public ::testing::WithParamInterface<const char*> {};
+
+// A value that begins with a tilde names the host's data folder, whatever follows.
+TEST_P(DataStoreTildeConfigTest, TildeValuesNameTheHostDataFolder) {
+  tree_.writeConfig({std::string("PathData=") + GetParam()});
+  DataStoreSession& ds = restart();
+  EXPECT_TRUE(fs::is_directory(tree_.providerFolder()));
+  ds.open(SymbolSpec{});
+  EXPECT_EQ(tree_.symbolFiles().size(), 1u);
+  EXPECT_EQ(tree_.entriesOutside({tree_.data()}), std::vector<fs::path>{});
+}
+
+INSTANTIATE_TEST_SUITE_P(Values, DataStoreTildeConfigTest, ::testing::Values("~", "~/x"));
+
+TEST_F(DataStoreConfigTest, AbsolutePathDataGetsTheProviderFolderWithItsParents) {
+  const fs::path store = tree_.root() / "elsewhere" / "deep" / "store";
+  tree_.writeConfig({"PathData=" + store.string()});
+  DataStoreSession& ds = restart();
+  EXPECT_TRUE(fs::is_directory(store / kProvider));
+  EXPECT_FALSE(fs::exists(tree_.data()));
+  ds.open(SymbolSpec{});
+  EXPECT_EQ(tree_.symbolFiles(),
+            std::vector<fs::path>{store / kProvider / "EUR%2FUSD_I1_EURUSD.cjd"});
+}
+
+TEST_F(DataStoreConfigTest, WritesDisabledCreateAndStoreNothing) {
+  tree_.writeConfig({"PathData=~", "EnableWrite=0"});
+  DataStoreSession& ds = restart();
+  EXPECT_EQ(tree_.entriesOutside({}), std::vector<fs::path>{});
+
+  const HostWord handle = ds.open(SymbolSpec{});
+  EXPECT_EQ(ds.insert(handle, Series(2)), 0);
+  std::vector<Candle> posted = Series(1);
+  EXPECT_EQ(postInsert(handle, posted), 0);
+  EXPECT_EQ(ds.count(handle), 0);
+  EXPECT_EQ(tree_.symbolFiles(), std::vector<fs::path>{});
+  EXPECT_TRUE(sink_.completions().empty());
+}
+
+TEST_F(DataStoreConfigTest, WritesDisabledLeaveStoredSymbolsReadable) {
+  DataStoreSession& first = restart();
+  first.insert(first.open(SymbolSpec{}), Series(3));
+  session_.reset();
+  const std::vector<fs::path> files = tree_.symbolFiles();
+  ASSERT_EQ(files.size(), 1u);
+  const std::string stored = ReadBytes(files[0]);
+
+  tree_.writeConfig({"EnableWrite=0"});
+  DataStoreSession& ds = restart();
+  const HostWord handle = ds.open(SymbolSpec{});
+  EXPECT_EQ(ds.insert(handle, Series(5, kChangedTag)), 0);
+  std::vector<Candle> posted = Series(4, kChangedTag);
+  EXPECT_EQ(postInsert(handle, posted), 0);
+  EXPECT_EQ(ds.readAll<Candle>(handle), Series(3));
+  session_.reset();
+  EXPECT_EQ(ReadBytes(files[0]), stored);
+  EXPECT_TRUE(sink_.completions().empty());
+}
+
+// ---------------------------------------------------------------------------
+// The registry: symbols stored before start-up, keys, names and periods.
+
+using DataStoreRegistryTest = DataStoreFixture;
+
+// Stored symbols are found by what their files hold, not by the file names;
+// a file with an upper-case suffix and a folder are no symbol files.
+TEST_F(DataStoreRegistryTest, SymbolsStoredBeforeStartUpAreRegisteredFromTheirFiles) {
+  const SymbolSpec ticks{.length = 0};
+  const std::vector<Tick> tickData = {{100, 1.5f, 10}, {160, 1.25f, 20}};
+  DataStoreSession& first = restart();
+  EXPECT_EQ(first.insert(first.open(SymbolSpec{}), Series(3)), 0);
+  EXPECT_EQ(first.insert(first.open(ticks), tickData), 0);
+  session_.reset();
+  const fs::path folder = tree_.providerFolder();
+  fs::rename(folder / "EUR%2FUSD_I1_EURUSD.cjd", folder / "renamed.cjd");
+  fs::copy_file(folder / "EUR%2FUSD_I0_EURUSD.cjd", folder / "A.CJD");  // sorts first
+  fs::create_directory(folder / "B.cjd");
+  const std::string upperCase = ReadBytes(folder / "A.CJD");
+
+  DataStoreSession& ds = restart();
+  EXPECT_EQ(ds.readAll<Candle>(ds.open(SymbolSpec{})), Series(3));
+  const HostWord tickHandle = ds.open(ticks);
+  std::vector<Tick> expected = tickData;
+  expected.push_back({220, 1.75f, 30});
+  EXPECT_EQ(ds.insert(tickHandle, std::vector<Tick>{expected.back()}), 0);
+  EXPECT_EQ(ds.readAll<Tick>(tickHandle), expected);
+  EXPECT_EQ(ReadBytes(folder / "A.CJD"), upperCase);
+  EXPECT_EQ(Names(tree_.symbolFiles()),
+            (std::vector<fs::path>{"EUR%2FUSD_I0_EURUSD.cjd", "renamed.cjd"}));
+}
+
+// A stored symbol is registered under the provider folder exactly as the
+// module spells it: another spelling of the same folder is another key.
+TEST_F(DataStoreRegistryTest, OpenPathKeyMustEqualTheProviderFolderExactly) {
+  DataStoreSession& first = restart();
+  first.insert(first.open(SymbolSpec{}), Series(3));
+
+  DataStoreSession& ds = restart();
+  HostWord stored = 0;
+  ASSERT_EQ(ds.openPath(SymbolSpec{}, tree_.providerFolder(), &stored), 0);
+  EXPECT_EQ(ds.open(SymbolSpec{}), stored);
+
+  HostWord slashed = 0;
+  ASSERT_EQ(ds.openPath(SymbolSpec{}, tree_.providerFolder().string() + "/", &slashed), 0);
+  EXPECT_NE(slashed, stored);
+  EXPECT_EQ(ds.readAll<Candle>(slashed), Series(3));
+  EXPECT_EQ(ds.readAll<Candle>(stored), Series(3));
+  EXPECT_EQ(tree_.symbolFiles().size(), 1u);
+}
+
+// Two keys that name one folder give two symbols on one file: what one writes,
+// the other reads, a rewrite of earlier records (a rename of a new file over
+// the old one) included, and nothing is lost.
+TEST_F(DataStoreRegistryTest, TwoKeysOfOneFileSeeEachOthersWrites) {
+  DataStoreSession& first = restart();
+  first.insert(first.open(SymbolSpec{}), Series(3));
+
+  DataStoreSession& ds = restart();
+  HostWord stored = 0, slashed = 0;
+  ASSERT_EQ(ds.openPath(SymbolSpec{}, tree_.providerFolder(), &stored), 0);
+  ASSERT_EQ(ds.openPath(SymbolSpec{}, tree_.providerFolder().string() + "/", &slashed), 0);
+  std::vector<Candle> expected = Series(5);
+  ds.insert(slashed, std::vector<Candle>{expected[3]});
+  EXPECT_EQ(ds.readAll<Candle>(stored), Series(4));
+  const Candle earlier = MakeCandle(kFirstTime - kStep, kChangedTag);
+  ds.insert(slashed, std::vector<Candle>{earlier});  // lands before the stored records
+  ds.insert(stored, std::vector<Candle>{expected[4]});
+  expected.insert(expected.begin(), earlier);
+  EXPECT_EQ(ds.readAll<Candle>(stored), expected);
+  EXPECT_EQ(ds.readAll<Candle>(slashed), expected);
+
+  DataStoreSession& again = restart();
+  EXPECT_EQ(again.readAll<Candle>(again.open(SymbolSpec{})), expected);
+}
+
+TEST_F(DataStoreRegistryTest, TheSameSymbolOpenedTwiceIsOneHandleAndOneFile) {
+  DataStoreSession& ds = restart();
+  const HostWord handle = ds.open(SymbolSpec{});
+  EXPECT_EQ(ds.open(SymbolSpec{}), handle);
+  EXPECT_EQ(tree_.symbolFiles().size(), 1u);
+}
+
+TEST_F(DataStoreRegistryTest, IntradayLengthsAreDistinctSymbols) {
+  DataStoreSession& ds = restart();
+  const HostWord one = ds.open(SymbolSpec{.length = 1});
+  const HostWord five = ds.open(SymbolSpec{.length = 5});
+  EXPECT_NE(one, five);
+  ds.insert(one, Series(1));
+  EXPECT_EQ(ds.count(five), 0);
+  EXPECT_EQ(Names(tree_.symbolFiles()),
+            (std::vector<fs::path>{"EUR%2FUSD_I1_EURUSD.cjd", "EUR%2FUSD_I5_EURUSD.cjd"}));
+}
+
+TEST_F(DataStoreRegistryTest, OtherKindsIgnoreTheLength) {
+  DataStoreSession& ds = restart();
+  const HostWord handle = ds.open(SymbolSpec{.kind = 'D', .length = 1});
+  EXPECT_EQ(ds.open(SymbolSpec{.kind = 'D', .length = 5}), handle);
+  EXPECT_EQ(Names(tree_.symbolFiles()), std::vector<fs::path>{"EUR%2FUSD_D_EURUSD.cjd"});
+}
+
+// ---------------------------------------------------------------------------
+// Posted requests, their completion calls and the worker that serves them.
+
+using DataStoreWorkerTest = DataStoreFixture;
+
+TEST_F(DataStoreWorkerTest, PostedInsertCompletesOnTheWorkerWithItsOwnCopy) {
+  DataStoreSession& ds = restart();
+  const HostWord handle = ds.open(SymbolSpec{});
+  const std::vector<Candle> original = Series(3);
+  std::vector<Candle> points = original;
+  INSERT_SYMBOL_DATA_REQUEST request = InsertRequest(handle, points);
+  sink_.attach(request);
+  ASSERT_EQ(ds.send(M::InsertDataPost, Arg(&request)), 0);
+  std::memset(points.data(), kScribble, points.size() * sizeof(Candle));  // no longer the module's
+  std::memset(&request, kScribble, sizeof request);
+
+  ASSERT_TRUE(sink_.waitFor(1));
+  const CompletionSink::Completion done = sink_.completions().at(0);
+  EXPECT_EQ(done.message, kInsertDone);
+  EXPECT_NE(done.thread, std::this_thread::get_id());
+  EXPECT_NE(done.address, Arg(&request));
+  EXPECT_EQ(done.b, 0);
+  EXPECT_EQ(Unpacked(done.insert.handle), handle);
+  EXPECT_EQ(Unpacked(done.insert.number), 3);
+  EXPECT_NE(Unpacked(done.insert.data), reinterpret_cast<HostWord>(points.data()));
+  EXPECT_EQ(Unpacked(done.insert.completionContext), sink_.context());
+  EXPECT_EQ(Unpacked(done.insert.completionCode), kInsertDone);
+  EXPECT_EQ(done.points, original);
+  EXPECT_TRUE(ds.host().calls(kInsertDone).empty());  // not the module's own host context
+  EXPECT_EQ(ds.readAll<Candle>(handle), original);
+}
+
+TEST_F(DataStoreWorkerTest, PostedGetDeliversInItsCopyAndLeavesTheCallersBuffer) {
+  DataStoreSession& ds = restart();
+  const HostWord handle = ds.open(SymbolSpec{});
+  const std::vector<Candle> stored = Series(5);
+  ds.insert(handle, stored);
+  std::vector<Candle> buffer(3);
+  std::memset(buffer.data(), kScribble, buffer.size() * sizeof(Candle));
+  const std::vector<Candle> untouched = buffer;
+  GET_SYMBOL_DATA_REQUEST request = GetRequest(handle, kNewest, buffer);
+  sink_.attach(request);
+  ASSERT_EQ(ds.send(M::GetDataPost, Arg(&request)), 0);
+
+  ASSERT_TRUE(sink_.waitFor(1));
+  const CompletionSink::Completion done = sink_.completions().at(0);
+  EXPECT_EQ(done.message, kGetDone);
+  EXPECT_NE(done.thread, std::this_thread::get_id());
+  EXPECT_NE(done.address, Arg(&request));
+  EXPECT_EQ(Unpacked(done.get.handle), handle);
+  EXPECT_EQ(Unpacked(done.get.mode), kNewest);
+  EXPECT_EQ(Unpacked(done.get.count), 3);
+  EXPECT_NE(Unpacked(done.get.buffer), reinterpret_cast<HostWord>(buffer.data()));
+  EXPECT_EQ(Unpacked(done.get.completionContext), sink_.context());
+  EXPECT_EQ(done.points, std::vector<Candle>(stored.end() - 3, stored.end()));
+  EXPECT_EQ(Unpacked(request.count), 3);
+  EXPECT_EQ(buffer, untouched);
+}
+
+TEST_F(DataStoreWorkerTest, PostedGetDeliversOnlyTheRecordsThatExist) {
+  DataStoreSession& ds = restart();
+  const HostWord handle = ds.open(SymbolSpec{});
+  ds.insert(handle, Series(3));
+  std::vector<Candle> buffer(kLargeCapacity);
+  ASSERT_EQ(postGet(handle, kOldest, buffer), 0);
+  ASSERT_TRUE(sink_.waitFor(1));
+  const CompletionSink::Completion done = sink_.completions().at(0);
+  EXPECT_EQ(Unpacked(done.get.count), 3);
+  EXPECT_EQ(done.points, Series(3));
+}
+
+// A request asks for its completion call with both a context and a code.
+TEST_F(DataStoreWorkerTest, RequestsWithoutBothCompletionFieldsAreServedSilently) {
+  DataStoreSession& ds = restart();
+  const HostWord handle = ds.open(SymbolSpec{});
+  const std::pair<HostWord, unsigned int> kSilent[] = {
+      {0, 0}, {sink_.context(), 0}, {0, kInsertDone}};
+  std::vector<Candle> points[std::size(kSilent)];
+  for (std::size_t i = 0; i < std::size(kSilent); ++i) {
+    points[i] = {MakeCandle(kFirstTime + int(i) * kStep)};
+    INSERT_SYMBOL_DATA_REQUEST insert = InsertRequest(handle, points[i]);
+    insert.completionContext = kSilent[i].first;
+    insert.completionCode = kSilent[i].second;
+    ASSERT_EQ(ds.send(M::InsertDataPost, Arg(&insert)), 0);
+
+    std::vector<Candle> buffer(1);
+    GET_SYMBOL_DATA_REQUEST get = GetRequest(handle, kOldest, buffer);
+    get.completionContext = kSilent[i].first;
+    get.completionCode = kSilent[i].second == 0 ? 0 : kGetDone;
+    ASSERT_EQ(ds.send(M::GetDataPost, Arg(&get)), 0);
+  }
+  std::vector<Candle> last = {Series(4).back()};  // each queue keeps its order: served after them
+  ASSERT_EQ(postInsert(handle, last), 0);
+  ASSERT_TRUE(sink_.waitFor(1));
+  std::vector<Candle> buffer(kLargeCapacity);
+  ASSERT_EQ(postGet(handle, kOldest, buffer), 0);
+  ASSERT_TRUE(sink_.waitFor(2));
+
+  const auto done = sink_.completions();
+  ASSERT_EQ(done.size(), 2u);
+  EXPECT_EQ(done[0].message, kInsertDone);
+  EXPECT_EQ(done[1].message, kGetDone);
+  EXPECT_EQ(done[1].points, Series(4));
+}
+
+// Gets are served before inserts once both wait; each queue in posting order.
+TEST_F(DataStoreWorkerTest, QueuedGetsAreServedBeforeAQueuedInsert) {
+  DataStoreSession& ds = restart();
+  const HostWord handle = ds.open(SymbolSpec{});
+  ds.insert(handle, Series(1));
+  std::vector<Candle> holder(1), oldest(kLargeCapacity), newest(kLargeCapacity);
+  std::vector<Candle> later = {MakeCandle(kFirstTime + kStep, kChangedTag)};
+  sink_.holdNext();
+  ASSERT_EQ(postGet(handle, kOldest, holder), 0);
+  ASSERT_TRUE(sink_.waitHeld());
+  ASSERT_EQ(postInsert(handle, later), 0);
+  ASSERT_EQ(postGet(handle, kOldest, oldest), 0);
+  ASSERT_EQ(postGet(handle, kNewest, newest), 0);
+  sink_.release();
+  ASSERT_TRUE(sink_.waitFor(4));
+
+  const auto done = sink_.completions();
+  ASSERT_EQ(done.size(), 4u);
+  EXPECT_EQ(done[1].message, kGetDone);
+  EXPECT_EQ(Unpacked(done[1].get.mode), kOldest);
+  EXPECT_EQ(done[1].points, Series(1));
+  EXPECT_EQ(done[2].message, kGetDone);
+  EXPECT_EQ(Unpacked(done[2].get.mode), kNewest);
+  EXPECT_EQ(done[2].points, Series(1));
+  EXPECT_EQ(done[3].message, kInsertDone);
+  for (const auto& completion : done) EXPECT_EQ(completion.thread, done[0].thread);
+  std::vector<Candle> stored = Series(1);
+  stored.push_back(later[0]);
+  EXPECT_EQ(ds.readAll<Candle>(handle), stored);
+}
+
+// Stop: the event first, then the request being served is finished, the
+// queued ones are dropped and the worker is gone.
+TEST_F(DataStoreWorkerTest, StopFinishesTheServedRequestAndDropsTheQueuedOnes) {
+  const int threadsBefore = BaselineThreadCount();
+  DataStoreSession& ds = restart();
+  const HostWord handle = ds.open(SymbolSpec{});
+  std::vector<Candle> served = Series(1), dropped = Series(2, kChangedTag), buffer(1);
+  sink_.holdNext();
+  ASSERT_EQ(postInsert(handle, served), 0);
+  ASSERT_TRUE(sink_.waitHeld());
+  ASSERT_EQ(postGet(handle, kOldest, buffer), 0);
+  ASSERT_EQ(postInsert(handle, dropped), 0);
+
+  std::promise<pid_t> stopperId;
+  std::future<int> stopped = std::async(std::launch::async, [&] {
+    stopperId.set_value(::gettid());
+    return ds.send(M::Stop);
+  });
+  const pid_t stopper = stopperId.get_future().get();
+  EXPECT_TRUE(WaitUntil([&] { return !ds.host().emits().empty(); }));
+  EXPECT_TRUE(WaitUntil([&] { return ThreadSleeps(stopper); }));  // waiting for the worker
+  sink_.release();  // whatever happened: the stop cannot end while the worker is held
+  EXPECT_EQ(stopped.get(), 0);
+
+  const auto emits = ds.host().emits();
+  ASSERT_EQ(emits.size(), 1u);
+  ASSERT_EQ(ds.host().createdEvents().size(), 1u);
+  EXPECT_EQ(ds.host().createdEvents()[0].name, kDataStoreEvent);
+  EXPECT_EQ(emits[0].handle, ds.host().createdEvents()[0].handle);
+  EXPECT_EQ(Unpacked(emits[0].event.sender), kModuleId);
+  EXPECT_TRUE(WaitUntil([&] { return ThreadCount() == threadsBefore; }));
+  EXPECT_EQ(sink_.completions().size(), 1u);
+  EXPECT_EQ(ds.readAll<Candle>(handle), Series(1));
+  session_.reset();
+  EXPECT_EQ(sink_.completions().size(), 1u);
+  EXPECT_EQ(ThreadCount(), threadsBefore);
+}
+
+TEST_F(DataStoreWorkerTest, RequestsPostedAfterStopAreNeverServed) {
+  const int threadsBefore = BaselineThreadCount();
+  DataStoreSession& ds = restart();
+  const HostWord handle = ds.open(SymbolSpec{});
+  ds.insert(handle, Series(1));
+  EXPECT_EQ(ds.send(M::Stop), 0);
+  EXPECT_TRUE(WaitUntil([&] { return ThreadCount() == threadsBefore; }));
+
+  std::vector<Candle> points = Series(2, kChangedTag), buffer(1);
+  EXPECT_EQ(postInsert(handle, points), 0);
+  EXPECT_EQ(postGet(handle, kOldest, buffer), 0);
+  EXPECT_EQ(ds.readAll<Candle>(handle), Series(1));
+  session_.reset();
+  EXPECT_TRUE(sink_.completions().empty());
+  EXPECT_EQ(ThreadCount(), threadsBefore);
+}
+
+// ---------------------------------------------------------------------------
+// Game mode: events of "Quendal Game Mode" addressed to the module.
+
+class DataStoreGameModeTest : public DataStoreFixture {
+ protected:
+  int event(HostWord hostId, HostWord module, std::int32_t code) {
+    INCOMING_EVENT_RECORD record{};
+    record.addressedHostId = hostId;
+    record.addressedModule = module;
+    record.eventCode = code;
+    return session_->host().raiseEventRaw(record);
+  }
+  int eventToModule(std::int32_t code) { return event(kModuleId, session_->moduleAddress(), code); }
+  // Whether 6001 fills the handle.
+  bool opens() {
+    HostWord handle = 0;
+    return session_->open(SymbolSpec{}, &handle) == 0 && handle != 0;
+  }
+};
+
+TEST_F(DataStoreGameModeTest, TheModuleSubscribesWithItsIdAndAddress) {
+  DataStoreSession& ds = restart();
+  const auto subscriptions = ds.host().subscriptions();
+  ASSERT_EQ(subscriptions.size(), 1u);
+  EXPECT_EQ(subscriptions[0].name, kGameModeEvent);
+  EXPECT_EQ(subscriptions[0].moduleHandle, kModuleId);
+  EXPECT_EQ(subscriptions[0].module, ds.moduleAddress());
+}
+
+TEST_F(DataStoreGameModeTest, SymbolRequestsDoNothingUntilGameModeEnds) {
+  DataStoreSession& ds = restart();
+  const HostWord handle = ds.open(SymbolSpec{});
+  ds.insert(handle, Series(1));
+  ASSERT_EQ(eventToModule(kEventGameModeStarts), 0);
+
+  HostWord unfilled = 0;
+  EXPECT_EQ(ds.open(SymbolSpec{.name = u"GBP/USD"}, &unfilled), 0);
+  EXPECT_EQ(ds.openPath(SymbolSpec{}, tree_.providerFolder(), &unfilled), 0);
+  EXPECT_EQ(unfilled, 0u);
+  std::vector<Candle> changed = Series(2, kChangedTag);
+  EXPECT_EQ(ds.insert(handle, changed), 0);
+  EXPECT_EQ(postInsert(handle, changed), 0);
+  const std::vector<Candle> untouched(kLargeCapacity, MakeCandle(0, kChangedTag));
+  std::vector<Candle> buffer = untouched;
+  EXPECT_EQ(postGet(handle, kOldest, buffer), 0);
+  GET_SYMBOL_DATA_REQUEST get = GetRequest(handle, kOldest, buffer);
+  EXPECT_EQ(ds.send(M::GetDataSend, Arg(&get)), 0);
+  EXPECT_EQ(ds.send(M::GetDataCountSend, Arg(&get)), 0);
+  EXPECT_EQ(Unpacked(get.count), kLargeCapacity);
+  EXPECT_EQ(buffer, untouched);
+
+  ASSERT_EQ(eventToModule(kEventGameModeEnds), 0);
+  EXPECT_TRUE(opens());
+  std::vector<Candle> marker = {Series(2).back()};
+  ASSERT_EQ(postInsert(handle, marker), 0);  // served after anything queued before it
+  ASSERT_TRUE(sink_.waitFor(1));
+  EXPECT_EQ(sink_.completions()[0].points, marker);
+  EXPECT_EQ(ds.readAll<Candle>(handle), Series(2));
+  EXPECT_EQ(tree_.symbolFiles().size(), 1u);
+}
+
+TEST_F(DataStoreGameModeTest, EventsAddressedElsewhereChangeNothing) {
+  DataStoreSession& ds = restart();
+  EXPECT_EQ(event(kModuleId + 1, ds.moduleAddress(), kEventGameModeStarts), 1);
+  EXPECT_TRUE(opens());
+  EXPECT_EQ(event(kModuleId, ds.moduleAddress() + 1, kEventGameModeStarts), 0);
+  EXPECT_TRUE(opens());
+
+  ASSERT_EQ(eventToModule(kEventGameModeStarts), 0);
+  EXPECT_EQ(event(kModuleId + 1, ds.moduleAddress(), kEventGameModeEnds), 1);
+  EXPECT_EQ(event(kModuleId, ds.moduleAddress() + 1, kEventGameModeEnds), 0);
+  EXPECT_FALSE(opens());
+  EXPECT_EQ(ds.host().raiseEvent(kGameModeEvent, kEventGameModeEnds), 1);
+  EXPECT_TRUE(opens());
+}
+
+// ---------------------------------------------------------------------------
+// Hostile input: nothing a caller sends reaches memory or files it should not.
+
+using DataStoreBadInputTest = DataStoreFixture;
+
+TEST_F(DataStoreBadInputTest, NullRecordsAreRefused) {
+  DataStoreSession& ds = restart();
+  for (unsigned int message = M::OpenSymbol; message <= M::OpenSymbolPath; ++message) {
+    EXPECT_EQ(ds.send(message, 0, 0), 1) << message;
+  }
+  SYMBOL_NAME_PERIOD symbol = ToRecord(SymbolSpec{});
+  SYMBOL_NAME_PERIOD_PATH withPath = ToRecord(SymbolSpec{}, tree_.providerFolder());
+  EXPECT_EQ(ds.send(M::OpenSymbol, Arg(&symbol), 0), 1);
+  EXPECT_EQ(ds.send(M::OpenSymbolPath, Arg(&withPath), 0), 1);
+  EXPECT_EQ(tree_.symbolFiles(), std::vector<fs::path>{});
+}
+
+TEST_F(DataStoreBadInputTest, HandlesNeverReturnedAreRefusedAndTouchNothing) {
+  DataStoreSession& ds = restart();
+  const HostWord real = ds.open(SymbolSpec{});
+  Candle local = MakeCandle(kFirstTime);
+  const Candle localBefore = local;
+  const HostWord never = reinterpret_cast<HostWord>(&local);
+  for (HostWord handle : {never, HostWord{0}}) {
+    std::vector<Candle> points = Series(2);
+    INSERT_SYMBOL_DATA_REQUEST insert = InsertRequest(handle, points);
+    EXPECT_EQ(ds.send(M::InsertDataSend, Arg(&insert)), 1);
+    for (unsigned int message : {M::GetDataSend, M::GetDataPost, M::GetDataCountSend}) {
+      std::vector<Candle> buffer(2, local);
+      GET_SYMBOL_DATA_REQUEST get = GetRequest(handle, kOldest, buffer);
+      sink_.attach(get);
+      EXPECT_EQ(ds.send(message, Arg(&get)), 1) << message;
+      EXPECT_EQ(Unpacked(get.count), 2);
+      EXPECT_EQ(buffer, std::vector<Candle>(2, local));
+    }
+  }
+  std::vector<Candle> buffer(1);
+  ASSERT_EQ(postGet(real, kOldest, buffer), 0);  // served after anything queued before it
+  ASSERT_TRUE(sink_.waitFor(1));
+  EXPECT_EQ(Unpacked(sink_.completions()[0].get.handle), real);
+  EXPECT_EQ(local, localBefore);
+  EXPECT_EQ(ds.count(real), 0);
+}
+
+TEST_F(DataStoreBadInputTest, PostedInsertWithAHandleNeverReturnedIsLoggedAndAnsweredZero) {
+  DataStoreSession& ds = restart();
+  const HostWord real = ds.open(SymbolSpec{});
+  Candle local = MakeCandle(kFirstTime);
+  const Candle localBefore = local;
+  std::vector<Candle> points = Series(2);
+  EXPECT_EQ(postInsert(reinterpret_cast<HostWord>(&local), points), 0);
+
+  const std::vector<std::string> lines = ReadLines(tree_.log());
+  ASSERT_FALSE(lines.empty());
+  EXPECT_TRUE(lines.back().ends_with(" Error in CDataStoreModule::InsertSymbolDataPost CP2"))
+      << lines.back();
+  std::vector<Candle> marker = Series(1);
+  ASSERT_EQ(postInsert(real, marker), 0);  // served after anything queued before it
+  ASSERT_TRUE(sink_.waitFor(1));
+  EXPECT_EQ(Unpacked(sink_.completions()[0].insert.handle), real);
+  EXPECT_EQ(local, localBefore);
+  EXPECT_EQ(ds.readAll<Candle>(real), Series(1));
+}
+
+// A get delivers at most its count; a bad mode or a negative count delivers nothing.
+TEST_F(DataStoreBadInputTest, GetsNeverDeliverMoreThanTheyAskFor) {
+  DataStoreSession& ds = restart();
+  const HostWord handle = ds.open(SymbolSpec{});
+  const std::vector<Candle> stored = Series(5);
+  ds.insert(handle, stored);
+  const Candle pattern = MakeCandle(0, kChangedTag);
+  struct Case {
+    std::int32_t mode;
+    std::int32_t count;
+    std::vector<Candle> delivered;
+  };
+  const Case cases[] = {
+      {kTimeRange, 2, {stored[0], stored[1]}},  // the whole range would be five
+      {kOldest, -3, {}},
+      {kNewest, -1, {}},
+      {kOldest + 1, 2, {}},
+      {kNewest - 1, 2, {}},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(testing::Message() << "mode " << c.mode << " count " << c.count);
+    std::vector<Candle> buffer(std::max(c.count, 1), pattern);
+    GET_SYMBOL_DATA_REQUEST get = GetRequest(handle, c.mode, buffer);
+    get.count = c.count;
+    get.firstTime = 0;
+    get.lastTime = kEveryRecord;
+    EXPECT_EQ(ds.send(M::GetDataSend, Arg(&get)), 0);
+    EXPECT_EQ(Unpacked(get.count), int(c.delivered.size()));
+    std::vector<Candle> expected = c.delivered;
+    expected.resize(buffer.size(), pattern);
+    EXPECT_EQ(buffer, expected);
+
+    get.count = c.count;
+    const std::size_t before = sink_.completions().size();
+    sink_.attach(get);
+    ASSERT_EQ(ds.send(M::GetDataPost, Arg(&get)), 0);
+    ASSERT_TRUE(sink_.waitFor(before + 1));
+    EXPECT_EQ(sink_.completions().back().points, c.delivered);
+  }
+}
+
+TEST_F(DataStoreBadInputTest, InsertsWithoutRecordsStoreNothing) {
+  DataStoreSession& ds = restart();
+  const HostWord handle = ds.open(SymbolSpec{});
+  std::vector<Candle> points = Series(2);
+  const std::pair<std::int32_t, HostWord> kEmpty[] = {
+      {0, reinterpret_cast<HostWord>(points.data())},
+      {-1, reinterpret_cast<HostWord>(points.data())},
+      {2, 0},
+  };
+  for (const auto& [number, data] : kEmpty) {
+    INSERT_SYMBOL_DATA_REQUEST insert = InsertRequest(handle, points);
+    insert.number = number;
+    insert.data = data;
+    EXPECT_EQ(ds.send(M::InsertDataSend, Arg(&insert)), 0);
+    sink_.attach(insert);
+    EXPECT_EQ(ds.send(M::InsertDataPost, Arg(&insert)), 0);
+  }
+  ASSERT_TRUE(sink_.waitFor(std::size(kEmpty)));
+  EXPECT_EQ(ds.count(handle), 0);
+  EXPECT_EQ(ds.insert(handle, points), 0);
+  EXPECT_EQ(ds.readAll<Candle>(handle), Series(2));
+}
+
+TEST_F(DataStoreBadInputTest, ProviderNamesStayOneFolderInsideTheDataFolder) {
+  const std::string escaping = "../x";
+  DataStoreSession& ds = restart(escaping);
+  const HostWord handle = ds.open(SymbolSpec{.provider = escaping});
+  EXPECT_EQ(ds.insert(handle, Series(2)), 0);
+  EXPECT_EQ(ds.readAll<Candle>(handle), Series(2));
+  EXPECT_EQ(tree_.symbolFiles().size(), 1u);
+  EXPECT_EQ(tree_.entriesOutside({tree_.data()}), std::vector<fs::path>{});
+}
+
+TEST_F(DataStoreBadInputTest, SymbolNamesStayInsideTheProviderFolder) {
+  DataStoreSession& ds = restart();
+  const HostWord handle = ds.open(SymbolSpec{.name = u"../../evil", .code = "../../code"});
+  EXPECT_EQ(ds.insert(handle, Series(2)), 0);
+  EXPECT_EQ(ds.readAll<Candle>(handle), Series(2));
+  const std::vector<fs::path> files = tree_.symbolFiles();
+  ASSERT_EQ(files.size(), 1u);
+  EXPECT_EQ(files[0].parent_path(), tree_.providerFolder());
+  EXPECT_EQ(tree_.entriesOutside({tree_.providerFolder()}), std::vector<fs::path>{});
+}
+
+TEST_F(DataStoreBadInputTest, OpenPathOutsideTheDataFolderIsRefused) {
+  DataStoreSession& ds = restart();
+  const fs::path outside[] = {tree_.root() / "outside", tree_.data() / ".." / "outside",
+                              "../outside"};
+  for (const fs::path& folder : outside) {
+    HostWord handle = 0;
+    EXPECT_EQ(ds.openPath(SymbolSpec{}, folder, &handle), 1) << folder;
+    EXPECT_EQ(handle, 0u) << folder;
+  }
+  EXPECT_EQ(tree_.symbolFiles(), std::vector<fs::path>{});
+  EXPECT_EQ(tree_.entriesOutside({tree_.data()}), std::vector<fs::path>{});
+}
+
+}  // namespace
+}  // namespace datastore_test
