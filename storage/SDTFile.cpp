@@ -3,6 +3,8 @@
 #include <cstdio>
 #include <cstring>
 #include <limits>
+#include <mutex>
+#include <unordered_map>
 #include <optional>
 #include <vector>
 
@@ -16,6 +18,31 @@ constexpr char kJournalMagic[8] = {'C', 'J', 'D', 'A', 'P', 'P', 'N', 'D'};
 struct JournalEntry {
   char magic[sizeof(kJournalMagic)];  // kJournalMagic while an append is under way
   std::uint64_t sizeBefore;           // the data file's size before it
+};
+
+// Every rewrite replaces a file by another; objects that have the same path
+// open notice it by its generation and open the new file.
+class FileGenerations {
+ public:
+  static std::uint64_t Of(std::string const& path) {
+    std::lock_guard<std::mutex> lock(mutex());
+    const auto found = table().find(path);
+    return found == table().end() ? 0 : found->second;
+  }
+  static std::uint64_t Bump(std::string const& path) {
+    std::lock_guard<std::mutex> lock(mutex());
+    return ++table()[path];
+  }
+
+ private:
+  static std::mutex& mutex() {
+    static std::mutex lock;
+    return lock;
+  }
+  static std::unordered_map<std::string, std::uint64_t>& table() {
+    static auto* generations = new std::unordered_map<std::string, std::uint64_t>;
+    return *generations;
+  }
 };
 
 }  // namespace
@@ -61,6 +88,7 @@ void CSDTFile::Open(bool readOnly) {
     Fail("cannot open");
     return;
   }
+  generation_ = FileGenerations::Of(path_);
   visibleSize_ = PendingAppendSizeBefore();
   if (!readOnly && visibleSize_ >= 0) RollBackInterruptedAppend();
 }
@@ -72,7 +100,18 @@ void CSDTFile::Close() {
   position_ = 0;
 }
 
+// Reopens the file when another object with the same path replaced it.
+void CSDTFile::FollowReplacement() {
+  if (!IsOpen() || FileGenerations::Of(path_) == generation_) return;
+  const bool readOnly = readOnly_;
+  const std::int64_t position = position_;
+  Close();
+  Open(readOnly);
+  position_ = position;
+}
+
 int CSDTFile::Read(void* buffer, unsigned int size) {
+  FollowReplacement();
   if (!IsOpen() || size == 0) return 0;
   const std::int64_t got = file_->ReadAt(static_cast<std::uint64_t>(position_), buffer, size);
   if (got > 0) position_ += got;
@@ -80,6 +119,7 @@ int CSDTFile::Read(void* buffer, unsigned int size) {
 }
 
 int CSDTFile::Write(const void* data, unsigned int size) {
+  FollowReplacement();
   if (!IsOpen() || readOnly_ || size == 0) return 0;
   if (!file_->WriteAt(static_cast<std::uint64_t>(position_), data, size)) return 0;
   position_ += size;
@@ -110,6 +150,7 @@ std::uint32_t CSDTFile::RecordSize() const { return owner_->GetDataPointSize(); 
 // A reader that finds an append under way (or cut short) sees the file as it
 // was before the append.
 std::int64_t CSDTFile::FileSize() {
+  FollowReplacement();
   if (!IsOpen()) return -1;
   const std::int64_t size = file_->Size();
   return visibleSize_ >= 0 && size > visibleSize_ ? visibleSize_ : size;
@@ -125,6 +166,7 @@ int CSDTFile::GetDataPointCount() {
 }
 
 bool CSDTFile::ReadRecords(int first, int count, void* out) {
+  FollowReplacement();
   if (!IsOpen() || first < 0 || count <= 0) return false;
   const std::uint64_t bytes = std::uint64_t(count) * RecordSize();
   const std::uint64_t offset = FirstRecordOffset() + std::uint64_t(first) * RecordSize();
@@ -223,6 +265,7 @@ bool CSDTFile::RewriteFrom(int index, const void* bytes, std::size_t size) {
     fileSystem_->Remove(temporary);
     return false;
   }
+  generation_ = FileGenerations::Bump(path_);
   file_ = fileSystem_->Open(path_, OpenMode::ReadWrite);
   if (!file_) return Fail("cannot reopen after rewrite");
   return true;

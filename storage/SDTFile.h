@@ -94,6 +94,7 @@ class CSDTFile {
  private:
   bool Fail(std::string const& what);
   std::uint32_t RecordSize() const;
+  void FollowReplacement();
   bool MarkAppend(std::uint64_t sizeBefore);
   bool ClearAppendMark();
   std::int64_t PendingAppendSizeBefore();
@@ -111,6 +112,7 @@ class CSDTFile {
   bool readOnly_ = false;                   // how file_ was opened
   std::int64_t position_ = 0;               // stream position of Read/Write/Seek
   std::int64_t visibleSize_ = -1;           // size before an unfinished append, or -1
+  std::uint64_t generation_ = 0;            // rewrites of path_ seen when it was opened
   std::uint32_t descriptionAreaOffset_ = 0; // D
   std::uint32_t headerSize_ = 0;            // H
   std::string lastError_;                   // last failure, for logs
