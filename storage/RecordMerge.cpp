@@ -3,6 +3,15 @@
 #include <algorithm>
 #include <numeric>
 
+bool IsStrictlyIncreasing(const unsigned char* records, int count, unsigned int recordSize) {
+  for (int i = 1; i < count; ++i) {
+    if (RecordTime(records + std::size_t(i) * recordSize) <= RecordTime(records + std::size_t(i - 1) * recordSize)) {
+      return false;
+    }
+  }
+  return true;
+}
+
 std::vector<unsigned char> NormalizeBatch(const unsigned char* records, int count,
                                           unsigned int recordSize) {
   std::vector<int> order(static_cast<std::size_t>(count));

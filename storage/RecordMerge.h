@@ -22,6 +22,10 @@ inline std::int32_t RecordTime(const unsigned char* record) {
   return time;
 }
 
+// True when every record is later than the one before: such a batch is its
+// own normalized form.
+bool IsStrictlyIncreasing(const unsigned char* records, int count, unsigned int recordSize);
+
 // The batch sorted stably by time, keeping the last record of each time.
 std::vector<unsigned char> NormalizeBatch(const unsigned char* records, int count,
                                           unsigned int recordSize);

@@ -95,6 +95,7 @@ void CSDTFile::Open(bool readOnly) {
 
 void CSDTFile::Close() {
   visibleSize_ = -1;
+  lastTimeSize_ = -1;
   file_.reset();
   journal_.reset();
   position_ = 0;
@@ -157,12 +158,31 @@ std::int64_t CSDTFile::FileSize() {
 }
 
 int CSDTFile::GetDataPointCount() {
-  const std::int64_t size = FileSize();
+  const int count = CountRecords(FileSize());
+  position_ = static_cast<std::int64_t>(FirstRecordOffset());
+  return count;
+}
+
+int CSDTFile::CountRecords(std::int64_t size) const {
   const std::int64_t first = static_cast<std::int64_t>(FirstRecordOffset());
-  position_ = first;
   if (size <= first) return 0;
   const std::int64_t count = (size - first) / RecordSize();
   return static_cast<int>(std::min<std::int64_t>(count, std::numeric_limits<int>::max()));
+}
+
+// Appends keep the time of the last record, so a run of appends reads it once.
+std::optional<std::int32_t> CSDTFile::LastRecordTime(int total) {
+  const std::int64_t size = FileSize();
+  if (size == lastTimeSize_ && size >= 0) return lastTime_;
+  std::int32_t time;
+  const std::uint64_t offset = FirstRecordOffset() + std::uint64_t(total - 1) * RecordSize();
+  if (total < 1 || file_->ReadAt(offset, &time, sizeof(time)) != sizeof(time)) {
+    Fail("short read of the last record");
+    return std::nullopt;
+  }
+  lastTimeSize_ = size;
+  lastTime_ = time;
+  return time;
 }
 
 bool CSDTFile::ReadRecords(int first, int count, void* out) {
@@ -229,9 +249,10 @@ bool CSDTFile::ReadPartialRecord(int total, std::vector<unsigned char>& out) {
   return Fail("short read of a partial record");
 }
 
-bool CSDTFile::AppendRecords(int total, const void* records, int count) {
+bool CSDTFile::AppendRecords(int total, const void* records, int count, std::int64_t knownSize) {
   if (!IsOpen() || readOnly_) return Fail("not open for writing");
-  const std::int64_t sizeBefore = FileSize();
+  lastTimeSize_ = -1;
+  const std::int64_t sizeBefore = knownSize >= 0 ? knownSize : FileSize();
   if (sizeBefore < 0) return Fail("cannot size");
   if (!MarkAppend(static_cast<std::uint64_t>(sizeBefore))) return false;
   const std::uint64_t offset = FirstRecordOffset() + std::uint64_t(total) * RecordSize();
@@ -246,11 +267,13 @@ bool CSDTFile::AppendRecords(int total, const void* records, int count) {
     file_->Truncate(static_cast<std::uint64_t>(sizeBefore));
     return Fail("cannot clear journal");
   }
+  if (written) RememberLastTime(offset, records, count);
   return written;
 }
 
 bool CSDTFile::RewriteFrom(int index, const void* bytes, std::size_t size) {
   if (!IsOpen() || readOnly_) return Fail("not open for writing");
+  lastTimeSize_ = -1;
   const std::uint64_t start = FirstRecordOffset() + std::uint64_t(index) * RecordSize();
   const std::int64_t fileSize = FileSize();
   if (fileSize < 0) return Fail("cannot size");
@@ -269,6 +292,13 @@ bool CSDTFile::RewriteFrom(int index, const void* bytes, std::size_t size) {
   file_ = fileSystem_->Open(path_, OpenMode::ReadWrite);
   if (!file_) return Fail("cannot reopen after rewrite");
   return true;
+}
+
+void CSDTFile::RememberLastTime(std::uint64_t offset, const void* records, int count) {
+  if (count < 1) return;
+  const auto* last = static_cast<const unsigned char*>(records) + std::size_t(count - 1) * RecordSize();
+  std::memcpy(&lastTime_, last, sizeof(lastTime_));
+  lastTimeSize_ = static_cast<std::int64_t>(offset + std::uint64_t(count) * RecordSize());
 }
 
 bool CSDTFile::MarkAppend(std::uint64_t sizeBefore) {

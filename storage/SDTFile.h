@@ -79,8 +79,13 @@ class CSDTFile {
   bool ReadRecords(int first, int count, void* out);
   // Appends to out the bytes after the last whole record (`total` records).
   bool ReadPartialRecord(int total, std::vector<unsigned char>& out);
-  // Writes count records at index `total` (after the last whole record).
-  bool AppendRecords(int total, const void* records, int count);
+  // Whole records in a file of `size` bytes.
+  int CountRecords(std::int64_t size) const;
+  // The time of record total - 1, or nothing when it cannot be read.
+  std::optional<std::int32_t> LastRecordTime(int total);
+  // Writes count records at index `total` (after the last whole record);
+  // sizeBefore is the file's size when known (-1: asks for it).
+  bool AppendRecords(int total, const void* records, int count, std::int64_t sizeBefore = -1);
   // Replaces everything from record `index` on by `bytes` (whole records plus
   // an optional trailer), through a temporary file and a rename.
   bool RewriteFrom(int index, const void* bytes, std::size_t size);
@@ -95,6 +100,7 @@ class CSDTFile {
   bool Fail(std::string const& what);
   std::uint32_t RecordSize() const;
   void FollowReplacement();
+  void RememberLastTime(std::uint64_t offset, const void* records, int count);
   bool MarkAppend(std::uint64_t sizeBefore);
   bool ClearAppendMark();
   std::int64_t PendingAppendSizeBefore();
@@ -113,6 +119,8 @@ class CSDTFile {
   std::int64_t position_ = 0;               // stream position of Read/Write/Seek
   std::int64_t visibleSize_ = -1;           // size before an unfinished append, or -1
   std::uint64_t generation_ = 0;            // rewrites of path_ seen when it was opened
+  std::int64_t lastTimeSize_ = -1;          // file size for which lastTime_ holds
+  std::int32_t lastTime_ = 0;               // time of the last record at that size
   std::uint32_t descriptionAreaOffset_ = 0; // D
   std::uint32_t headerSize_ = 0;            // H
   std::string lastError_;                   // last failure, for logs

@@ -94,7 +94,7 @@ class CSymbol {
 
  private:
   FileSystem* fileSystem() const;
-  void MergeIntoStored(std::vector<unsigned char> const& batch, int batchCount, int total);
+  void MergeIntoStored(const unsigned char* batch, int batchCount, int total);
 
   std::vector<CDATA_POINT_VIEW> views_;                        // in insertion order
   unsigned int valueWidth_ = 0;                                // sum of the views' widths

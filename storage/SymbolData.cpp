@@ -65,15 +65,20 @@ int CSymbol::GetData(GET_SYMBOL_DATA_REQUEST* request) {
 void CSymbol::InsertData(int count, unsigned char* records) {
   if (records == nullptr || count <= 0 || writeDisabled_ || !file_) return;
   const unsigned int recordSize = GetDataPointSize();
-  const std::vector<unsigned char> batch = NormalizeBatch(records, count, recordSize);
-  const int batchCount = static_cast<int>(batch.size() / recordSize);
-  const int total = file_->GetDataPointCount();
-  std::vector<unsigned char> last(recordSize);
-  const bool laterThanStored =
-      total == 0 || (file_->ReadRecords(total - 1, 1, last.data()) &&
-                     RecordTime(batch.data()) > RecordTime(last.data()));
-  if (laterThanStored) {
-    file_->AppendRecords(total, batch.data(), batchCount);
+  // A batch in time order needs no sorting and no copy.
+  std::vector<unsigned char> normalized;
+  const unsigned char* batch = records;
+  int batchCount = count;
+  if (!IsStrictlyIncreasing(records, count, recordSize)) {
+    normalized = NormalizeBatch(records, count, recordSize);
+    batch = normalized.data();
+    batchCount = static_cast<int>(normalized.size() / recordSize);
+  }
+  const std::int64_t size = file_->FileSize();
+  const int total = file_->CountRecords(size);
+  const std::optional<std::int32_t> lastTime = total > 0 ? file_->LastRecordTime(total) : std::nullopt;
+  if (total == 0 || (lastTime && RecordTime(batch) > *lastTime)) {
+    file_->AppendRecords(total, batch, batchCount, size);
   } else {
     MergeIntoStored(batch, batchCount, total);
   }
@@ -82,16 +87,16 @@ void CSymbol::InsertData(int count, unsigned char* records) {
 // Rewrites the file from the first stored record the batch touches. A batch
 // that only replaces stored records keeps a partial last record, as
 // overwriting them in place would.
-void CSymbol::MergeIntoStored(std::vector<unsigned char> const& batch, int batchCount, int total) {
+void CSymbol::MergeIntoStored(const unsigned char* batch, int batchCount, int total) {
   const unsigned int recordSize = GetDataPointSize();
-  const std::optional<int> found = file_->FindDataPointIndex(RecordTime(batch.data()));
+  const std::optional<int> found = file_->FindDataPointIndex(RecordTime(batch));
   if (!found) return;
   const int first = *found;
   const int storedCount = total - first;
   std::vector<unsigned char> stored(std::size_t(storedCount) * recordSize);
   if (storedCount > 0 && !file_->ReadRecords(first, storedCount, stored.data())) return;
   std::vector<unsigned char> merged;
-  const int added = MergeRecords(stored.data(), storedCount, batch.data(), batchCount, recordSize, merged);
+  const int added = MergeRecords(stored.data(), storedCount, batch, batchCount, recordSize, merged);
   if (added == 0 && !file_->ReadPartialRecord(total, merged)) return;
   file_->RewriteFrom(first, merged.data(), merged.size());
 }

@@ -1,0 +1,81 @@
+// storage_bench: the storage engine, SQLite and raw file I/O on the same
+// candle records, followed by a summary of ratios and targets.
+//
+// Takes Google Benchmark's options (e.g. --benchmark_filter=range_read).
+// Stores live in a fresh folder under $TMPDIR (or /tmp), removed at the end.
+
+#include <benchmark/benchmark.h>
+
+#include <cstdlib>
+#include <exception>
+#include <filesystem>
+#include <iostream>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "Cases.h"
+#include "EngineStore.h"
+#include "Machine.h"
+#include "PerRecordStore.h"
+#include "RawStore.h"
+#include "SqliteStore.h"
+#include "Summary.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr char kFolderTemplate[] = "storage_bench.XXXXXX";
+
+// A fresh folder, removed with everything in it on destruction.
+class TemporaryFolder {
+ public:
+  TemporaryFolder() {
+    const char* base = std::getenv("TMPDIR");
+    std::string pattern = (fs::path(base && *base ? base : "/tmp") / kFolderTemplate).string();
+    if (mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("cannot make a folder like " + pattern);
+    path_ = pattern;
+  }
+  ~TemporaryFolder() {
+    std::error_code ignored;
+    fs::remove_all(path_, ignored);
+  }
+  TemporaryFolder(const TemporaryFolder&) = delete;
+  TemporaryFolder& operator=(const TemporaryFolder&) = delete;
+  fs::path const& path() const { return path_; }
+
+ private:
+  fs::path path_;
+};
+
+void Run(fs::path const& folder) {
+  std::vector<std::unique_ptr<CandleStore>> stores;
+  stores.push_back(std::make_unique<EngineStore>(folder));
+  stores.push_back(std::make_unique<SqliteStore>(folder));
+  stores.push_back(std::make_unique<RawStore>(folder));
+  stores.push_back(std::make_unique<PerRecordStore>(folder));
+  RegisterCases(stores);
+  std::string loadAtStart = LoadAverage();
+  CollectingReporter reporter;
+  benchmark::RunSpecifiedBenchmarks(&reporter);
+  PrintSummary(reporter.seconds(), std::cout);
+  PrintMachine(folder, loadAtStart, std::cout);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  benchmark::Initialize(&argc, argv);
+  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return EXIT_FAILURE;
+  try {
+    TemporaryFolder folder;
+    Run(folder.path());
+  } catch (std::exception const& error) {
+    std::cerr << "storage_bench: " << error.what() << "\n";
+    return EXIT_FAILURE;
+  }
+  benchmark::Shutdown();
+  return EXIT_SUCCESS;
+}

@@ -1,0 +1,197 @@
+// Convertor.h: CConvertor, the user side of the data import: the host menu
+// entry, the import dialog (a directory line, the table of the instruments
+// that the directory's MASTER index lists, selection buttons, OK, Reject and
+// a progress bar) and the import of the checked instruments into the store.
+//
+// Guarantees:
+//   - row r of the table always stands for index entry r; rows whose data
+//     file is missing, empty or has a record length of 0 are hidden;
+//   - the check state of column 0 (Qt::CheckStateRole) is the one selection
+//     state: the buttons write it, change() counts it, readFile() reads it;
+//   - readFile() posts each instrument in one insert request and releases its
+//     points after the post; a row that cannot be read or that the store
+//     refuses (a std::exception included) is skipped and the import goes on;
+//     no exception leaves a slot;
+//   - while an import runs every control is disabled and the dialog cannot
+//     be closed; at its end the dialog closes;
+//   - no widget is built without a QApplication or off its thread, nor while
+//     the host context is 0.
+//
+// REQUIRES: used on the host's (user-interface) thread; the module and the
+// import target outlive the convertor.
+// Thread-safety: none.
+
+#ifndef DATASTORE_IMPORT_CONVERTOR_H_
+#define DATASTORE_IMPORT_CONVERTOR_H_
+
+#include <QObject>
+#include <QPointer>
+#include <QString>
+#include <cstdint>
+#include <functional>
+#include <vector>
+
+#include "ExportDirectory.h"
+#include "HostBoundary.h"
+
+class CDialogConvertor;
+class CLineEdit;
+class CModule;
+class ImportTarget;
+class QLabel;
+class QProgressBar;
+class QPushButton;
+class QRect;
+class QTableWidget;
+class QWidget;
+
+// The host folders the default directory comes from; the data store supplies
+// both. A missing lookup yields the empty text.
+struct ImportFolders {
+  std::function<QString()> workFolder;    // the host's work folder
+  std::function<QString()> importFolder;  // the host's folder for imports (VD_FOLDER_IMPORT)
+};
+
+// The dialog's widgets; all but dialog are its children and valid only while
+// dialog is not null.
+struct ConvertorControls {
+  QPointer<CDialogConvertor> dialog;      // null while no dialog is open
+  QLabel* label = nullptr;                // "Look in:"
+  CLineEdit* directoryLine = nullptr;     // the current directory
+  QPushButton* browseButton = nullptr;    // "...", opens the directory chooser
+  QTableWidget* table = nullptr;          // one row per index entry
+  QPushButton* selectAllButton = nullptr; // checks every visible row
+  QPushButton* deselectButton = nullptr;  // see unSelectAll()
+  QPushButton* invertButton = nullptr;    // inverts every visible row
+  QProgressBar* progressBar = nullptr;    // bytes read during an import
+  QPushButton* okButton = nullptr;        // starts the import
+  QPushButton* rejectButton = nullptr;    // closes the dialog
+};
+
+class CConvertor : public QObject {
+  Q_OBJECT
+
+ public:
+  // Table columns.
+  enum Column : int {
+    kCheckColumn = 0,      // check state selects the row
+    kSymbolColumn = 1,     // symbol text of the entry
+    kPeriodColumn = 2,     // period text of the entry
+    kFirstDateColumn = 3,  // first date (and time) of the data file
+    kLastDateColumn = 4,   // last date (and time) of the data file
+    kPriceTypeColumn = 5,  // combo box: the price type passed to the store
+    kColumnCount = 6,
+  };
+
+  // Asks for a directory, starting at start; empty when cancelled.
+  using DirectoryChooser = std::function<QString(QWidget* parent, QString const& start)>;
+
+  // Either argument may be given later through its setter.
+  explicit CConvertor(ImportTarget* target = nullptr, CModule* module = nullptr);
+  ~CConvertor() override;  // deletes an open dialog
+  CConvertor(const CConvertor&) = delete;
+  CConvertor& operator=(const CConvertor&) = delete;
+
+  void setTarget(ImportTarget* target) { target_ = target; }
+  void setModule(CModule* module) { module_ = module; }
+  void setHostContext(void* context) { hostContext_ = context; }
+  void setFolders(ImportFolders folders) { folders_ = std::move(folders); }
+  // Replaces QFileDialog::getExistingDirectory (tests script the answer).
+  void setDirectoryChooser(DirectoryChooser chooser) { chooser_ = std::move(chooser); }
+
+  // Adds the "Data Import..." entry to the host's menu (3001, 3002, 3001,
+  // 5503, 5500, 5508).
+  void CreateMenuConvertor();
+  // Opens the dialog on the host's main window and reads the current
+  // directory; does nothing while the host context is 0. A dialog that is
+  // still shown is brought to the front instead.
+  void pressMenuItem(mm_menu_item* item);
+
+  // Makes dir the current directory and reads its MASTER index into the
+  // table; a directory without one empties the table.
+  void readMakeFile(QString dir);
+  // The default directory: the work folder and "/" when the host says to use
+  // it (3506), otherwise the import folder; empty without a module.
+  QString GetUserPath() const;
+  void UpdatePath() { dir_ = GetUserPath(); }
+  // Fills the table from the index entries.
+  void InitTable();
+  // Removes every row, forgets the index entries, disables the selection
+  // buttons and OK.
+  void clearTable();
+
+  void* hostContext() const { return hostContext_; }
+  QString const& currentDir() const { return dir_; }
+  std::vector<IndexEntry> const& entries() const { return entries_; }
+  bool isBusy() const { return busy_ != 0; }
+  bool isLoading() const { return loading_ != 0; }
+  ConvertorControls const& controls() const { return controls_; }
+
+ public slots:
+  // Asks for a directory: an answer is read, a cancel empties the table.
+  void selectDir();
+  // Imports every visible checked row, then closes the dialog.
+  void readFile();
+  void closeConvertor();
+  // Reads the directory line's directory, or asks for one when it has no MASTER.
+  void lineEditPressed();
+  // Writes the checked state (2) into every visible row, then sets the
+  // buttons as for no checked row. Both on purpose.
+  void unSelectAll();
+  void selectAll();
+  // Inverts every visible row, then change(0, 0).
+  void inversAll();
+  // For column 0: sets select all, deselect and OK from the visible rows'
+  // check states. Other columns: nothing.
+  void change(int row, int column);
+
+ private:
+  bool hasDialog() const { return !controls_.dialog.isNull(); }
+  QString text(const char* key) const;  // the module's translation of key
+  int callHost(unsigned int message, HostArg a, HostArg b) const;
+  void sendInterfaceRequest(unsigned int message, const char* first, const char* third,
+                            const char* second);
+  QWidget* mainWindow() const;
+  bool loadIndex();  // reads dir_'s MASTER and fills the table; false when out of memory
+
+  // Dialog construction.
+  void buildDialog(QWidget* parent);
+  void buildDirectoryRow();
+  void buildTable();
+  void buildButtons();
+  QPushButton* addButton(QString const& label, QRect const& geometry, void (CConvertor::*slot)(),
+                         bool enabled);
+
+  // Table.
+  void fillRow(int row);
+  bool isRowChecked(int row) const;
+  bool isRowSelected(int row) const;  // visible and checked
+  void setCheckStates(bool invert);   // every visible row: checked, or inverted
+  void setSelectionButtons(bool selectAll, bool deselect, bool ok);
+  int entryRows() const;              // rows that stand for an index entry
+
+  // Import.
+  void setControlsEnabled(bool enabled);
+  std::int64_t selectedBytes() const;
+  const IndexEntry* matchedEntry(int row) const;
+  QString priceType(int row) const;
+  void importRow(int row);
+  void store(ConvertedInstrument& instrument);
+  void showProgress(std::int64_t bytes);
+
+  void* hostContext_ = nullptr;                   // first argument of host calls; 0: not connected
+  QString dir_;                                   // current directory
+  std::vector<IndexEntry> entries_;               // the MASTER index of dir_
+  std::uint8_t busy_ = 0;                         // 1 while readFile() runs
+  std::uint8_t loading_ = 0;                      // 1 from opening to the end of the first read
+  ConvertorControls controls_;                    // the open dialog
+  INSERT_SYMBOL_DATA_REQUEST insertRequest_{};    // refilled for every imported row
+  ImportTarget* target_;                          // the store imported into; may be null
+  CModule* module_;                               // translations and the host callback; may be null
+  ImportFolders folders_;                         // default directory lookups
+  DirectoryChooser chooser_;                      // the directory chooser
+  std::int64_t progressDone_ = 0;                 // bytes of the rows already imported
+  std::int64_t progressScale_ = 1;                // bytes per progress bar unit
+};
+
+#endif  // DATASTORE_IMPORT_CONVERTOR_H_

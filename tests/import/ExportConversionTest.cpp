@@ -1,0 +1,320 @@
+// Converting one instrument: field maps, times, the symbol record, tick
+// layout, hostile index records and the progress callback.
+#include <gtest/gtest.h>
+
+#include <QDateTime>
+#include <chrono>
+
+#include "DataPoint.h"
+#include "ExportDirectory.h"
+#include "ImportTestSupport.h"
+
+namespace {
+
+const QDate kDay(2015, 1, 2);
+const std::int32_t kDaySeconds = 1420156800;  // 2015-01-02 00:00 UTC
+
+IndexEntry Entry(ExportIndexRecord const& record) {
+  IndexEntry entry{};
+  const QByteArray bytes = EncodeIndexRecord(record);
+  std::memcpy(entry.bytes + 1, bytes.constData(), kIndexRecordSize);
+  return entry;
+}
+
+std::vector<CCandleDataPoint> Candles(ConvertedInstrument const& converted) {
+  EXPECT_EQ(converted.pointSize, sizeof(CCandleDataPoint));
+  std::vector<CCandleDataPoint> candles(converted.pointCount);
+  std::memcpy(static_cast<void*>(candles.data()), converted.points.data(), candles.size() * sizeof(CCandleDataPoint));
+  return candles;
+}
+
+struct Prices {
+  float open, high, low, close, volume;
+  bool operator==(Prices const&) const = default;
+};
+
+std::ostream& operator<<(std::ostream& out, Prices const& p) {
+  return out << p.open << ' ' << p.high << ' ' << p.low << ' ' << p.close << ' ' << p.volume;
+}
+
+Prices PricesOf(CCandleDataPoint const& c) { return {c.open, c.high, c.low, c.close, c.volume}; }
+
+class ConversionTest : public PinnedTimeZone {
+ protected:
+  // Writes F1.dat with R = recordLength and converts it as `record` says.
+  ConvertedInstrument Convert(ExportIndexRecord record, std::vector<std::vector<std::uint32_t>> const& rows,
+                              bool expectConverted = true) {
+    record.fileNumber = 1;
+    dir.WriteData(1, record.recordLength, rows);
+    ConvertedInstrument converted;
+    EXPECT_EQ(ConvertInstrument(dir.path(), Entry(record), Entry(record), "Bid", converted), expectConverted);
+    return converted;
+  }
+  ExportDir dir;
+};
+
+// Distinct values per field: field k holds 1.25 + k (price fields) so that
+// every map shows where it read from.
+std::vector<std::uint32_t> Row(bool intraday, int fields) {
+  std::vector<std::uint32_t> row{MbfDate(kDay)};
+  if (intraday) row.push_back(MbfTime(QTime(9, 30)));
+  while (int(row.size()) < fields) row.push_back(MbfWord(1.25f + float(row.size())));
+  return row;
+}
+
+// ---------------------------------------------------------------------------
+// Field maps.
+
+TEST_F(ConversionTest, FieldMapsByLetterAndFieldCount) {
+  struct Case {
+    char letter;
+    int fields;
+    Prices prices;  // the value of field k is 1.25 + k
+  };
+  const Case cases[] = {
+      {'D', 5, {4.25f, 2.25f, 3.25f, 4.25f, 5.25f}},  // no open: open = close
+      {'D', 6, {2.25f, 3.25f, 4.25f, 5.25f, 6.25f}},
+      {'D', 7, {2.25f, 3.25f, 4.25f, 5.25f, 6.25f}},
+      {'W', 7, {2.25f, 3.25f, 4.25f, 5.25f, 6.25f}},
+      {'M', 5, {4.25f, 2.25f, 3.25f, 4.25f, 5.25f}},
+      {'Y', 6, {2.25f, 3.25f, 4.25f, 5.25f, 6.25f}},
+      {'D', 4, {0, 0, 0, 0, 0}},                       // no map: time only
+      {'D', 8, {0, 0, 0, 0, 0}},
+      {'I', 6, {5.25f, 3.25f, 4.25f, 5.25f, 6.25f}},
+      {'I', 7, {3.25f, 4.25f, 5.25f, 6.25f, 7.25f}},
+      {'I', 8, {3.25f, 4.25f, 5.25f, 6.25f, 7.25f}},
+      {'I', 5, {0, 0, 0, 0, 0}},
+      {'I', 9, {0, 0, 0, 0, 0}},
+  };
+  for (Case const& c : cases) {
+    SCOPED_TRACE(testing::Message() << c.letter << c.fields);
+    const bool intraday = c.letter == 'I';
+    const auto converted = Convert({1, 4 * c.fields, c.fields, c.letter, 5, "EURUSD"}, {Row(intraday, c.fields)});
+    const auto candles = Candles(converted);
+    ASSERT_EQ(candles.size(), 1u);
+    EXPECT_EQ(PricesOf(candles[0]), c.prices);
+    EXPECT_EQ(candles[0].time, kDaySeconds + (intraday ? 9 * 3600 + 30 * 60 : 0));
+  }
+}
+
+TEST_F(ConversionTest, PricesNearOneAreExact) {
+  const auto converted = Convert({1, 28, 7, 'D', 0, "EURUSD"},
+                                 {{MbfDate(kDay), MbfWord(1.25f), MbfWord(1.5f), MbfWord(0.75f), MbfWord(1.0f),
+                                   MbfWord(0.5f)}});
+  const auto candles = Candles(converted);
+  ASSERT_EQ(candles.size(), 1u);
+  EXPECT_EQ(PricesOf(candles[0]), (Prices{1.25f, 1.5f, 0.75f, 1.0f, 0.5f}));
+}
+
+TEST_F(ConversionTest, UnconvertiblePricesAreZero) {
+  const auto converted = Convert({1, 28, 7, 'D', 0, "EURUSD"},
+                                 {{MbfDate(kDay), 0x01000000, MbfWord(1.5f), 0x02FFFFFF, MbfWord(1.0f), 0}});
+  EXPECT_EQ(PricesOf(Candles(converted)[0]), (Prices{0, 1.5f, 0, 1.0f, 0}));
+}
+
+// ---------------------------------------------------------------------------
+// Records and times.
+
+TEST_F(ConversionTest, HeaderRecordIsNeverAPoint) {
+  Convert({1, 28, 7, 'D', 0, "EURUSD"}, {}, false);
+  EXPECT_EQ(Convert({1, 28, 7, 'D', 0, "EURUSD"}, {Row(false, 7)}).pointCount, 1);
+  dir.Write("F1.dat", EncodeDataFile(28, {Row(false, 7)}) + QByteArray(27, '\x81'));  // a partial record
+  ConvertedInstrument converted;
+  ASSERT_TRUE(ConvertInstrument(dir.path(), Entry({1, 28, 7, 'D', 0, "X"}), Entry({1, 28, 7, 'D', 0, "X"}), "Bid",
+                                converted));
+  EXPECT_EQ(converted.pointCount, 1);
+  EXPECT_EQ(converted.points.size(), 24u);
+}
+
+TEST_F(ConversionTest, TimesAreLocalToLocal) {
+  const std::vector<std::vector<std::uint32_t>> rows = {
+      {MbfDate(QDate(2000, 1, 1)), MbfTime(QTime(0, 0, 1))},
+      {MbfDate(QDate(2000, 7, 1)), MbfTime(QTime(12, 0))},
+      {MbfDate(QDate(2000, 7, 1)), MbfTime(QTime(12, 0))},  // the same time twice
+      {MbfDate(QDate(2000, 3, 26)), MbfTime(QTime(1, 30))},  // the day the clocks go forward
+      {MbfDate(QDate(2000, 3, 26)), MbfTime(QTime(2, 30))},  // inside the gap
+      {MbfDate(QDate(2000, 3, 26)), MbfTime(QTime(3, 30))},
+  };
+  Pin("CET-1CEST,M3.5.0,M10.5.0/3");
+  const auto candles = Candles(Convert({1, 32, 8, 'I', 1, "EURUSD"}, rows));
+  ASSERT_EQ(candles.size(), 6u);
+  EXPECT_EQ(candles[0].time, 946684801);          // both ends in winter time
+  EXPECT_EQ(candles[1].time, 962452800 - 3600);   // summer time is an hour further from 1970 local
+  EXPECT_EQ(candles[2].time, candles[1].time);
+  EXPECT_EQ(candles[3].time, 954030600 + 3600);   // 00:30 UTC
+  EXPECT_EQ(candles[4].time, 0);                  // not a local moment
+  EXPECT_EQ(candles[5].time, 954034200 + 3600);   // 01:30 UTC, one hour after the record before the gap
+}
+
+TEST_F(ConversionTest, UnreadableDatesAndTimes) {
+  const auto candles = Candles(Convert({1, 32, 8, 'I', 1, "EURUSD"},
+                                       {{MbfDate(kDay), MbfIntegerWord(246000)},
+                                        {MbfIntegerWord(1000230), MbfTime(QTime(1, 0))},
+                                        {0, MbfTime(QTime(1, 0))},
+                                        {MbfIntegerWord(2991231), 0}}));
+  ASSERT_EQ(candles.size(), 4u);
+  EXPECT_EQ(candles[0].time, kDaySeconds);  // an invalid time counts as midnight
+  EXPECT_EQ(candles[1].time, 0);            // 30 February
+  EXPECT_EQ(candles[2].time, QDateTime(QDate::currentDate(), QTime(1, 0), Qt::UTC).toSecsSinceEpoch());
+  EXPECT_EQ(candles[3].time, 0);            // 2199 does not fit 32 bits
+}
+
+// ---------------------------------------------------------------------------
+// The symbol record and the point layout.
+
+std::string TextAt(SYMBOL_NAME_PERIOD const& request, int offset) {
+  return reinterpret_cast<const char*>(&request) + offset;
+}
+
+TEST_F(ConversionTest, SymbolRecordOfADailyEntry) {
+  const auto converted = Convert({1, 28, 7, 'D', 3, "ABC DEF"}, {Row(false, 7)});
+  const SYMBOL_NAME_PERIOD& request = converted.request;
+  EXPECT_EQ(TextAt(request, 0), "CANDLE");
+  EXPECT_EQ(TextAt(request, 255), "QUENDAL");
+  EXPECT_EQ(TextAt(request, 510), "CANDLE_QUENDAL");
+  EXPECT_EQ(NameOf(request), "ABC");
+  EXPECT_EQ(TextAt(request, 1275), "Bid");
+  const auto* bytes = reinterpret_cast<const unsigned char*>(&request);
+  EXPECT_EQ(bytes[1530], 'D');
+  EXPECT_EQ(int{request.period.length}, 0);  // the size counts for 'I' only
+  EXPECT_EQ(int{request.period.extra}, 0);
+  EXPECT_EQ(std::memcmp(bytes + 1531, "\0\0\0\0\0\0\0\0", 8), 0);
+}
+
+TEST_F(ConversionTest, NamesAreCutAtTheFirstSpaceOnly) {
+  EXPECT_EQ(NameOf(Convert({1, 28, 7, 'D', 0, "EUR/USD"}, {Row(false, 7)}).request), "EUR/USD");
+  EXPECT_EQ(NameOf(Convert({1, 28, 7, 'D', 0, "ABCDEFGHIJKLMNOPQ"}, {Row(false, 7)}).request), "ABCDEFGHIJKLMNOPQ");
+}
+
+TEST_F(ConversionTest, LongPriceTypeIsCutToTheField) {
+  dir.WriteData(1, 28, {Row(false, 7)});
+  const IndexEntry entry = Entry({1, 28, 7, 'D', 0, "EURUSD"});
+  ConvertedInstrument converted;
+  ASSERT_TRUE(ConvertInstrument(dir.path(), entry, entry, QString(300, 'x'), converted));
+  EXPECT_EQ(TextAt(converted.request, 1275), std::string(254, 'x'));
+}
+
+TEST_F(ConversionTest, IntradayEntriesKeepTheirSizeAndSizeZeroGivesTicks) {
+  const auto bars = Convert({1, 32, 8, 'I', 15, "EURUSD"}, {Row(true, 8)});
+  EXPECT_EQ(bars.request.period.kind, 'I');
+  EXPECT_EQ(int{bars.request.period.length}, 15);
+  EXPECT_EQ(bars.pointSize, 24u);
+
+  const auto ticks = Convert({1, 32, 8, 'I', 0, "EURUSD"}, {Row(true, 8), Row(true, 8)});
+  EXPECT_EQ(int{ticks.request.period.length}, 0);
+  ASSERT_EQ(ticks.pointSize, sizeof(TickDataPoint));
+  ASSERT_EQ(ticks.points.size(), 2 * sizeof(TickDataPoint));
+  TickDataPoint tick;
+  std::memcpy(&tick, ticks.points.data() + sizeof tick, sizeof tick);
+  EXPECT_EQ(tick.time, kDaySeconds + 9 * 3600 + 30 * 60);
+  EXPECT_EQ(tick.value, 6.25f);   // close, field 5
+  EXPECT_EQ(tick.volume, 7.25f);  // volume, field 6
+}
+
+// Two entries with one symbol and period: the second row reads its own file
+// with its own R, but the field count and letter of the first entry.
+TEST_F(ConversionTest, DuplicateEntriesShareTheFirstEntrysLayout) {
+  dir.WriteMaster({{1, 28, 7, 'D', 0, "EURUSD"}, {2, 24, 5, 'D', 0, "EURUSD"}});
+  dir.WriteData(1, 28, {Row(false, 7)});
+  dir.WriteData(2, 24, {Row(false, 6), Row(false, 6)});
+  const std::vector<IndexEntry> entries = ReadMaster(dir.path());
+  ASSERT_EQ(entries.size(), 2u);
+  const int matched = FindIndexEntry(entries, entries[1].symbol(), entries[1].periodText());
+  ASSERT_EQ(matched, 0);
+  ConvertedInstrument converted;
+  ASSERT_TRUE(ConvertInstrument(dir.path(), entries[1], entries[matched], "Ask", converted));
+  const auto candles = Candles(converted);
+  ASSERT_EQ(candles.size(), 2u);                       // 3 x 24 bytes: entry 1's R
+  EXPECT_EQ(PricesOf(candles[1]), (Prices{2.25f, 3.25f, 4.25f, 5.25f, 6.25f}));  // 7 fields' map
+}
+
+// ---------------------------------------------------------------------------
+// Index records that do not describe their files.
+
+TEST_F(ConversionTest, HostileIndexRecordsStayInsideTheirBuffers) {
+  // R = 0 and letters without a map are skipped.
+  Convert({1, 0, 7, 'D', 0, "X"}, {}, false);
+  for (char letter : {'X', '\0', 'i', 'd'}) Convert({1, 28, 7, letter, 0, "X"}, {Row(false, 7)}, false);
+
+  // R = 255 with 2 fields: the time and zeros.
+  auto candles = Candles(Convert({1, 255, 2, 'D', 0, "X"}, {Row(false, 63), Row(false, 63)}));
+  ASSERT_EQ(candles.size(), 2u);
+  EXPECT_EQ(candles[1].time, kDaySeconds);
+  EXPECT_EQ(PricesOf(candles[1]), (Prices{0, 0, 0, 0, 0}));
+
+  // 255 fields in R = 8, and 0 fields.
+  for (int fields : {255, 0}) {
+    candles = Candles(Convert({1, 8, fields, 'I', 5, "X"}, {Row(true, 2)}));
+    ASSERT_EQ(candles.size(), 1u);
+    EXPECT_EQ(candles[0].time, kDaySeconds + 9 * 3600 + 30 * 60);
+  }
+
+  // 8 fields in R = 8: the prices lie beyond the record and read as 0.
+  candles = Candles(Convert({1, 8, 8, 'I', 5, "X"}, {Row(true, 2), Row(true, 2)}));
+  ASSERT_EQ(candles.size(), 2u);
+  EXPECT_EQ(PricesOf(candles[1]), (Prices{0, 0, 0, 0, 0}));
+
+  // R = 3: not even a whole date.
+  candles = Candles(Convert({1, 3, 5, 'D', 0, "X"}, {{0}, {0}}));
+  ASSERT_EQ(candles.size(), 2u);
+
+  // R = 255 with 8 fields: the mapped fields come from the record's start.
+  candles = Candles(Convert({1, 255, 8, 'I', 5, "X"}, {Row(true, 63)}));
+  EXPECT_EQ(PricesOf(candles[0]), (Prices{3.25f, 4.25f, 5.25f, 6.25f, 7.25f}));
+}
+
+TEST_F(ConversionTest, FileNumberZeroAndMissingFiles) {
+  dir.WriteData(0, 28, {Row(false, 7)});
+  const IndexEntry zero = Entry({0, 28, 7, 'D', 0, "X"});
+  ConvertedInstrument converted;
+  EXPECT_TRUE(ConvertInstrument(dir.path(), zero, zero, "Bid", converted));
+  const IndexEntry missing = Entry({9, 28, 7, 'D', 0, "X"});
+  EXPECT_FALSE(ConvertInstrument(dir.path(), missing, missing, "Bid", converted));
+  EXPECT_EQ(converted.pointCount, 0);
+  EXPECT_TRUE(converted.points.empty());
+}
+
+// ---------------------------------------------------------------------------
+// Progress.
+
+TEST_F(ConversionTest, ProgressIsReportedOnceForASmallFile) {
+  dir.WriteData(1, 28, {Row(false, 7), Row(false, 7)});
+  const IndexEntry entry = Entry({1, 28, 7, 'D', 0, "X"});
+  std::vector<std::int64_t> reports;
+  ConvertedInstrument converted;
+  ASSERT_TRUE(ConvertInstrument(dir.path(), entry, entry, "Bid", converted,
+                                [&](std::int64_t bytes) { reports.push_back(bytes); }));
+  EXPECT_EQ(reports, std::vector<std::int64_t>{3 * 28});
+}
+
+TEST_F(ConversionTest, AMillionTicksReportProgressSparingly) {
+  constexpr int kPoints = 1000000;
+  QByteArray file = EncodeDataFile(32, {});
+  file.reserve(std::int64_t{kPoints + 1} * 32);
+  QDateTime moment(kDay, QTime(0, 0), Qt::UTC);
+  for (int k = 0; k < kPoints; ++k) {
+    if (k % 3 == 0) moment = moment.addSecs(1);  // three ticks per second
+    file += EncodeDataRecord(32, {MbfDate(moment.date()), MbfTime(moment.time()), 0, 0, 0, MbfWord(1.25f),
+                                  MbfWord(2.0f), 0});
+  }
+  dir.Write("F1.dat", file);
+  const IndexEntry entry = Entry({1, 32, 8, 'I', 0, "EURUSD"});
+
+  std::vector<std::int64_t> reports;
+  ConvertedInstrument converted;
+  const auto start = std::chrono::steady_clock::now();
+  ASSERT_TRUE(ConvertInstrument(dir.path(), entry, entry, "Bid", converted,
+                                [&](std::int64_t bytes) { reports.push_back(bytes); }));
+  const auto elapsed = std::chrono::steady_clock::now() - start;
+  EXPECT_EQ(converted.pointCount, kPoints);
+  ASSERT_FALSE(reports.empty());
+  EXPECT_EQ(reports.back(), std::int64_t{kPoints + 1} * 32);
+  EXPECT_LE(reports.size(), std::size_t(elapsed / std::chrono::milliseconds(50)) + 2);
+  EXPECT_TRUE(std::is_sorted(reports.begin(), reports.end()));
+  TickDataPoint last;
+  std::memcpy(&last, converted.points.data() + converted.points.size() - sizeof last, sizeof last);
+  EXPECT_EQ(last.time, moment.toSecsSinceEpoch());
+  EXPECT_EQ(last.value, 1.25f);
+}
+
+}  // namespace
