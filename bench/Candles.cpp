@@ -4,6 +4,7 @@
 #include <cmath>
 #include <numeric>
 #include <random>
+#include <string>
 
 namespace {
 
@@ -13,7 +14,6 @@ constexpr unsigned kReadSeed = 3;
 constexpr float kStartPrice = 1.1f;
 constexpr float kMaxMove = 0.0005f;    // largest price move within one candle
 constexpr float kMaxVolume = 500.0f;
-constexpr std::int32_t kBetweenOffset = kTimeStep / 2;  // a time between two candles
 
 Candle MakeCandle(std::int32_t time, float open, std::mt19937& random) {
   std::uniform_real_distribution<float> move(-kMaxMove, kMaxMove);
@@ -67,4 +67,15 @@ std::vector<int> ReadStarts(int stored, int length, int count) {
   std::vector<int> starts(count);
   for (int& s : starts) s = start(random);
   return starts;
+}
+
+std::string Thousands(int value) {
+  constexpr std::size_t kGroup = 3;
+  std::string digits = std::to_string(value);
+  std::string grouped;
+  for (std::size_t i = 0; i < digits.size(); ++i) {
+    if (i > 0 && (digits.size() - i) % kGroup == 0) grouped += ',';
+    grouped += digits[i];
+  }
+  return grouped;
 }

@@ -1,11 +1,12 @@
 // Candles.h: the candle records that every store under test receives, and
 // the random batches and read positions, all made from fixed seeds so that
-// every store sees exactly the same work.
+// every store sees exactly the same work; counts as the summaries print them.
 
 #ifndef DATASTORE_BENCH_CANDLES_H_
 #define DATASTORE_BENCH_CANDLES_H_
 
 #include <cstdint>
+#include <string>
 #include <vector>
 
 #pragma pack(push, 1)
@@ -26,6 +27,7 @@ static_assert(kCandleSize == 24);
 constexpr int kBaseCount = 1'000'000;              // candles of a full store
 constexpr std::int32_t kFirstTime = 1'600'000'000; // time of the first candle
 constexpr std::int32_t kTimeStep = 60;             // one-minute candles
+constexpr std::int32_t kBetweenOffset = kTimeStep / 2;  // added to a candle's time: a time before the next
 
 constexpr std::int32_t TimeOf(int index) { return kFirstTime + index * kTimeStep; }
 
@@ -39,5 +41,8 @@ std::vector<Candle> UpsertBatch(int stored, int count);
 
 // `count` random first indexes of runs of `length` records among `stored`.
 std::vector<int> ReadStarts(int stored, int length, int count);
+
+// 1234567 as "1,234,567".
+std::string Thousands(int value);
 
 #endif  // DATASTORE_BENCH_CANDLES_H_

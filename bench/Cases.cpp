@@ -97,17 +97,6 @@ void CountAll(benchmark::State& state, CandleStore& store) {
 
 }  // namespace
 
-std::string Thousands(int value) {
-  constexpr std::size_t kGroup = 3;
-  std::string digits = std::to_string(value);
-  std::string grouped;
-  for (std::size_t i = 0; i < digits.size(); ++i) {
-    if (i > 0 && (digits.size() - i) % kGroup == 0) grouped += ',';
-    grouped += digits[i];
-  }
-  return grouped;
-}
-
 std::vector<CaseInfo> const& AllCases() {
   static const std::string stored = Thousands(kBaseCount);
   static const std::vector<CaseInfo> cases = {

@@ -28,9 +28,6 @@ struct CaseInfo {
 
 std::vector<CaseInfo> const& AllCases();
 
-// 1234567 as "1,234,567".
-std::string Thousands(int value);
-
 std::string BenchmarkName(CaseInfo const& info, std::string const& storeId);
 
 // Registers every case for every store that offers it; the stores must

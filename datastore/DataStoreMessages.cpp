@@ -27,7 +27,7 @@ int CDataStoreModule::ReceiveMessageWrap(void* context, unsigned int message, Ho
   try {
     return Dispatch(message, a, b);
   } catch (AddDataException const& exception) {
-    dsLog.addMessage(QString::fromLocal8Bit(exception.what()), MESS_CRITICAL);
+    DsLog(QString::fromLocal8Bit(exception.what()), MESS_CRITICAL);
     return 0;
   }
 }
@@ -118,7 +118,7 @@ void CDataStoreModule::InitModule() {
 void CDataStoreModule::StartModule() {
   pGlobalCore = context();
   subscribeEvent(kGameModeEvent);
-  dsLog.addMessage(QString::fromLatin1(kStartLine), MESS_CRITICAL);
+  DsLog(QString::fromLatin1(kStartLine), MESS_CRITICAL);
 }
 
 // The worker finishes the request it serves, drops the queued ones and ends.
@@ -132,7 +132,7 @@ void CDataStoreModule::StopRequestThread() {
   }
   sync_->requestCondition.notify_all();
   if (!requestThread_->wait(kStopWaitMs)) {
-    dsLog.addMessage(QStringLiteral("Stop: the worker is finishing a long request"), MESS_CRITICAL);
+    DsLog(QStringLiteral("Stop: the worker is finishing a long request"), MESS_CRITICAL);
     requestThread_->wait();
   }
   DropQueued();

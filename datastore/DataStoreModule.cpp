@@ -54,6 +54,11 @@ QString qDataPath;
 messLog dsLog(kLogParent, kLogFile, MESS_INFO);
 QApplication* pa = nullptr;
 
+void DsLog(QString const& text, CriticalLevel level) {
+  QMutexLocker lock(&dsLog.mutex());
+  dsLog.addMessage(text, level);
+}
+
 CDataStoreModule theDataStoreModule(kModuleName, kNumber1, kNumber2, kNumber3);
 
 CDataStoreModule::CDataStoreModule(char const* name, unsigned number1, unsigned number2,
@@ -82,7 +87,7 @@ CDataStoreModule::~CDataStoreModule() {
   delete convertor_;
   convertor_ = nullptr;
   if (IsWorkerRunning()) {
-    dsLog.addMessage(QStringLiteral("Unloaded without a stop: the worker thread is left waiting"), MESS_CRITICAL);
+    DsLog(QStringLiteral("Unloaded without a stop: the worker thread is left waiting"), MESS_CRITICAL);
   } else {
     delete requestThread_;
     delete sync_;

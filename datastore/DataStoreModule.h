@@ -150,6 +150,9 @@ extern CDataStoreModule* pDSModule;   // the one module object
 extern void* pGlobalCore;             // host context, set on 3007 and 3004
 extern QString qDataPath;             // the data folder
 extern messLog dsLog;                 // the module's own file log
+
+// Adds a line to dsLog; safe from the host's thread and the worker alike.
+void DsLog(QString const& text, CriticalLevel level);
 extern QApplication* pa;              // the running QApplication, or null
 
 #endif  // DATASTORE_DATASTORE_DATASTOREMODULE_H_

@@ -14,6 +14,14 @@ constexpr char kPostBufferFailed[] = "Error in CDataStoreModule::InsertSymbolDat
 
 CSymbol* SymbolOf(HostWord handle) { return reinterpret_cast<CSymbol*>(handle); }
 
+// Storage reports failures through its file object; the module's log gets them.
+// REQUIRES: the data mutex is held.
+void LogStorageFailure(CSymbol& symbol) {
+  if (symbol.file() == nullptr) return;
+  const std::string error = symbol.file()->TakeLastError();
+  if (!error.empty()) DsLog(QString::fromLocal8Bit(error.c_str()), MESS_ERROR);
+}
+
 // Bytes of count points of the symbol; 0 for a negative count.
 std::size_t PointBytes(CSymbol const& symbol, int count) {
   return count > 0 ? std::size_t(count) * symbol.GetDataPointSize() : 0;
@@ -33,6 +41,7 @@ int CDataStoreModule::GetSymbolDataSend(GET_SYMBOL_DATA_REQUEST* request) {
   if (request->handle == 0) return 1;
   std::lock_guard<std::mutex> lock(dataMutex());
   SymbolOf(request->handle)->GetData(request);
+  LogStorageFailure(*SymbolOf(request->handle));
   return 0;
 }
 
@@ -41,6 +50,7 @@ int CDataStoreModule::GetSymbolDataCountSend(GET_SYMBOL_DATA_REQUEST* request) {
   if (request->handle == 0) return 1;
   std::lock_guard<std::mutex> lock(dataMutex());
   SymbolOf(request->handle)->GetDataCount(request);
+  LogStorageFailure(*SymbolOf(request->handle));
   return 0;
 }
 
@@ -48,6 +58,7 @@ int CDataStoreModule::InsertSymbolDataSend(INSERT_SYMBOL_DATA_REQUEST* request) 
   LogMessage("InsertSymbolDataSend");
   std::lock_guard<std::mutex> lock(dataMutex());
   SymbolOf(request->handle)->InsertData(request->number, reinterpret_cast<unsigned char*>(request->data));
+  LogStorageFailure(*SymbolOf(request->handle));
   return 0;
 }
 
@@ -132,6 +143,7 @@ void CDataStoreModule::Serve(GET_SYMBOL_DATA_REQUEST* copy) {
   {
     std::lock_guard<std::mutex> lock(dataMutex());
     SymbolOf(copy->handle)->GetData(copy);
+    LogStorageFailure(*SymbolOf(copy->handle));
   }
   Complete(copy->completionContext, copy->completionCode, copy);
   std::free(reinterpret_cast<void*>(copy->buffer));
@@ -142,6 +154,7 @@ void CDataStoreModule::Serve(INSERT_SYMBOL_DATA_REQUEST* copy) {
   {
     std::lock_guard<std::mutex> lock(dataMutex());
     SymbolOf(copy->handle)->InsertData(copy->number, reinterpret_cast<unsigned char*>(copy->data));
+    LogStorageFailure(*SymbolOf(copy->handle));
   }
   Complete(copy->completionContext, copy->completionCode, copy);
   std::free(reinterpret_cast<void*>(copy->data));

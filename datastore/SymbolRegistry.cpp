@@ -84,7 +84,9 @@ bool CDataStoreModule::isExistSymbol(void* handle) const {
 // A folder named by a request must lie inside the data folder.
 bool CDataStoreModule::IsInsideDataFolder(QString const& folder) const {
   const QString root = QDir::cleanPath(QDir(qDataPath).absolutePath());
-  const QString cleaned = QDir::cleanPath(QDir(root).absoluteFilePath(folder));
+  // Files are made where the folder names them, so it is resolved as they are.
+  if (folder.isEmpty()) return false;
+  const QString cleaned = QDir::cleanPath(QDir(folder).absolutePath());
   return cleaned == root || cleaned.startsWith(root + QLatin1Char('/'));
 }
 
@@ -101,7 +103,9 @@ CSymbol* CDataStoreModule::CreateSymbol(QString const& key, SYMBOL_NAME_PERIOD c
   MakePath(folder);
   {
     std::lock_guard<std::mutex> lock(dataMutex());
-    symbol->Create(key);
+    if (symbol->Create(key) != 0) {
+      DsLog(QStringLiteral("Cannot create the file of a symbol in ") + key, MESS_ERROR);
+    }
   }
   AppendSymbol(key, symbol);
   return symbol;

@@ -2,9 +2,15 @@
 // does and drives it with one command per run: Initialize, InitModule (3007),
 // Start (3004), the command's own messages, then Stop (3005).
 
-#include <QCoreApplication>
+#include <QApplication>
+#include <QDialog>
 #include <QDir>
 #include <QFileInfo>
+#include <QLabel>
+#include <QMainWindow>
+#include <QMenuBar>
+#include <QPointer>
+#include <QPushButton>
 #include <QString>
 #include <QTemporaryDir>
 #include <algorithm>
@@ -14,14 +20,17 @@
 #include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <iostream>
 #include <limits>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "ImportDialogDriver.h"
 #include "ModuleHost.h"
 #include "RecordCsv.h"
 #include "SymbolRequest.h"
@@ -51,6 +60,21 @@ constexpr std::int32_t kLatest = std::numeric_limits<std::int32_t>::max();      
 constexpr unsigned int kInsertDoneMessage = 7004;
 constexpr std::chrono::seconds kInsertWait{60};      // longest wait for that call
 
+// The module's import dialog.
+constexpr const char* kImportProvider = "QUENDAL";   // provider of the symbols its importer opens
+constexpr const char* kOkKey = "C0049Ok";            // translation key of its OK button
+constexpr const char* kModulesMenu = "&Modules";     // gui's menu of the modules' entries
+constexpr int kWindowWidth = 640;                    // gui's main window
+constexpr int kWindowHeight = 400;
+constexpr const char* kOffscreenPlatform = "offscreen";
+
+// What a command needs of the user interface.
+enum class Display {
+  kNone,       // no widgets: a QCoreApplication
+  kOffscreen,  // widgets nobody sees: the offscreen platform unless QT_QPA_PLATFORM names one
+  kScreen,     // widgets on the user's screen
+};
+
 struct Arguments {
   const char* command = nullptr;                     // the command's name
   std::map<std::string, std::string> options;        // "--module" -> value
@@ -64,6 +88,7 @@ struct Command {
   std::vector<std::string> options;                  // value options of its own
   std::size_t operands;                              // operands it needs after its name
   int (*run)(const Arguments& arguments);
+  Display display = Display::kNone;                  // the application it runs in
 };
 
 struct OptionHelp {
@@ -429,7 +454,7 @@ int RunCount(const Arguments& arguments) {
   return 0;
 }
 
-// The completion call of one posted insert, which the module makes on its
+// The completion calls of posted inserts, which the module makes on its
 // worker thread.
 class InsertCompletion {
  public:
@@ -443,10 +468,11 @@ class InsertCompletion {
     return 0;
   }
 
-  // Waits up to kInsertWait; false when the call did not come.
+  // Waits up to kInsertWait for the next call; false when it did not come.
   bool wait(std::int32_t* number) {
     std::unique_lock<std::mutex> lock(mu_);
     if (!done_.wait_for(lock, kInsertWait, [this] { return arrived_; })) return false;
+    arrived_ = false;
     *number = number_;
     return true;
   }
@@ -454,9 +480,34 @@ class InsertCompletion {
  private:
   std::mutex mu_;                                    // guards the members below
   std::condition_variable done_;                     // signalled with arrived_
-  bool arrived_ = false;                             // the call came
+  bool arrived_ = false;                             // a call came and was not waited for
   std::int32_t number_ = 0;                          // records the module inserted
 };
+
+// Posts number records at data (6004) with a completion call to this host.
+void PostInsert(ModuleHost& host, HostWord handle, std::int32_t number, const void* data) {
+  INSERT_SYMBOL_DATA_REQUEST request{};
+  request.handle = handle;
+  request.number = number;
+  request.data = reinterpret_cast<HostWord>(data);
+  // The module hands the completion context to the host callback as its
+  // context, so it must be this host.
+  request.completionContext = reinterpret_cast<HostWord>(&host);
+  request.completionCode = kInsertDoneMessage;
+  host.send(HostMessage::InsertDataPost, reinterpret_cast<HostArg>(&request));
+}
+
+// The host's handler: completion calls go to completion.
+void HandleCompletions(ModuleHost& host, InsertCompletion& completion) {
+  host.setHandler([&completion](unsigned int message, HostArg a, HostArg) {
+    return completion.onMessage(message, a);
+  });
+}
+
+std::string NoCompletion() {
+  return "no completion of the insert within " + std::to_string(kInsertWait.count()) +
+         " s (the module drops inserts while writing is disabled)";
+}
 
 int RunInsert(const Arguments& arguments) {
   Target target;
@@ -468,28 +519,224 @@ int RunInsert(const Arguments& arguments) {
   if (number > static_cast<std::size_t>(kEveryRecord)) return Failure("too many records");
   InsertCompletion completion;  // outlives the host, whose destructor stops the worker
   ModuleHost host;
-  host.setHandler([&completion](unsigned int message, HostArg a, HostArg) {
-    return completion.onMessage(message, a);
-  });
+  HandleCompletions(host, completion);
   HostWord handle = 0;
   if (!StartModule(arguments, &host) || !OpenSymbol(host, target, &handle)) return kExitFailure;
-  INSERT_SYMBOL_DATA_REQUEST request{};
-  request.handle = handle;
-  request.number = static_cast<std::int32_t>(number);
-  request.data = reinterpret_cast<HostWord>(records.data());
-  // The module hands the completion context to the host callback as its
-  // context, so it must be this host.
-  request.completionContext = reinterpret_cast<HostWord>(&host);
-  request.completionCode = kInsertDoneMessage;
-  host.send(HostMessage::InsertDataPost, reinterpret_cast<HostArg>(&request));
+  PostInsert(host, handle, static_cast<std::int32_t>(number), records.data());
   std::int32_t inserted = 0;
-  if (!completion.wait(&inserted)) {
-    return Failure("no completion of the insert within " + std::to_string(kInsertWait.count()) +
-                   " s (the module drops inserts while writing is disabled)");
-  }
+  if (!completion.wait(&inserted)) return Failure(NoCompletion());
   host.send(HostMessage::Stop);
   std::printf("inserted %d records\n", inserted);
   return 0;
+}
+
+// ---------------------------------------------------------------------------
+// import, gui, screenshot: the module's import dialog
+
+// A symbol that an import wrote, as dshost opens it again.
+struct ImportedSymbol {
+  std::string label;                                 // "NAME PERIOD CODE"
+  Target target;                                     // the importer's own request
+};
+
+// The request the importer opens a row's symbol with: the symbol up to its
+// first space as name, the row's price type as code, the importer's provider.
+bool ImportedSymbolOf(const ImportRow& row, ImportedSymbol* symbol, std::string* error) {
+  const QString name = row.symbol.section(QLatin1Char(' '), 0, 0);
+  const std::string period = Utf8(QString(row.period).remove(QLatin1Char(' ')));
+  const std::string code = row.priceType.toLocal8Bit().toStdString();
+  SYMBOL_PERIOD parsed{};
+  if (!ParsePeriod(period, &parsed, error)) return false;
+  symbol->label = Utf8(name) + ' ' + period + ' ' + code;
+  symbol->target.layout = LayoutOf(parsed);
+  return MakeSymbolRequest(kImportProvider, name.toStdU16String(), code, parsed,
+                           &symbol->target.request, error);
+}
+
+// The symbols of the rows, each once; rows that dshost cannot name are
+// reported and left out.
+std::vector<ImportedSymbol> ImportedSymbols(const std::vector<ImportRow>& rows) {
+  std::vector<ImportedSymbol> symbols;
+  for (const ImportRow& row : rows) {
+    ImportedSymbol symbol;
+    std::string error;
+    if (!ImportedSymbolOf(row, &symbol, &error)) {
+      Failure(Utf8(row.symbol.trimmed()) + ": " + error);
+      continue;
+    }
+    const bool known = std::any_of(symbols.begin(), symbols.end(), [&symbol](const auto& other) {
+      return other.label == symbol.label;
+    });
+    if (!known) symbols.push_back(symbol);
+  }
+  return symbols;
+}
+
+// Waits until the worker has written every insert posted so far. The
+// importer posts its inserts (6004) without completion calls, and Stop (3005)
+// drops the queued ones. The worker serves inserts one at a time in the order
+// they were posted, whereas a posted get overtakes queued inserts (gets are
+// served first), so only an insert can follow them: the completion of an
+// insert of no records, which changes nothing, posted after the import.
+bool AwaitPostedInserts(ModuleHost& host, HostWord handle, InsertCompletion& completion) {
+  PostInsert(host, handle, 0, nullptr);
+  std::int32_t ignored = 0;
+  return completion.wait(&ignored) || StepFailed(NoCompletion());
+}
+
+// Opens the symbols of the imported rows, waits for the worker to write them,
+// and prints one line per symbol: NAME PERIOD CODE RECORDS.
+bool ReportImport(ModuleHost& host, InsertCompletion& completion,
+                  const std::vector<ImportRow>& rows) {
+  std::vector<ImportedSymbol> symbols = ImportedSymbols(rows);
+  std::vector<HostWord> handles(symbols.size());
+  for (std::size_t i = 0; i < symbols.size(); ++i) {
+    if (!OpenSymbol(host, symbols[i].target, &handles[i])) return false;
+  }
+  if (!handles.empty() && !AwaitPostedInserts(host, handles.back(), completion)) return false;
+  for (std::size_t i = 0; i < symbols.size(); ++i) {
+    std::int32_t count = 0;
+    if (!CountRecords(host, handles[i], Selection{}, &count)) return false;
+    std::printf("%s %d\n", symbols[i].label.c_str(), count);
+  }
+  std::fflush(stdout);
+  return true;
+}
+
+// Starts the module for its import dialog: from then on the host shows the
+// module's default texts (3019), then the module adds its menu entry (3066).
+// The dialog starts in importFolder (3128, VD_FOLDER_IMPORT); an empty one
+// keeps the data folder.
+bool StartImportMenu(const Arguments& arguments, const QString& importFolder, ModuleHost* host,
+                     HostTranslator* translator) {
+  if (!StartModule(arguments, host)) return false;
+  if (!importFolder.isEmpty()) host->setFolder(VD_FOLDER_IMPORT, AbsoluteFolder(importFolder));
+  translator->learn(*host);
+  QCoreApplication::installTranslator(translator);
+  host->send(HostMessage::CreateMenu);
+  return !host->menuItems().empty() || StepFailed("the module added no menu entry (3066)");
+}
+
+// Chooses the module's menu entry (5511); returns the dialog it opened, or null.
+QDialog* OpenImportDialog(ModuleHost& host) {
+  host.pressMenuItem(host.menuItems().size() - 1);
+  QDialog* dialog = FindOpenDialog();
+  if (dialog == nullptr) StepFailed("the module opened no dialog (5511)");
+  return dialog;
+}
+
+// The dialog's code is the module's: a closed dialog is deleted before the
+// library is unloaded.
+void CloseDialog(QDialog* dialog) {
+  dialog->close();
+  QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+}
+
+// The operand naming a folder or file, as Qt takes it.
+QString PathOperand(const Arguments& arguments, std::size_t index) {
+  return QString::fromLocal8Bit(arguments.operands[index]);
+}
+
+// Presses OK with every row checked, as they start; OK stays disabled when
+// the folder has no index.
+int RunImport(const Arguments& arguments) {
+  const QString folder = PathOperand(arguments, 0);
+  InsertCompletion completion;
+  HostTranslator translator;
+  ModuleHost host;
+  HandleCompletions(host, completion);
+  if (!StartImportMenu(arguments, folder, &host, &translator)) return kExitFailure;
+  QDialog* dialog = OpenImportDialog(host);
+  if (dialog == nullptr) return kExitFailure;
+  QPushButton* ok = FindButton(dialog, translator.text(kOkKey));
+  if (ok == nullptr || !ok->isEnabled()) {
+    CloseDialog(dialog);
+    return Failure("no MASTER index in " + Utf8(folder) + " (the dialog's OK stays disabled)");
+  }
+  const std::vector<ImportRow> rows = CheckedRows(dialog);
+  ok->click();  // imports and closes the dialog before it returns
+  const bool finished = !dialog->isVisible();
+  CloseDialog(dialog);
+  if (!finished) return Failure("the import dialog is still open after OK");
+  if (!ReportImport(host, completion, rows)) return kExitFailure;
+  host.send(HostMessage::Stop);
+  return 0;
+}
+
+// After each import through the dialog, reports what it stored. The module
+// connected OK first, so its import has run when this slot is called; the
+// closed dialog is deleted only later, from the event loop.
+void ReportImportsOf(QDialog* dialog, ModuleHost& host, InsertCompletion& completion,
+                     const HostTranslator& translator) {
+  QPushButton* ok = FindButton(dialog, translator.text(kOkKey));
+  if (ok == nullptr) return;
+  QObject::connect(ok, &QPushButton::clicked, ok,
+                   [dialog = QPointer<QDialog>(dialog), &host, &completion] {
+                     if (!dialog.isNull()) ReportImport(host, completion, CheckedRows(dialog));
+                   });
+}
+
+QString MenuText(const mm_menu_item& item) {
+  char16_t text[kHostWideNameUnits];
+  std::memcpy(text, &item.text, sizeof text);
+  return QString::fromUtf16(text, std::find(std::begin(text), std::end(text), 0) - text);
+}
+
+// The menu of the modules' entries (5508); choosing one sends 5511. The
+// dialog it opens is modal, so an entry is never chosen while it is open.
+void AddModulesMenu(QMainWindow& window, ModuleHost& host, InsertCompletion& completion,
+                    const HostTranslator& translator) {
+  QMenu* menu = window.menuBar()->addMenu(QString::fromLatin1(kModulesMenu));
+  const std::vector<mm_menu_item> items = host.menuItems();
+  for (std::size_t index = 0; index < items.size(); ++index) {
+    QObject::connect(menu->addAction(MenuText(items[index])), &QAction::triggered, &window,
+                     [index, &host, &completion, &translator] {
+                       host.pressMenuItem(index);
+                       if (QDialog* dialog = FindOpenDialog()) {
+                         ReportImportsOf(dialog, host, completion, translator);
+                       }
+                     });
+  }
+}
+
+// The host's main window (3502 answers its window id) until it is closed.
+int RunGui(const Arguments& arguments) {
+  InsertCompletion completion;
+  HostTranslator translator;
+  ModuleHost host;
+  QMainWindow window;  // with any dialog of the module's on it, gone before the host unloads it
+  window.setWindowTitle(QStringLiteral("dshost"));
+  window.resize(kWindowWidth, kWindowHeight);
+  auto* label = new QLabel(QStringLiteral("Module: %1\n\nThe Modules menu holds its entries.")
+                               .arg(QString::fromStdString(ModulePath(arguments))));
+  label->setAlignment(Qt::AlignCenter);
+  window.setCentralWidget(label);
+  HandleCompletions(host, completion);
+  host.setMainWindowId(static_cast<HostWord>(window.winId()));
+  if (!StartImportMenu(arguments, QString(), &host, &translator)) return kExitFailure;
+  AddModulesMenu(window, host, completion, translator);
+  window.show();
+  const int result = QApplication::exec();
+  QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+  host.send(HostMessage::Stop);
+  return result;
+}
+
+// Saves a picture of the dialog open on the folder.
+int RunScreenshot(const Arguments& arguments) {
+  const QString file = PathOperand(arguments, 1);
+  HostTranslator translator;
+  ModuleHost host;
+  if (!StartImportMenu(arguments, PathOperand(arguments, 0), &host, &translator)) {
+    return kExitFailure;
+  }
+  QDialog* dialog = OpenImportDialog(host);
+  if (dialog == nullptr) return kExitFailure;
+  QCoreApplication::processEvents();  // lays out the table's cell widgets
+  const bool saved = dialog->grab().save(file);
+  CloseDialog(dialog);
+  host.send(HostMessage::Stop);
+  return saved ? 0 : Failure("cannot write " + Utf8(file));
 }
 
 // ---------------------------------------------------------------------------
@@ -511,6 +758,20 @@ const std::vector<Command>& Commands() {
        "insert the records of the CSV on standard input (6004, posted) and print how many; "
        "its header names epoch or time and every value column, in any order",
        {"--code"}, kSymbolOperands, &RunInsert},
+      {"import", "EXPORT_DIR",
+       "open the module's import dialog on the folder's MASTER index (3066, 5511), press OK "
+       "with every instrument checked, wait until the worker has written them, and print "
+       "NAME PERIOD CODE RECORDS per symbol; the symbols carry the provider QUENDAL, so run "
+       "import and get with --provider QUENDAL to read them back",
+       {}, 1, &RunImport, Display::kOffscreen},
+      {"gui", "",
+       "open a main window whose Modules menu holds the module's entry (3066); choosing it "
+       "opens the import dialog (5511); each import is reported as by import; runs until the "
+       "window is closed",
+       {}, 0, &RunGui, Display::kScreen},
+      {"screenshot", "EXPORT_DIR FILE",
+       "open the import dialog on the folder and save a picture of it (PNG for FILE.png)",
+       {}, 2, &RunScreenshot, Display::kOffscreen},
   };
   return kCommands;
 }
@@ -573,7 +834,10 @@ void PrintCommandUsage(const Command& command) {
   }
   std::printf("\nOptions of every command:\n");
   PrintOptions(kGlobalOptions);
-  if (command.operands != 0) std::printf("\n%s", kNotes);
+  // The notes explain SYMBOL, PERIOD and T.
+  if (std::string_view(command.synopsis).find("SYMBOL") != std::string_view::npos) {
+    std::printf("\n%s", kNotes);
+  }
 }
 
 const Command* FindCommand(const std::string& name) {
@@ -581,6 +845,22 @@ const Command* FindCommand(const std::string& name) {
     if (name == command.name) return &command;
   }
   return nullptr;
+}
+
+// The application the command runs in, or null after printing why there is
+// none. A platform named by QT_QPA_PLATFORM is always used.
+std::unique_ptr<QCoreApplication> MakeApplication(Display display, int& argc, char** argv) {
+  const bool platformChosen = !qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM");
+  if (display == Display::kNone) return std::make_unique<QCoreApplication>(argc, argv);
+  if (display == Display::kOffscreen && !platformChosen) {
+    qputenv("QT_QPA_PLATFORM", kOffscreenPlatform);
+  }
+  if (display == Display::kScreen && !platformChosen && qEnvironmentVariableIsEmpty("DISPLAY") &&
+      qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY")) {
+    Failure("no screen: set DISPLAY or WAYLAND_DISPLAY (or QT_QPA_PLATFORM)");
+    return nullptr;
+  }
+  return std::make_unique<QApplication>(argc, argv);
 }
 
 bool IsHelp(const std::string& argument) { return argument == "--help" || argument == "-h"; }
@@ -595,7 +875,6 @@ bool Accepts(const Command* command, const std::string& option) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  QCoreApplication application(argc, argv);
   const std::vector<std::string> args(argv + 1, argv + argc);
   const Command* command = nullptr;
   Arguments arguments;
@@ -625,6 +904,8 @@ int main(int argc, char** argv) {
   if (arguments.operands.size() != command->operands) {
     return UsageError("usage: dshost [OPTIONS] " + Synopsis(*command), command->name);
   }
+  const auto application = MakeApplication(command->display, argc, argv);
+  if (application == nullptr) return kExitFailure;
   try {
     return command->run(arguments);
   } catch (const std::exception& e) {

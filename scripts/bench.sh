@@ -1,10 +1,13 @@
 #!/bin/bash
-# Builds an optimised tree and runs the storage benchmark: the engine against
-# SQLite and raw file I/O, ending with a summary of ratios and targets.
-# Arguments go to the benchmark (e.g. --benchmark_filter=range_read).
+# Builds an optimised tree and runs the benchmarks, each ending with a summary
+# of its targets: storage_bench (the storage engine against SQLite and raw
+# file I/O), then datastore_bench (posted requests through the loaded module).
+# Arguments go to storage_bench (e.g. --benchmark_filter=range_read).
 # Run it on a quiet machine: other work skews the numbers.
 set -euo pipefail
 cd "$(dirname "$0")/.."
+BUILD_DIR=${BUILD_DIR:-build}
 bash scripts/setup.sh
-bash scripts/build.sh -DCMAKE_BUILD_TYPE=Release
-exec build/bench/storage_bench "$@"
+BUILD_DIR=$BUILD_DIR bash scripts/build.sh -DCMAKE_BUILD_TYPE=Release
+"$BUILD_DIR/bench/storage_bench" "$@"
+"$BUILD_DIR/bench/datastore_bench"

@@ -1,7 +1,10 @@
 #!/bin/bash
-# Builds everything and runs every test (64-bit and 32-bit layout included),
+# Builds everything and runs every test (64-bit and 32-bit layout included);
 # then builds the concurrency tests under ThreadSanitizer in build-tsan and
-# runs them there: only those targets, so that the second tree stays quick.
+# runs them there (only those targets, so that the tree stays quick); then
+# builds every test under AddressSanitizer and UndefinedBehaviorSanitizer in
+# build-asan and runs them all there. In CI (CI=true) the fuzz targets then
+# run for a minute each (scripts/fuzz.sh).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/setup.sh
@@ -16,3 +19,14 @@ cmake -G Ninja -S . -B "$TSAN_DIR" -DCMAKE_BUILD_TYPE=RelWithDebInfo \
 cmake --build "$TSAN_DIR" -j "$(nproc)" --target "${TSAN_TARGETS[@]}"
 TSAN_OPTIONS="halt_on_error=1 suppressions=$PWD/tests/tsan.supp" \
   ctest --test-dir "$TSAN_DIR" --output-on-failure -j "$(nproc)" -R "$TSAN_TESTS"
+
+ASAN_DIR=build-asan
+cmake -G Ninja -S . -B "$ASAN_DIR" -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+  -DDATASTORE_SANITIZE=address,undefined -DDATASTORE_BUILD_BENCHMARKS=OFF >/dev/null
+cmake --build "$ASAN_DIR" -j "$(nproc)"
+ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1 \
+  ctest --test-dir "$ASAN_DIR" --output-on-failure -j "$(nproc)"
+
+if [ "${CI:-}" = true ]; then
+  bash scripts/fuzz.sh
+fi

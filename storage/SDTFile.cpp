@@ -1,5 +1,6 @@
 #include "SDTFile.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <limits>
@@ -9,9 +10,12 @@
 #include <vector>
 
 #include "FileFormat.h"
+#include "RecordMerge.h"
 #include "Symbol.h"
 
 namespace {
+
+constexpr std::int64_t kReservedWordSize = 4;  // the word between header and records
 
 // The rollback journal: a marker and the data file's size before an append.
 constexpr char kJournalMagic[8] = {'C', 'J', 'D', 'A', 'P', 'P', 'N', 'D'};
@@ -20,18 +24,16 @@ struct JournalEntry {
   std::uint64_t sizeBefore;           // the data file's size before it
 };
 
+constexpr std::size_t kIndexReadBytes = 1 << 20;  // building the index reads about this much at a time
+
 // Every rewrite replaces a file by another; objects that have the same path
-// open notice it by its generation and open the new file.
+// open notice it by its count of rewrites and open the new file. A path's
+// counter lives as long as the process, so objects keep its address.
 class FileGenerations {
  public:
-  static std::uint64_t Of(std::string const& path) {
+  static std::atomic<std::uint64_t>* Of(std::string const& path) {
     std::lock_guard<std::mutex> lock(mutex());
-    const auto found = table().find(path);
-    return found == table().end() ? 0 : found->second;
-  }
-  static std::uint64_t Bump(std::string const& path) {
-    std::lock_guard<std::mutex> lock(mutex());
-    return ++table()[path];
+    return &table()[path];
   }
 
  private:
@@ -39,8 +41,8 @@ class FileGenerations {
     static std::mutex lock;
     return lock;
   }
-  static std::unordered_map<std::string, std::uint64_t>& table() {
-    static auto* generations = new std::unordered_map<std::string, std::uint64_t>;
+  static std::unordered_map<std::string, std::atomic<std::uint64_t>>& table() {
+    static auto* generations = new std::unordered_map<std::string, std::atomic<std::uint64_t>>;
     return *generations;
   }
 };
@@ -88,7 +90,8 @@ void CSDTFile::Open(bool readOnly) {
     Fail("cannot open");
     return;
   }
-  generation_ = FileGenerations::Of(path_);
+  rewrites_ = FileGenerations::Of(path_);
+  generation_ = rewrites_->load();
   visibleSize_ = PendingAppendSizeBefore();
   if (!readOnly && visibleSize_ >= 0) RollBackInterruptedAppend();
 }
@@ -96,6 +99,7 @@ void CSDTFile::Open(bool readOnly) {
 void CSDTFile::Close() {
   visibleSize_ = -1;
   lastTimeSize_ = -1;
+  index_.Drop();
   file_.reset();
   journal_.reset();
   position_ = 0;
@@ -103,7 +107,7 @@ void CSDTFile::Close() {
 
 // Reopens the file when another object with the same path replaced it.
 void CSDTFile::FollowReplacement() {
-  if (!IsOpen() || FileGenerations::Of(path_) == generation_) return;
+  if (!IsOpen() || rewrites_->load() == generation_) return;
   const bool readOnly = readOnly_;
   const std::int64_t position = position_;
   Close();
@@ -122,7 +126,13 @@ int CSDTFile::Read(void* buffer, unsigned int size) {
 int CSDTFile::Write(const void* data, unsigned int size) {
   FollowReplacement();
   if (!IsOpen() || readOnly_ || size == 0) return 0;
-  if (!file_->WriteAt(static_cast<std::uint64_t>(position_), data, size)) return 0;
+  const std::int64_t sizeBefore = index_.valid() ? FileSize() : -1;
+  const auto offset = static_cast<std::uint64_t>(position_);
+  if (!file_->WriteAt(offset, data, size)) {
+    index_.Drop();
+    return 0;
+  }
+  NoteWritten({offset, data, size}, sizeBefore, std::max<std::int64_t>(sizeBefore, offset + size));
   position_ += size;
   return 1;
 }
@@ -163,6 +173,12 @@ int CSDTFile::GetDataPointCount() {
   return count;
 }
 
+bool CSDTFile::HasWholeHeader(std::int64_t size) {
+  const std::int64_t headerEnd = static_cast<std::int64_t>(FirstRecordOffset()) - kReservedWordSize;
+  if (size >= headerEnd) return true;
+  return Fail("file shorter than its header");
+}
+
 int CSDTFile::CountRecords(std::int64_t size) const {
   const std::int64_t first = static_cast<std::int64_t>(FirstRecordOffset());
   if (size <= first) return 0;
@@ -196,44 +212,55 @@ bool CSDTFile::ReadRecords(int first, int count, void* out) {
   return true;
 }
 
-// The search probes the same records as a search that reads every time from
-// the file; once the open interval fits in one block it is read at once and
-// the remaining probes are served from memory.
 int CSDTFile::GetDataPointIndex(long time) {
   return FindDataPointIndex(time).value_or(GetDataPointCount());
 }
 
-std::optional<int> CSDTFile::FindDataPointIndex(long time) {
-  const int count = GetDataPointCount();
+std::optional<int> CSDTFile::FindDataPointIndex(long time) { return FindDataPointIndex(time, FileSize()); }
+
+std::optional<int> CSDTFile::FindDataPointIndex(long time, std::int64_t size) {
+  if (CountRecords(size) == 0) return 0;
+  if (!index_.Holds(size, RecordSize()) && !BuildIndex(size)) return std::nullopt;
+  return SearchBlock(time, index_.Find(time));
+}
+
+// One pass over the whole records in large reads, each a whole number of blocks.
+bool CSDTFile::BuildIndex(std::int64_t size) {
   const std::uint32_t recordSize = RecordSize();
-  std::int64_t lo = -1;
-  std::int64_t hi = count;
-  std::vector<unsigned char> block;
-  std::int64_t blockFirst = 0;
-  while (hi > lo + 1) {
-    const std::int64_t mid = lo + static_cast<std::int64_t>((hi - lo) * 0.5 + 0.5);
-    if (block.empty() && std::uint64_t(hi - lo - 1) * recordSize <= kSearchBlockBytes) {
-      block.resize(std::size_t(hi - lo - 1) * recordSize);
-      blockFirst = lo + 1;
-      if (!ReadRecords(static_cast<int>(blockFirst), static_cast<int>(hi - lo - 1), block.data())) {
-        return std::nullopt;
-      }
+  const int count = CountRecords(size);
+  index_.Reset(recordSize, size, count);
+  const int chunkRecords = std::max<int>(kIndexReadBytes / (std::size_t(index_.stride()) * recordSize), 1) *
+                           index_.stride();
+  std::vector<unsigned char> chunk(std::size_t(std::min(chunkRecords, count)) * recordSize);
+  for (int first = 0; first < count; first += chunkRecords) {
+    const int records = std::min(chunkRecords, count - first);
+    const std::size_t bytes = std::size_t(records) * recordSize;
+    if (file_->ReadAt(FirstRecordOffset() + std::uint64_t(first) * recordSize, chunk.data(), bytes) !=
+        static_cast<std::int64_t>(bytes)) {
+      index_.Drop();
+      Fail("short read while indexing");
+      return false;
     }
-    std::int32_t probe;
-    if (!block.empty()) {
-      std::memcpy(&probe, block.data() + std::size_t(mid - blockFirst) * recordSize, sizeof(probe));
-    } else if (file_->ReadAt(FirstRecordOffset() + std::uint64_t(mid) * recordSize, &probe,
-                             sizeof(probe)) != sizeof(probe)) {
-      Fail("short read while searching");
-      return std::nullopt;
-    }
-    if (probe < time) {
-      lo = mid;
-    } else {
-      hi = mid;
-    }
+    index_.Note(first, chunk.data(), records);
   }
-  return static_cast<int>(hi);
+  return true;
+}
+
+// The first record of the span whose time is not earlier than `time`, read in one block.
+std::optional<int> CSDTFile::SearchBlock(long time, TimeIndex::Span span) {
+  const std::uint32_t recordSize = RecordSize();
+  const std::size_t bytes = std::size_t(span.end - span.first) * recordSize;
+  if (bytes == 0) return span.end;
+  if (searchBlock_.size() < bytes) searchBlock_.resize(bytes);
+  if (file_->ReadAt(FirstRecordOffset() + std::uint64_t(span.first) * recordSize, searchBlock_.data(), bytes) !=
+      static_cast<std::int64_t>(bytes)) {
+    Fail("short read while searching");
+    return std::nullopt;
+  }
+  for (int i = span.first; i < span.end; ++i) {
+    if (RecordTime(searchBlock_.data() + std::size_t(i - span.first) * recordSize) >= time) return i;
+  }
+  return span.end;
 }
 
 bool CSDTFile::ReadPartialRecord(int total, std::vector<unsigned char>& out) {
@@ -267,7 +294,11 @@ bool CSDTFile::AppendRecords(int total, const void* records, int count, std::int
     file_->Truncate(static_cast<std::uint64_t>(sizeBefore));
     return Fail("cannot clear journal");
   }
-  if (written) RememberLastTime(offset, records, count);
+  if (written) {
+    RememberLastTime(offset, records, count);
+    const std::size_t bytes = std::size_t(count) * RecordSize();
+    NoteWritten({offset, records, bytes}, sizeBefore, std::max<std::int64_t>(sizeBefore, offset + bytes));
+  }
   return written;
 }
 
@@ -288,10 +319,33 @@ bool CSDTFile::RewriteFrom(int index, const void* bytes, std::size_t size) {
     fileSystem_->Remove(temporary);
     return false;
   }
-  generation_ = FileGenerations::Bump(path_);
+  generation_ = ++*rewrites_;
+  NoteWritten({start, bytes, size}, fileSize, static_cast<std::int64_t>(start + size));
   file_ = fileSystem_->Open(path_, OpenMode::ReadWrite);
-  if (!file_) return Fail("cannot reopen after rewrite");
+  if (!file_) {
+    index_.Drop();
+    return Fail("cannot reopen after rewrite");
+  }
   return true;
+}
+
+// The index stays only when it held the file before the write, the write
+// starts at a record boundary no later than the first record the index
+// lacks, and it changes no time of a whole record that it does not hold in
+// full: it holds whole records, or ends in a partial record at the file's end.
+void CSDTFile::NoteWritten(WrittenBytes const& write, std::int64_t sizeBefore, std::int64_t sizeAfter) {
+  const std::uint32_t recordSize = RecordSize();
+  const std::uint64_t first = FirstRecordOffset();
+  const bool aligned = write.offset >= first && (write.offset - first) % recordSize == 0;
+  const std::uint64_t index = aligned ? (write.offset - first) / recordSize : 0;
+  const bool endsWell = write.size % recordSize == 0 || write.offset + write.size == std::uint64_t(sizeAfter);
+  if (!index_.Holds(sizeBefore, recordSize) || !aligned || !endsWell || index > std::uint64_t(index_.count())) {
+    index_.Drop();
+    return;
+  }
+  index_.Resize(sizeAfter, CountRecords(sizeAfter));
+  index_.Note(static_cast<int>(index), static_cast<const unsigned char*>(write.data),
+              static_cast<int>(write.size / recordSize));
 }
 
 void CSDTFile::RememberLastTime(std::uint64_t offset, const void* records, int count) {

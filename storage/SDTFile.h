@@ -5,8 +5,13 @@
 //   - every length, count and offset read from a file is checked against the
 //     file's size before it is used; a damaged header is refused (1) and
 //     leaves the owner unchanged;
-//   - record reads are single positioned reads; the time search reads 4-byte
-//     times with positioned reads and finishes inside one block read;
+//   - record reads are single positioned reads; a time search looks the time
+//     up in a sparse index held in memory (TimeIndex.h) and reads one block of
+//     at most TimeIndex::kBlockBytes; the first search builds the index in one
+//     pass of large reads; this object's appends, writes and rewrites keep it
+//     in step; a file size other than the one it last saw, a reopen or a
+//     Close drops it; whatever the file holds, a search never reads outside
+//     the file's whole records;
 //   - an append writes after the last whole record (a partial record left by
 //     a crash is overwritten) and is guarded by a rollback journal beside the
 //     file ("<file>.journal"): if the process dies during the append, the next
@@ -23,6 +28,7 @@
 #ifndef DATASTORE_STORAGE_SDTFILE_H_
 #define DATASTORE_STORAGE_SDTFILE_H_
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -30,13 +36,12 @@
 #include <vector>
 
 #include "FileSystem.h"
+#include "TimeIndex.h"
 
 class CSymbol;
 
 class CSDTFile {
  public:
-  static constexpr std::uint32_t kSearchBlockBytes = 4096;  // the search finishes in one block this big
-
   explicit CSDTFile(CSymbol* owner, FileSystem* fileSystem = nullptr);
   CSDTFile(CSymbol* owner, const char* path, FileSystem* fileSystem = nullptr);
   ~CSDTFile();
@@ -67,6 +72,9 @@ class CSDTFile {
   int GetDataPointIndex(long time);
   // The same, or nothing when a read came up short.
   std::optional<int> FindDataPointIndex(long time);
+  // The same in a file of `size` bytes, the FileSize() just taken, so that
+  // a request sizes the file once.
+  std::optional<int> FindDataPointIndex(long time, std::int64_t size);
   // 0 after reading the header into the owner, 1 when the file is not one of
   // this type and version or its header is damaged.
   int ReadHeaderData();
@@ -79,6 +87,9 @@ class CSDTFile {
   bool ReadRecords(int first, int count, void* out);
   // Appends to out the bytes after the last whole record (`total` records).
   bool ReadPartialRecord(int total, std::vector<unsigned char>& out);
+  // False, with the failure noted, when a file of `size` bytes is shorter than
+  // its header (someone cut it): nothing may be written behind a lost header.
+  bool HasWholeHeader(std::int64_t size);
   // Whole records in a file of `size` bytes.
   int CountRecords(std::int64_t size) const;
   // The time of record total - 1, or nothing when it cannot be read.
@@ -92,6 +103,12 @@ class CSDTFile {
 
   std::string const& path() const { return path_; }
   std::string const& lastError() const { return lastError_; }
+  // The last failure, cleared: a caller that logs failures sees each once.
+  std::string TakeLastError() {
+    std::string error;
+    error.swap(lastError_);
+    return error;
+  }
   std::uint32_t descriptionAreaOffset() const { return descriptionAreaOffset_; }
   std::uint32_t headerSize() const { return headerSize_; }
   std::int64_t FileSize();
@@ -101,6 +118,14 @@ class CSDTFile {
   std::uint32_t RecordSize() const;
   void FollowReplacement();
   void RememberLastTime(std::uint64_t offset, const void* records, int count);
+  bool BuildIndex(std::int64_t size);
+  std::optional<int> SearchBlock(long time, TimeIndex::Span span);
+  struct WrittenBytes {
+    std::uint64_t offset;  // where they went
+    const void* data;      // what was written
+    std::size_t size;      // how many
+  };
+  void NoteWritten(WrittenBytes const& write, std::int64_t sizeBefore, std::int64_t sizeAfter);
   bool MarkAppend(std::uint64_t sizeBefore);
   bool ClearAppendMark();
   std::int64_t PendingAppendSizeBefore();
@@ -119,8 +144,11 @@ class CSDTFile {
   std::int64_t position_ = 0;               // stream position of Read/Write/Seek
   std::int64_t visibleSize_ = -1;           // size before an unfinished append, or -1
   std::uint64_t generation_ = 0;            // rewrites of path_ seen when it was opened
+  std::atomic<std::uint64_t>* rewrites_ = nullptr;  // rewrites of path_ so far, shared by its objects
   std::int64_t lastTimeSize_ = -1;          // file size for which lastTime_ holds
   std::int32_t lastTime_ = 0;               // time of the last record at that size
+  TimeIndex index_;                         // sparse times of the records, built by the first search
+  std::vector<unsigned char> searchBlock_;  // the block a search reads, kept to spare allocations
   std::uint32_t descriptionAreaOffset_ = 0; // D
   std::uint32_t headerSize_ = 0;            // H
   std::string lastError_;                   // last failure, for logs

@@ -18,10 +18,11 @@ struct Selection {
   int count = 0;   // records selected
 };
 
-// The records a request selects. A time range selects its whole extent; the
-// caller's capacity is applied by GetData.
+// The records a request selects, the file sized once. A time range selects
+// its whole extent; the caller's capacity is applied by GetData.
 Selection Select(CSDTFile& file, GET_SYMBOL_DATA_REQUEST const& request) {
-  const int total = file.GetDataPointCount();
+  const std::int64_t size = file.FileSize();
+  const int total = file.CountRecords(size);
   switch (request.mode) {
     case kNewest: {
       const int count = std::clamp(request.count, 0, total);
@@ -30,8 +31,8 @@ Selection Select(CSDTFile& file, GET_SYMBOL_DATA_REQUEST const& request) {
     case kOldest:
       return {0, std::clamp(request.count, 0, total)};
     case kTimeRange: {
-      const std::optional<int> first = file.FindDataPointIndex(request.firstTime);
-      const std::optional<int> end = file.FindDataPointIndex(request.lastTime);
+      const std::optional<int> first = file.FindDataPointIndex(request.firstTime, size);
+      const std::optional<int> end = file.FindDataPointIndex(request.lastTime, size);
       if (!first || !end) return {};
       const int start = std::max(*first - 1, 0);
       return {start, std::max(*end - start, 0)};
@@ -75,6 +76,7 @@ void CSymbol::InsertData(int count, unsigned char* records) {
     batchCount = static_cast<int>(normalized.size() / recordSize);
   }
   const std::int64_t size = file_->FileSize();
+  if (!file_->HasWholeHeader(size)) return;
   const int total = file_->CountRecords(size);
   const std::optional<std::int32_t> lastTime = total > 0 ? file_->LastRecordTime(total) : std::nullopt;
   if (total == 0 || (lastTime && RecordTime(batch) > *lastTime)) {

@@ -147,7 +147,8 @@ TEST_F(DshostTest, BadArgumentsAndInputFailWithAMessage) {
 
 TEST_F(DshostTest, HelpOfTheProgramAndOfEveryCommand) {
   for (const char* arguments :
-       {"--help", "info --help", "get --help", "count -h", "insert --help"}) {
+       {"--help", "info --help", "get --help", "count -h", "insert --help", "import --help",
+        "gui --help", "screenshot -h"}) {
     const Outcome run = dshost(arguments);
     EXPECT_EQ(run.status, 0) << arguments;
     EXPECT_EQ(run.out.rfind("Usage: dshost", 0), 0u) << arguments << ": " << run.out;

@@ -644,5 +644,17 @@ TEST_F(DataStoreBadInputTest, OpenPathOutsideTheDataFolderIsRefused) {
   EXPECT_EQ(tree_.entriesOutside({tree_.data()}), std::vector<fs::path>{});
 }
 
+// Found by fuzz_host_records: a relative or empty folder passes the check
+// against the data folder, so whatever it opens must be made there too, never
+// in the current folder (the test tree's root).
+TEST_F(DataStoreBadInputTest, OpenPathRelativeFolderMakesNothingOutsideTheDataFolder) {
+  DataStoreSession& ds = restart();
+  for (const fs::path& folder : {fs::path("relative"), fs::path()}) {
+    HostWord handle = 0;
+    ds.openPath(SymbolSpec{}, folder, &handle);
+    EXPECT_EQ(tree_.entriesOutside({tree_.data()}), std::vector<fs::path>{}) << folder;
+  }
+}
+
 }  // namespace
 }  // namespace datastore_test

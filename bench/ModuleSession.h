@@ -1,0 +1,74 @@
+// ModuleSession.h: the built data store library loaded through the reference
+// host and driven as a terminal drives it: Initialize, the configuration and
+// data folders (3128) in a folder of the session's own, the data provider
+// (3012), 3007 and 3004 on start, 6001 to open a candle symbol, posted gets
+// (6006) and inserts (6004) whose completion calls come back to this host,
+// and 3005 before the library is unloaded.
+//
+// Guarantees: every completion call is kept with the time it arrived
+// (taken first thing in the call, on the module's worker thread), the
+// records it delivered and the time of the first of them.
+//
+// REQUIRES: one thread drives a session (its own calls are not serialised);
+// the folder exists and outlives the session.
+// Thread-safety: completions may arrive on any thread; the waiting and
+// reading members take the session's lock.
+
+#ifndef DATASTORE_BENCH_MODULESESSION_H_
+#define DATASTORE_BENCH_MODULESESSION_H_
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <filesystem>
+#include <mutex>
+#include <vector>
+
+#include "Candles.h"
+#include "ModuleHost.h"
+
+using Clock = std::chrono::steady_clock;
+
+class ModuleSession {
+ public:
+  static constexpr unsigned int kGetDone = 9201;     // completion code of posted gets
+  static constexpr unsigned int kInsertDone = 9202;  // completion code of posted inserts
+
+  // One completion call.
+  struct Completion {
+    unsigned int code = 0;       // kGetDone or kInsertDone
+    Clock::time_point at;        // when the call arrived
+    std::int32_t count = 0;      // records delivered (gets) or inserted (inserts)
+    std::int32_t firstTime = 0;  // time of the first delivered record (gets)
+  };
+
+  // Loads the library and starts it; throws std::runtime_error on failure.
+  explicit ModuleSession(std::filesystem::path const& folder);
+  ~ModuleSession();  // 3005, then unloads
+  ModuleSession(const ModuleSession&) = delete;
+  ModuleSession& operator=(const ModuleSession&) = delete;
+
+  // Opens (creates) the one-minute candle symbol; throws when refused.
+  HostWord OpenCandles();
+  // Posts a get of up to `capacity` candles into out; returns how long the post took.
+  Clock::duration PostGet(GET_SYMBOL_DATA_REQUEST request, Candle* out, int capacity);
+  // Posts an insert of `count` candles; returns how long the post took.
+  Clock::duration PostInsert(HostWord handle, const Candle* candles, int count);
+  // Waits until `total` completion calls have arrived since the start;
+  // throws when they do not within kCompletionWait.
+  void WaitForCompletions(std::size_t total);
+  std::size_t CompletionCount() const;
+  // The completion call number `index` (0 is the first).
+  Completion CompletionAt(std::size_t index) const;
+
+ private:
+  int Receive(unsigned int message, HostArg a);
+  void Send(unsigned int message, HostArg a, HostArg b, const char* what);
+
+  ModuleHost host_;                       // loads the library, answers it, receives completions
+  mutable std::mutex mu_;                 // guards completions_
+  std::condition_variable arrived_;       // signalled on every completion
+  std::vector<Completion> completions_;   // in arrival order
+};
+
+#endif  // DATASTORE_BENCH_MODULESESSION_H_

@@ -1,0 +1,337 @@
+// Time searches through the sparse time index agree with a linear scan of the
+// file's whole records: over many sizes and runs of equal times, across
+// appends, stream writes and merges that rewrite, when another writer cuts or
+// extends the file, and with a partial last record. On a file whose times are
+// not sorted a search stays inside the file.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <filesystem>
+#include <fstream>
+#include <limits>
+#include <memory>
+#include <optional>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "CjdTestFiles.h"
+#include "TimeIndex.h"
+
+namespace {
+
+using cjdtest::Bytes;
+
+constexpr std::int32_t kFirstTime = 1'000'000;
+constexpr std::int32_t kTimeStep = 10;         // between distinct stored times
+constexpr int kLargeCount = 3000;              // records of the larger files
+constexpr int kWideCount = 50'000;             // more records than one read of an index build covers
+constexpr int kUnsortedProbes = 2000;
+constexpr unsigned kSeed = 11;
+
+// The real file system, counting what is read.
+class CountingFileSystem : public FileSystem {
+ public:
+  std::int64_t bytesRead = 0;  // by every ReadAt since the counters were cleared
+  int readsPastEnd = 0;        // ReadAt calls that asked for bytes beyond the file's end
+
+  void Clear() {
+    bytesRead = 0;
+    readsPastEnd = 0;
+  }
+  std::unique_ptr<RandomAccessFile> Open(std::string const& path, OpenMode mode) override {
+    std::unique_ptr<RandomAccessFile> file = real_.Open(path, mode);
+    return file ? std::make_unique<File>(*this, std::move(file)) : nullptr;
+  }
+  bool Rename(std::string const& from, std::string const& to) override { return real_.Rename(from, to); }
+  bool Remove(std::string const& path) override { return real_.Remove(path); }
+
+ private:
+  class File : public RandomAccessFile {
+   public:
+    File(CountingFileSystem& owner, std::unique_ptr<RandomAccessFile> real)
+        : owner_(owner), real_(std::move(real)) {}
+    std::int64_t ReadAt(std::uint64_t offset, void* buffer, std::size_t n) override {
+      const std::int64_t size = real_->Size();
+      if (size >= 0 && offset + n > static_cast<std::uint64_t>(size)) ++owner_.readsPastEnd;
+      const std::int64_t got = real_->ReadAt(offset, buffer, n);
+      if (got > 0) owner_.bytesRead += got;
+      return got;
+    }
+    bool WriteAt(std::uint64_t offset, const void* data, std::size_t n) override {
+      return real_->WriteAt(offset, data, n);
+    }
+    std::int64_t Size() override { return real_->Size(); }
+    bool Truncate(std::uint64_t size) override { return real_->Truncate(size); }
+    bool Sync() override { return real_->Sync(); }
+
+   private:
+    CountingFileSystem& owner_;
+    std::unique_ptr<RandomAccessFile> real_;
+  };
+
+  FileSystem& real_ = FileSystem::Default();
+};
+
+// `count` times kTimeStep apart, each repeated `run` times.
+std::vector<std::int32_t> RunsOfTimes(int count, int run) {
+  std::vector<std::int32_t> times;
+  for (int i = 0; i < count; ++i) times.push_back(kFirstTime + (i / run) * kTimeStep);
+  return times;
+}
+
+// `count` times kTimeStep apart from `first`.
+std::vector<std::int32_t> TimesFrom(std::int32_t first, int count) {
+  std::vector<std::int32_t> times;
+  for (int i = 0; i < count; ++i) times.push_back(first + i * kTimeStep);
+  return times;
+}
+
+// Every stored time, its neighbours, and the extremes.
+std::vector<std::int64_t> Probes(std::vector<std::int32_t> const& times) {
+  std::vector<std::int64_t> probes = {std::numeric_limits<long>::min(), std::numeric_limits<std::int32_t>::min(),
+                                      std::numeric_limits<std::int32_t>::max(), std::numeric_limits<long>::max()};
+  for (std::int32_t time : times) {
+    for (std::int64_t delta : {-1, 0, 1}) probes.push_back(time + delta);
+  }
+  std::sort(probes.begin(), probes.end());
+  probes.erase(std::unique(probes.begin(), probes.end()), probes.end());
+  return probes;
+}
+
+class TimeSearchTest : public ::testing::Test {
+ protected:
+  // A new file of candle records with these times (and `trailer` after them),
+  // opened by a new symbol.
+  std::unique_ptr<CSymbol> Stored(std::vector<std::int32_t> const& times, Bytes const& trailer = {}) {
+    path_ = dir_.File("search" + std::to_string(files_++) + ".cjd");
+    cjdtest::WriteFileBytes(path_, cjdtest::Concatenated(spec_.File(Records(times)), trailer));
+    return Reopened();
+  }
+
+  std::unique_ptr<CSymbol> Reopened() { return cjdtest::OpenSymbol(owner_, path_); }
+
+  Bytes Records(std::vector<std::int32_t> const& times) {
+    return cjdtest::MakeRecords(times, spec_.RecordSize(), rng_);
+  }
+
+  // The times of the whole records in the file now, read byte by byte.
+  std::vector<std::int32_t> TimesInFile() const {
+    const Bytes bytes = cjdtest::ReadFileBytes(path_);
+    const std::size_t first = spec_.Layout().firstRecord;
+    const Bytes records(bytes.begin() + static_cast<long>(std::min(first, bytes.size())), bytes.end());
+    return cjdtest::TimesOf(records, spec_.RecordSize());
+  }
+
+  int Stride() const { return static_cast<int>(TimeIndex::kBlockBytes / spec_.RecordSize()); }
+
+  // Both searches of the file agree with a linear scan of what it holds: one
+  // sweep over its sorted times, as the probes ascend.
+  ::testing::AssertionResult AgreesWithTheFile(CSDTFile& file) {
+    const std::vector<std::int32_t> times = TimesInFile();
+    int expected = 0;
+    for (std::int64_t probe : Probes(times)) {
+      while (expected < static_cast<int>(times.size()) && times[expected] < probe) ++expected;
+      const int found = file.GetDataPointIndex(static_cast<long>(probe));
+      const std::optional<int> optional = file.FindDataPointIndex(static_cast<long>(probe));
+      if (found != expected || optional != expected) {
+        return ::testing::AssertionFailure() << "time " << probe << ": found " << found << " and "
+                                             << optional.value_or(-1) << ", expected " << expected << " of "
+                                             << times.size();
+      }
+    }
+    return ::testing::AssertionSuccess();
+  }
+
+  // Bytes one search reads: at most one block once the index holds the file.
+  std::int64_t BytesOfOneSearch(CSDTFile& file, std::int64_t time) {
+    fileSystem_.Clear();
+    file.GetDataPointIndex(static_cast<long>(time));
+    return fileSystem_.bytesRead;
+  }
+
+  cjdtest::ScratchDir dir_;
+  CountingFileSystem fileSystem_;
+  cjdtest::TestOwner owner_{true, &fileSystem_};
+  cjdtest::HeaderSpec spec_;
+  std::mt19937 rng_{kSeed};
+  std::string path_;
+  int files_ = 0;
+};
+
+TEST(TimeIndexTest, FindStaysInsideTheRecordsWhateverTheTimes) {
+  constexpr unsigned int kRecordSize = 24;
+  constexpr int kCount = 1000;
+  std::mt19937 rng(kSeed);
+  std::vector<std::int32_t> times(kCount);
+  for (std::int32_t& time : times) time = static_cast<std::int32_t>(rng());
+  const Bytes records = cjdtest::MakeRecords(times, kRecordSize, rng);
+  TimeIndex index;
+  index.Reset(kRecordSize, kCount * kRecordSize, kCount);
+  index.Note(0, records.data(), kCount);
+  for (int i = 0; i < kUnsortedProbes; ++i) {
+    const TimeIndex::Span span = index.Find(static_cast<std::int32_t>(rng()));
+    ASSERT_LE(0, span.first);
+    ASSERT_LE(span.first, span.end);
+    ASSERT_LE(span.end, kCount);
+    ASSERT_LT(span.end - span.first, index.stride());
+  }
+}
+
+TEST_F(TimeSearchTest, AgreesWithALinearScanOverManySizesAndRunsOfEqualTimes) {
+  for (bool ticks : {false, true}) {
+    spec_ = ticks ? cjdtest::TickSpec() : cjdtest::HeaderSpec{};
+    const int stride = Stride();
+    for (int count : {0, 1, 2, stride - 1, stride, stride + 1, 2 * stride - 1, 2 * stride, 2 * stride + 1,
+                      7 * stride + 5, kLargeCount}) {
+      for (int run : {1, 2, 5, stride - 1, stride, stride + 1, 3 * stride}) {
+        SCOPED_TRACE((ticks ? "ticks, " : "candles, ") + std::to_string(count) + " records in runs of " +
+                     std::to_string(run));
+        std::unique_ptr<CSymbol> symbol = Stored(RunsOfTimes(count, run));
+        ASSERT_TRUE(AgreesWithTheFile(*symbol->file()));
+        EXPECT_EQ(fileSystem_.readsPastEnd, 0);
+      }
+    }
+  }
+}
+
+TEST_F(TimeSearchTest, FileWiderThanOneReadOfTheIndexBuild) {
+  std::unique_ptr<CSymbol> symbol = Stored(RunsOfTimes(kWideCount, 3));
+  EXPECT_TRUE(AgreesWithTheFile(*symbol->file()));
+  EXPECT_LE(BytesOfOneSearch(*symbol->file(), kFirstTime + kWideCount), TimeIndex::kBlockBytes);
+}
+
+// Appends of every size around a block keep the index: a search after each
+// still reads one block.
+TEST_F(TimeSearchTest, AppendsKeepTheIndexInStep) {
+  const int stride = Stride();
+  std::unique_ptr<CSymbol> symbol = Stored(RunsOfTimes(2 * stride + 3, 2));
+  CSDTFile& file = *symbol->file();
+  ASSERT_TRUE(AgreesWithTheFile(file));
+  std::int32_t next = TimesInFile().back() + kTimeStep;
+  for (int count : {1, stride - 1, stride, stride + 1, 1, 3 * stride + 7}) {
+    SCOPED_TRACE("append of " + std::to_string(count));
+    std::vector<std::int32_t> times;
+    for (int i = 0; i < count; ++i, next += kTimeStep) times.push_back(next);
+    Bytes batch = Records(times);
+    symbol->InsertData(count, batch.data());
+    EXPECT_LE(BytesOfOneSearch(file, next - kTimeStep), TimeIndex::kBlockBytes);
+    ASSERT_TRUE(AgreesWithTheFile(file));
+  }
+}
+
+// Records written through the stream at record boundaries, one of them at
+// the start of a block with a later time, keep the index in step; a write
+// that is not at a record boundary drops it.
+TEST_F(TimeSearchTest, StreamWritesKeepTheIndexInStepOrDropIt) {
+  const int stride = Stride();
+  std::unique_ptr<CSymbol> symbol = Stored(RunsOfTimes(4 * stride, 1));
+  CSDTFile& file = *symbol->file();
+  ASSERT_TRUE(AgreesWithTheFile(file));
+  const std::int32_t later = kFirstTime + stride * kTimeStep + kTimeStep / 2;  // still before the next record
+  Bytes record = Records({later});
+  file.SeekToDataPoint(stride);
+  ASSERT_EQ(file.Write(record.data(), spec_.RecordSize()), 1);
+  EXPECT_TRUE(AgreesWithTheFile(file));
+  Bytes tail = Records(TimesFrom(kFirstTime + 5 * stride * kTimeStep, 5 * stride));
+  file.SeekToDataPoint(4 * stride);
+  ASSERT_EQ(file.Write(tail.data(), static_cast<unsigned int>(tail.size())), 1);
+  EXPECT_LE(BytesOfOneSearch(file, kFirstTime + 6 * stride * kTimeStep), TimeIndex::kBlockBytes);
+  EXPECT_TRUE(AgreesWithTheFile(file));
+  const std::int32_t earlier = kFirstTime + 2 * stride * kTimeStep - kTimeStep / 2;
+  file.Seek(static_cast<long>(file.FirstRecordOffset() + std::uint64_t(2 * stride) * spec_.RecordSize()), SEEK_SET);
+  ASSERT_EQ(file.Write(&earlier, sizeof(earlier)), 1);
+  EXPECT_TRUE(AgreesWithTheFile(file));
+}
+
+// Merges before stored records rewrite the file; the rewritten part renews
+// the index and the part before it keeps its entries.
+TEST_F(TimeSearchTest, MergesThatRewriteKeepTheIndexInStep) {
+  const int stride = Stride();
+  std::unique_ptr<CSymbol> symbol = Stored(RunsOfTimes(6 * stride, 1));
+  CSDTFile& file = *symbol->file();
+  ASSERT_TRUE(AgreesWithTheFile(file));
+  const std::vector<std::vector<std::int32_t>> batches = {
+      {kFirstTime - 5 * kTimeStep, kFirstTime - kTimeStep},                      // before everything
+      {kFirstTime + 3 * stride * kTimeStep + 1, kFirstTime + 3 * stride * kTimeStep + 2},  // in the middle
+      {kFirstTime + stride * kTimeStep},                                         // replaces a block start
+      {kFirstTime + 5 * kTimeStep + 3, kFirstTime + 9 * stride * kTimeStep},     // in the middle and after
+  };
+  for (std::vector<std::int32_t> const& times : batches) {
+    SCOPED_TRACE("batch from " + std::to_string(times.front()));
+    Bytes batch = Records(times);
+    symbol->InsertData(static_cast<int>(times.size()), batch.data());
+    EXPECT_LE(BytesOfOneSearch(file, times.front()), TimeIndex::kBlockBytes);
+    ASSERT_TRUE(AgreesWithTheFile(file));
+  }
+}
+
+// Another writer changes the file between two searches of this object:
+// cuts it, extends it with records that belong elsewhere, rewrites it.
+TEST_F(TimeSearchTest, AnotherWriterCuttingOrExtendingTheFileIsSeen) {
+  const int stride = Stride();
+  std::unique_ptr<CSymbol> symbol = Stored(RunsOfTimes(5 * stride, 1));
+  CSDTFile& file = *symbol->file();
+  ASSERT_TRUE(AgreesWithTheFile(file));
+  const std::uint64_t first = spec_.Layout().firstRecord;
+  std::filesystem::resize_file(path_, first + std::uint64_t(2 * stride + 3) * spec_.RecordSize());
+  EXPECT_TRUE(AgreesWithTheFile(file));
+  // The whole file written anew in place, larger, its times earlier.
+  const Bytes bytes = spec_.File(Records(TimesFrom(kFirstTime - 1000 * kTimeStep, 7 * stride)));
+  {
+    std::fstream out(path_, std::ios::in | std::ios::out | std::ios::binary);
+    out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+  }
+  EXPECT_TRUE(AgreesWithTheFile(file));
+  // Another object of the same file appends, then rewrites.
+  std::unique_ptr<CSymbol> other = Reopened();
+  Bytes later = Records({TimesInFile().back() + kTimeStep});
+  other->InsertData(1, later.data());
+  EXPECT_TRUE(AgreesWithTheFile(file));
+  Bytes earlier = Records({TimesInFile().front() - kTimeStep});
+  other->InsertData(1, earlier.data());
+  EXPECT_TRUE(AgreesWithTheFile(file));
+  EXPECT_EQ(fileSystem_.readsPastEnd, 0);
+}
+
+// A partial record after the last whole one is never searched, whatever its
+// bytes; an append over it keeps the searches right.
+TEST_F(TimeSearchTest, PartialLastRecordIsNeverSearched) {
+  const int stride = Stride();
+  const Bytes partial = {0, 0, 0, 0, 7};  // time 0, earlier than every stored one
+  std::unique_ptr<CSymbol> symbol = Stored(RunsOfTimes(stride + 1, 1), partial);
+  CSDTFile& file = *symbol->file();
+  EXPECT_TRUE(AgreesWithTheFile(file));
+  EXPECT_EQ(fileSystem_.readsPastEnd, 0);
+  Bytes batch = Records({TimesInFile().back() + kTimeStep, TimesInFile().back() + 2 * kTimeStep});
+  symbol->InsertData(2, batch.data());
+  EXPECT_TRUE(AgreesWithTheFile(file));
+  EXPECT_EQ(fileSystem_.readsPastEnd, 0);
+}
+
+// Times out of order give other answers than a sorted file would, but every
+// search and every time range stays inside the file's whole records.
+TEST_F(TimeSearchTest, UnsortedTimesNeverLeadOutsideTheFile) {
+  std::vector<std::int32_t> times(kLargeCount);
+  for (std::int32_t& time : times) time = kFirstTime + static_cast<std::int32_t>(rng_() % kLargeCount);
+  const Bytes trailer = {1, 2, 3};
+  std::unique_ptr<CSymbol> symbol = Stored(times, trailer);
+  Bytes buffer(std::size_t(kLargeCount) * spec_.RecordSize());
+  for (int i = 0; i < kUnsortedProbes; ++i) {
+    const std::int32_t from = kFirstTime + static_cast<std::int32_t>(rng_() % (kLargeCount + 2)) - 1;
+    const std::int32_t to = kFirstTime + static_cast<std::int32_t>(rng_() % (kLargeCount + 2)) - 1;
+    const int index = symbol->file()->GetDataPointIndex(from);
+    ASSERT_GE(index, 0);
+    ASSERT_LE(index, kLargeCount);
+    GET_SYMBOL_DATA_REQUEST request =
+        cjdtest::MakeRequest(cjdtest::kModeRange, kLargeCount, buffer.data(), from, to);
+    symbol->GetData(&request);
+    ASSERT_GE(request.count, 0);
+    ASSERT_LE(request.count, kLargeCount);
+  }
+  EXPECT_EQ(fileSystem_.readsPastEnd, 0);
+}
+
+}  // namespace

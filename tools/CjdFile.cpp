@@ -1,0 +1,172 @@
+#include "CjdFile.h"
+
+#include <QString>
+#include <algorithm>
+#include <charconv>
+#include <cstdio>
+#include <cstring>
+
+#include "FileSystem.h"
+
+namespace {
+
+// The append journal beside a data file: a marker, then the file's size
+// before the append, while an append is under way.
+constexpr char kJournalSuffix[] = ".journal";
+constexpr char kJournalMagic[] = {'C', 'J', 'D', 'A', 'P', 'P', 'N', 'D'};
+constexpr std::size_t kJournalEntrySize = sizeof(kJournalMagic) + sizeof(std::uint64_t);
+
+constexpr std::size_t kScanChunkBytes = 1 << 20;  // records read at once by a scan
+constexpr std::size_t kNumberText = 32;           // room for any number as text
+constexpr char kIntraday = 'I';
+constexpr const char* kViewTypeNames[] = {"char", "short", "int", "int64", "float", "double", "string"};
+
+// The library's error text names the file; the tool names it itself.
+std::string WithoutPath(std::string text, std::string const& path) {
+  const std::string named = ": " + path;
+  const std::size_t at = text.find(named);
+  if (at != std::string::npos) text.erase(at, named.size());
+  return text.empty() ? "cannot be read" : text;
+}
+
+template <typename T>
+T ReadValue(const unsigned char* bytes) {
+  T value;
+  std::memcpy(&value, bytes, sizeof(T));
+  return value;
+}
+
+template <typename T>
+std::string NumberText(T value) {
+  char text[kNumberText];
+  const auto [end, status] = std::to_chars(text, text + sizeof text, value);
+  return std::string(text, end);
+}
+
+}  // namespace
+
+template <typename T>
+std::string RealText(T value) {
+  char text[kNumberText];
+  const auto [end, status] = std::to_chars(text, text + sizeof text, value, std::chars_format::general);
+  return std::string(text, end);
+}
+template std::string RealText(float value);
+template std::string RealText(double value);
+
+LoadedFile LoadFile(SymbolOwner* owner, std::string const& path) {
+  LoadedFile loaded;
+  auto symbol = std::make_unique<CSymbol>(owner, path.c_str());
+  if (symbol->LoadProperties() != 0) {
+    loaded.error = WithoutPath(symbol->file()->TakeLastError(), path);
+    return loaded;
+  }
+  symbol->Open();
+  if (!symbol->file()->IsOpen()) {
+    loaded.error = WithoutPath(symbol->file()->TakeLastError(), path);
+    return loaded;
+  }
+  loaded.symbol = std::move(symbol);
+  return loaded;
+}
+
+RecordExtent ExtentOf(CSymbol& symbol) {
+  CSDTFile& file = *symbol.file();
+  RecordExtent extent;
+  extent.firstOffset = file.FirstRecordOffset();
+  extent.recordSize = symbol.GetDataPointSize();
+  extent.visibleSize = std::max<std::int64_t>(file.FileSize(), 0);
+  extent.records = file.GetDataPointCount();
+  const std::uint64_t wholeEnd = extent.firstOffset + std::uint64_t(extent.records) * extent.recordSize;
+  const auto size = static_cast<std::uint64_t>(extent.visibleSize);
+  extent.partialBytes = size > wholeEnd ? size - wholeEnd : 0;
+  return extent;
+}
+
+RecordScan ScanRecordTimes(CSymbol& symbol, int records) {
+  RecordScan scan;
+  const std::size_t recordSize = symbol.GetDataPointSize();
+  const int chunk = static_cast<int>(std::max<std::size_t>(kScanChunkBytes / recordSize, 1));
+  std::vector<unsigned char> bytes;
+  std::int32_t previous = 0;
+  for (std::int64_t next = 0; next < records; next += chunk) {
+    const int first = static_cast<int>(next);
+    const int count = std::min(chunk, records - first);
+    bytes.resize(std::size_t(count) * recordSize);
+    if (!symbol.file()->ReadRecords(first, count, bytes.data())) {
+      scan.readError = WithoutPath(symbol.file()->TakeLastError(), symbol.file()->path());
+      return scan;
+    }
+    for (int i = 0; i < count; ++i) {
+      const auto time = ReadValue<std::int32_t>(bytes.data() + std::size_t(i) * recordSize);
+      const int index = first + i;
+      if (index > 0 && time <= previous) scan.problems.push_back({index, time, previous});
+      previous = time;
+    }
+  }
+  return scan;
+}
+
+std::optional<std::int32_t> RecordTimeAt(CSymbol& symbol, int index) {
+  std::vector<unsigned char> record(symbol.GetDataPointSize());
+  if (!symbol.file()->ReadRecords(index, 1, record.data())) return std::nullopt;
+  return ReadValue<std::int32_t>(record.data());
+}
+
+std::optional<std::uint64_t> PendingAppend(std::string const& path) {
+  auto journal = FileSystem::Default().Open(path + kJournalSuffix, OpenMode::ReadOnly);
+  if (!journal) {
+    FileSystem::clearErrorText();
+    return std::nullopt;
+  }
+  unsigned char entry[kJournalEntrySize] = {};
+  if (journal->ReadAt(0, entry, sizeof entry) != static_cast<std::int64_t>(sizeof entry) ||
+      std::memcmp(entry, kJournalMagic, sizeof kJournalMagic) != 0) {
+    return std::nullopt;
+  }
+  return ReadValue<std::uint64_t>(entry + sizeof kJournalMagic);
+}
+
+std::int64_t DiskSize(std::string const& path) {
+  auto file = FileSystem::Default().Open(path, OpenMode::ReadOnly);
+  if (!file) {
+    FileSystem::clearErrorText();
+    return -1;
+  }
+  return file->Size();
+}
+
+std::string KindText(char kind) {
+  if ((kind >= 'A' && kind <= 'Z') || (kind >= 'a' && kind <= 'z')) return std::string(1, kind);
+  char text[kNumberText];
+  std::snprintf(text, sizeof text, "?(0x%02x)", static_cast<unsigned char>(kind));
+  return text;
+}
+
+std::string PeriodText(SYMBOL_PERIOD const& period) {
+  const std::string kind = KindText(period.kind);
+  return period.kind == kIntraday ? kind + std::to_string(period.length) : kind;
+}
+
+std::string ViewTypeName(DATA_POINT_TYPES type) {
+  const auto index = static_cast<std::size_t>(type);
+  return index < std::size(kViewTypeNames) ? kViewTypeNames[index] : "?";
+}
+
+std::string ValueText(DATA_POINT_TYPES type, const unsigned char* value) {
+  switch (type) {
+    case DATA_POINT_CHAR: return NumberText(ReadValue<std::int8_t>(value));
+    case DATA_POINT_SHORT: return NumberText(ReadValue<std::int16_t>(value));
+    case DATA_POINT_INT: return NumberText(ReadValue<std::int32_t>(value));
+    case DATA_POINT_INT64: return NumberText(ReadValue<std::int64_t>(value));
+    case DATA_POINT_FLOAT: return RealText(ReadValue<float>(value));
+    case DATA_POINT_DOUBLE: return RealText(ReadValue<double>(value));
+    case DATA_POINT_STRING: {
+      const char* text = reinterpret_cast<const char*>(value);
+      return std::string(text, strnlen(text, CSymbol::GetViewSize(type)));
+    }
+  }
+  return "?";
+}
+
+std::string Utf8(const char16_t* text) { return QString::fromUtf16(text).toStdString(); }
