@@ -14,6 +14,7 @@
 #include <cstdlib>
 #include <iterator>
 #include <string>
+#include <vector>
 
 #include "ExportDirectory.h"
 #include "FuzzSupport.h"

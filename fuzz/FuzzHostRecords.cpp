@@ -24,7 +24,6 @@
 #include <memory>
 #include <mutex>
 #include <string>
-#include <vector>
 
 #include "DataStoreModule.h"
 #include "FuzzInputs.h"
@@ -36,7 +35,7 @@ namespace {
 constexpr HostWord kModuleHandle = 0x5EED;          // what the host assigns at registration
 constexpr char kProvider[] = "Fuzz";
 constexpr std::uint32_t kDoneCode = 0xD0E;          // completion code of the closing requests
-constexpr int kMaxRecords = 4096;                   // largest buffer a get is given
+constexpr int kMaxRecords = 4096;                   // most records a get's buffer or an insert holds
 constexpr std::size_t kMaxStringBytes = 4096;       // largest string a record points to
 constexpr std::size_t kPathUnits = kFolderPathUnits - 1;
 
