@@ -8,7 +8,8 @@
 // Every input ends with game mode off and the worker's queues served, so
 // that inputs do not leak into each other. A file that appears outside the
 // data folder (in the current folder, a scratch folder of its own) ends the
-// run: no request may name one there.
+// run: no request may name one there. Corpus and artifact paths given to
+// this target must be absolute, since it changes its current folder.
 
 #include <sys/resource.h>
 #include <unistd.h>

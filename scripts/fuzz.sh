@@ -18,12 +18,13 @@ cmake --build "$FUZZ_DIR" -j "$(nproc)" --target "${TARGETS[@]}"
 FINDINGS="$PWD/$FUZZ_DIR/findings"
 mkdir -p "$FINDINGS"
 
+# Absolute paths: fuzz_host_records changes its current folder.
 run_target() {
   local target=$1
-  local corpus="$FUZZ_DIR/corpus/$target"
+  local corpus="$PWD/$FUZZ_DIR/corpus/$target"
   mkdir -p "$corpus"
   "$FUZZ_DIR/fuzz/$target" -max_total_time="$FUZZ_SECONDS" -print_final_stats=1 \
-    -artifact_prefix="$FINDINGS/$target-" "$corpus" "fuzz/corpus/$target" >"$FUZZ_DIR/$target.log" 2>&1
+    -artifact_prefix="$FINDINGS/$target-" "$corpus" "$PWD/fuzz/corpus/$target" >"$FUZZ_DIR/$target.log" 2>&1
 }
 
 failed=0

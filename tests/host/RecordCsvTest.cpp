@@ -57,8 +57,8 @@ TEST(PeriodTest, ParsesEveryKind) {
     std::string error;
     ASSERT_TRUE(ParsePeriod(c.text, &period, &error)) << c.text << ": " << error;
     EXPECT_EQ(period.kind, c.kind);
-    EXPECT_EQ(period.length, c.length);
-    EXPECT_EQ(period.extra, 0);
+    EXPECT_EQ(std::int32_t{period.length}, c.length);
+    EXPECT_EQ(std::int32_t{period.extra}, 0);
   }
 }
 
@@ -112,7 +112,7 @@ TEST(SymbolRequestTest, RefusesEmptyAndOverlongTexts) {
   SYMBOL_NAME_PERIOD request{};
   std::string error;
   EXPECT_TRUE(MakeSymbolRequest(longest, longestName, longest, kTicks, &request, &error));
-  EXPECT_EQ(request.name[254], 0);
+  EXPECT_EQ(char16_t{request.name[254]}, 0);
   const struct {
     std::string provider;
     std::u16string name;

@@ -119,17 +119,17 @@ TEST_F(ConvertorTest, MenuEntryIsRegisteredThroughTheHostMenuProtocol) {
             "MAINMENU|QUENDAL|quendalMainMenu");
   INTERFACE_REQUEST_RECORD request;
   std::memcpy(&request, calls[1].record.data(), sizeof request);
-  EXPECT_EQ(request.one, 1u);
+  EXPECT_EQ(std::uint32_t{request.one}, 1u);
 
   MENU_PARENT_RECORD parent;
   std::memcpy(&parent, calls[3].record.data(), sizeof parent);
   EXPECT_EQ(WideField(parent.parentKey, kHostWideNameUnits), u"C0030Propes");
-  EXPECT_EQ(parent.value0, 0);
-  EXPECT_EQ(parent.value1, 3);
+  EXPECT_EQ(std::int32_t{parent.value0}, 0);
+  EXPECT_EQ(std::int32_t{parent.value1}, 3);
   mm_menu_item item;
   std::memcpy(&item, calls[5].record.data(), sizeof item);
   EXPECT_EQ(WideField(item.text, kHostWideNameUnits), u"tr:M0150...");
-  EXPECT_EQ(item.owner, kModuleHandle);
+  EXPECT_EQ(HostWord{item.owner}, kModuleHandle);
 }
 
 TEST_F(ConvertorTest, MenuPressWithoutHostContextDoesNothing) {

@@ -164,8 +164,14 @@ void ClickCheckBox(QTableWidget* table, int row) {
 }
 
 std::u16string WideField(const char16_t* field, int units) {
+  // The field may lie at an odd offset of a packed record: read bytes.
   std::u16string text;
-  for (int i = 0; i < units && field[i] != 0; ++i) text += field[i];
+  for (int i = 0; i < units; ++i) {
+    char16_t unit;
+    std::memcpy(&unit, reinterpret_cast<const char*>(field) + i * sizeof(char16_t), sizeof(unit));
+    if (unit == 0) break;
+    text += unit;
+  }
   return text;
 }
 

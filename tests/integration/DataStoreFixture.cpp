@@ -1,5 +1,6 @@
 #include "DataStoreFixture.h"
 
+#include <cstddef>
 #include <unistd.h>
 
 #include <algorithm>
@@ -27,9 +28,9 @@ void CopyText(char (&field)[N], const std::string& text) {
   std::strncpy(field, text.c_str(), N - 1);
 }
 
-template <std::size_t N>
-void CopyText(char16_t (&field)[N], const std::u16string& text) {
-  std::copy_n(text.begin(), std::min(text.size(), N - 1), field);
+void CopyWide(void* field, std::size_t units, const std::u16string& text) {
+  // The field lies at an odd offset of a packed record: copy bytes.
+  std::memcpy(field, text.data(), std::min(text.size(), units - 1) * sizeof(char16_t));
 }
 
 // True when path lies in folder or is folder itself.
@@ -66,7 +67,7 @@ std::vector<Candle> MakeCandles(std::initializer_list<std::int32_t> times, float
 SYMBOL_NAME_PERIOD ToRecord(const SymbolSpec& spec) {
   SYMBOL_NAME_PERIOD record{};
   CopyText(record.provider, spec.provider);
-  CopyText(record.name, spec.name);
+  CopyWide(reinterpret_cast<char*>(&record) + offsetof(SYMBOL_NAME_PERIOD, name), kHostWideNameUnits, spec.name);
   CopyText(record.code, spec.code);
   record.period.kind = spec.kind;
   record.period.length = spec.length;
@@ -76,7 +77,7 @@ SYMBOL_NAME_PERIOD ToRecord(const SymbolSpec& spec) {
 SYMBOL_NAME_PERIOD_PATH ToRecord(const SymbolSpec& spec, const fs::path& folder) {
   SYMBOL_NAME_PERIOD_PATH record{};
   record.symbol = ToRecord(spec);
-  CopyText(record.path, folder.u16string());
+  CopyWide(reinterpret_cast<char*>(&record) + offsetof(SYMBOL_NAME_PERIOD_PATH, path), kHostWideNameUnits, folder.u16string());
   return record;
 }
 

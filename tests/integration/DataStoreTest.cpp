@@ -644,6 +644,16 @@ TEST_F(DataStoreBadInputTest, OpenPathOutsideTheDataFolderIsRefused) {
   EXPECT_EQ(tree_.entriesOutside({tree_.data()}), std::vector<fs::path>{});
 }
 
+// Found by fuzz_host_records: Qt takes a path that begins with ':' for a
+// resource path, which is absolute, so such a provider must still name a
+// folder inside the data folder and nothing in the current folder.
+TEST_F(DataStoreBadInputTest, ProviderNamesBeginningWithAColonStayInsideTheDataFolder) {
+  DataStoreSession& ds = restart();
+  const HostWord handle = ds.open(SymbolSpec{.provider = ":Demo"});
+  EXPECT_EQ(ds.insert(handle, Series(2)), 0);
+  EXPECT_EQ(tree_.entriesOutside({tree_.data()}), std::vector<fs::path>{});
+}
+
 // Found by fuzz_host_records: a relative or empty folder passes the check
 // against the data folder, so whatever it opens must be made there too, never
 // in the current folder (the test tree's root).

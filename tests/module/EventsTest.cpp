@@ -24,7 +24,7 @@ TEST_F(EventsTest, CreatingANameTwiceKeepsTheFirstHandle) {
   host().answers[HostMessage::CreateEvent] = [&next](HostArg a, HostArg) {
     auto* record = reinterpret_cast<EVENT_CREATION_RECORD*>(a);
     EXPECT_STREQ(record->name, "X");
-    EXPECT_EQ(record->handle, 0u);
+    EXPECT_EQ(HostWord{record->handle}, 0u);
     record->handle = next++;
     return 0;
   };
@@ -58,7 +58,7 @@ TEST_F(EventsTest, EmitFillsNameAndHandleAndPassesTheEvent) {
   EXPECT_EQ(call.a, 0x1234);
   EXPECT_EQ(call.b, reinterpret_cast<HostArg>(&event));
   EXPECT_STREQ(event.name, "DataStoreEvent");
-  EXPECT_EQ(event.eventHandle, 0x1234u);
+  EXPECT_EQ(HostWord{event.eventHandle}, 0x1234u);
   EXPECT_EQ(event.sender, 9u);
 }
 
@@ -89,10 +89,10 @@ TEST_F(EventsTest, SubscriptionAndUnsubscriptionRecords) {
   TestModule().SubscribeEvent(QStringLiteral("Quendal Game Mode"));
   TestModule().UnSubscribeEvent();
   EXPECT_STREQ(subscription.name, "Quendal Game Mode");
-  EXPECT_EQ(subscription.zero, 0u);
-  EXPECT_EQ(subscription.moduleHandle, 77u);
-  EXPECT_EQ(subscription.module, reinterpret_cast<HostWord>(&TestModule()));
-  EXPECT_EQ(subscription.minusOne, -1);
+  EXPECT_EQ(std::uint32_t{subscription.zero}, 0u);
+  EXPECT_EQ(HostWord{subscription.moduleHandle}, 77u);
+  EXPECT_EQ(HostWord{subscription.module}, reinterpret_cast<HostWord>(&TestModule()));
+  EXPECT_EQ(std::int32_t{subscription.minusOne}, -1);
   EXPECT_EQ(unsubscription.moduleHandle, 77u);
   EXPECT_EQ(unsubscription.module, reinterpret_cast<HostWord>(&TestModule()));
 }
@@ -112,7 +112,7 @@ TEST_F(EventsTest, InterfaceNamesAreCutToTheFirstNamesLength) {
   EXPECT_EQ(std::string(bytes, 3), std::string("ab\0", 3));
   EXPECT_EQ(std::string(bytes + 255, 2), std::string("z\0", 2));
   EXPECT_EQ(std::string(bytes + 510, 3), std::string("12\0", 3));
-  EXPECT_EQ(sent.one, 1u);
+  EXPECT_EQ(std::uint32_t{sent.one}, 1u);
 }
 
 TEST_F(EventsTest, WithoutCallbackEventsRecordHandleZeroAndInterfacesAreNull) {

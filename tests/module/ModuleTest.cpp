@@ -31,11 +31,11 @@ TEST(ModuleInfoTest, NumbersLandReversedAndTheRestIsZero) {
   const MODULE_INFO info = InfoOf(module);
   EXPECT_STREQ(info.name, "Name");
   EXPECT_STREQ(info.description, "Noname module");
-  EXPECT_EQ(info.number3, 33u);
-  EXPECT_EQ(info.number2, 22u);
-  EXPECT_EQ(info.number1, 11u);
-  EXPECT_EQ(info.kind, 7u);
-  EXPECT_EQ(info.extra, 20u);
+  EXPECT_EQ(std::uint32_t{info.number3}, 33u);
+  EXPECT_EQ(std::uint32_t{info.number2}, 22u);
+  EXPECT_EQ(std::uint32_t{info.number1}, 11u);
+  EXPECT_EQ(std::uint32_t{info.kind}, 7u);
+  EXPECT_EQ(std::uint32_t{info.extra}, 20u);
   EXPECT_EQ(std::string(info.contextName), "CTransName");
   EXPECT_TRUE(AllZero(info.reserved1, sizeof(info.reserved1)));
   EXPECT_TRUE(AllZero(info.reserved2, sizeof(info.reserved2)));
@@ -48,7 +48,7 @@ TEST(ModuleInfoTest, LongNamesAreCutToTheirFields) {
   const MODULE_INFO info = InfoOf(module);
   EXPECT_EQ(std::strlen(info.name), 254u);
   EXPECT_EQ(std::string(info.contextName, 20), std::string(20, 'c'));  // no terminator
-  EXPECT_EQ(info.extra, 20u);
+  EXPECT_EQ(std::uint32_t{info.extra}, 20u);
 }
 
 TEST(ModuleInfoTest, NoNameLeavesNameAndDescriptionEmpty) {

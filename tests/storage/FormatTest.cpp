@@ -115,7 +115,7 @@ TEST_F(FormatTest, LengthOfAPeriodOtherThanIntradayReadsAsZero) {
   EXPECT_EQ(At<std::int32_t>(FileBytes(path), 2067), 3);
   CSymbol loaded(&owner, path.c_str());
   ASSERT_EQ(loaded.LoadProperties(), 0);
-  EXPECT_EQ(loaded.period().length, 0);
+  EXPECT_EQ(std::int32_t{loaded.period().length}, 0);
 }
 
 TEST_F(FormatTest, ForeignTypeOrVersionIsRefusedAndChangesNothing) {
