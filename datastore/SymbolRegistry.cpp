@@ -58,7 +58,8 @@ void CDataStoreModule::UpdateSourceNames(QString const& provider) {
   if (sourceNames_.contains(provider)) return;
   sourceNames_.append(provider);
   const QString folder = ProviderFolderName(provider);
-  if (writeEnabled_ && !folder.isEmpty()) QDir(qDataPath).mkdir(folder);
+  // The joined path: a name such as ":x" must not be taken for a resource.
+  if (writeEnabled_ && !folder.isEmpty()) QDir().mkdir(qDataPath + QLatin1Char('/') + folder);
 }
 
 CSymbol* CDataStoreModule::GetSymbol(QString const& key, SYMBOL_NAME_PERIOD* request) {

@@ -26,8 +26,9 @@ HostWord CModule::CreateEvent(QString const& name) {
     module->callback()(module->context(), HostMessage::CreateEvent,
                        reinterpret_cast<HostArg>(&record), 0);
   }
-  if (!events_.contains(name)) events_.insert(name, record.handle);
-  return record.handle;
+  const HostWord handle = record.handle;  // copied out of the packed record
+  if (!events_.contains(name)) events_.insert(name, handle);
+  return handle;
 }
 
 void CModule::SubscribeEvent(QString const& name) {
