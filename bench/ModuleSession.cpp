@@ -115,11 +115,6 @@ void ModuleSession::WaitForCompletions(std::size_t total) {
   }
 }
 
-std::size_t ModuleSession::CompletionCount() const {
-  std::lock_guard<std::mutex> lock(mu_);
-  return completions_.size();
-}
-
 ModuleSession::Completion ModuleSession::CompletionAt(std::size_t index) const {
   std::lock_guard<std::mutex> lock(mu_);
   return completions_.at(index);

@@ -5,9 +5,9 @@
 // (6006) and inserts (6004) whose completion calls come back to this host,
 // and 3005 before the library is unloaded.
 //
-// Guarantees: every completion call is kept with the time it arrived
-// (taken first thing in the call, on the module's worker thread), the
-// records it delivered and the time of the first of them.
+// Guarantees: every completion call is kept with the time it arrived (taken
+// when the host hands the call to the session, on the module's worker
+// thread), the records it delivered and the time of the first of them.
 //
 // REQUIRES: one thread drives a session (its own calls are not serialised);
 // the folder exists and outlives the session.
@@ -57,7 +57,6 @@ class ModuleSession {
   // Waits until `total` completion calls have arrived since the start;
   // throws when they do not within kCompletionWait.
   void WaitForCompletions(std::size_t total);
-  std::size_t CompletionCount() const;
   // The completion call number `index` (0 is the first).
   Completion CompletionAt(std::size_t index) const;
 
