@@ -233,8 +233,8 @@ std::optional<Period> ParsePeriod(QString const& text) {
 }
 
 // SYMBOL,PERIOD[,FIELDS[,PRICE]]
-std::optional<Plan> ParsePlan(QString const& spec) {
-  const QStringList parts = spec.split(QLatin1Char(','));
+std::optional<Plan> ParsePlan(QString const& text) {
+  const QStringList parts = text.split(QLatin1Char(','));
   if (parts.size() < 2 || parts.size() > 4) return std::nullopt;
   const QByteArray symbol = parts[0].toLatin1();
   const std::optional<Period> period = ParsePeriod(parts[1]);
@@ -330,7 +330,7 @@ int main(int argc, char* argv[]) {
   const QCommandLineOption instrumentOption(QStringLiteral("instrument"),
                                             QStringLiteral("One instrument: SYMBOL,PERIOD[,FIELDS[,PRICE]], "
                                                            "PERIOD one of D W M Y I<minutes> (I0: ticks)."),
-                                            QStringLiteral("SPEC"));
+                                            QStringLiteral("INSTRUMENT"));
   const QCommandLineOption missingOption(QStringLiteral("missing"),
                                          QStringLiteral("Write no data file for file number N."),
                                          QStringLiteral("N"));
@@ -359,8 +359,8 @@ int main(int argc, char* argv[]) {
     if (!ok || count < 1 || count > kMaxInstruments) return Usage(parser, "--instruments takes 1 to 255");
     for (Plan const& plan : MixedPlans(count)) plans.push_back(plan);
   }
-  for (QString const& spec : parser.values(instrumentOption)) {
-    const std::optional<Plan> plan = ParsePlan(spec);
+  for (QString const& text : parser.values(instrumentOption)) {
+    const std::optional<Plan> plan = ParsePlan(text);
     if (!plan) return Usage(parser, "bad --instrument");
     plans.push_back(*plan);
   }

@@ -62,7 +62,7 @@ class DataStoreFaultTest : public DataStoreFixture {
 TEST_F(DataStoreFaultTest, FullDiskRefusesTheInsertAndKeepsWhatWasStored) {
   if (!MountSmallDisk()) GTEST_SKIP() << "cannot mount a small tmpfs here";
   DataStoreSession& ds = restart();
-  const HostWord handle = ds.open(SymbolSpec{});
+  const HostWord handle = ds.open(SymbolParams{});
   const std::vector<Candle> stored = Series(kFewRecords, 1000);
   ASSERT_EQ(ds.insert(handle, stored), 0);
   EXPECT_EQ(ds.insert(handle, Series(kManyRecords, 1000000)), 0);  // answered, not stored
@@ -78,7 +78,7 @@ TEST_F(DataStoreFaultTest, FullDiskRefusesTheInsertAndKeepsWhatWasStored) {
 
 TEST_F(DataStoreFaultTest, FileThatMayNotBeWrittenKeepsItsRecords) {
   DataStoreSession& ds = restart();
-  const HostWord handle = ds.open(SymbolSpec{});
+  const HostWord handle = ds.open(SymbolParams{});
   const std::vector<Candle> stored = Series(kFewRecords, 100000);
   ASSERT_EQ(ds.insert(handle, stored), 0);
   ASSERT_EQ(tree_.symbolFiles().size(), 1u);
@@ -95,7 +95,7 @@ TEST_F(DataStoreFaultTest, FolderThatMayNotBeWrittenCreatesNothingAndAnswers) {
   if (!MakeImmutable(tree_.providerFolder())) GTEST_SKIP() << "no immutable folders here";
   DataStoreSession& ds = restart();
   HostWord handle = 0;
-  ASSERT_EQ(ds.open(SymbolSpec{}, &handle), 0);
+  ASSERT_EQ(ds.open(SymbolParams{}, &handle), 0);
   EXPECT_EQ(ds.insert(handle, Series(3, 1000)), 0);
   EXPECT_EQ(ds.count(handle), 0);
   EXPECT_TRUE(tree_.symbolFiles().empty());
@@ -104,7 +104,7 @@ TEST_F(DataStoreFaultTest, FolderThatMayNotBeWrittenCreatesNothingAndAnswers) {
 
 TEST_F(DataStoreFaultTest, FileCutShortWhileOpenIsNeitherReadPastNorWrittenInto) {
   DataStoreSession& ds = restart();
-  const HostWord handle = ds.open(SymbolSpec{});
+  const HostWord handle = ds.open(SymbolParams{});
   ASSERT_EQ(ds.insert(handle, Series(kFewRecords, 1000)), 0);
   const fs::path file = tree_.symbolFiles().front();
   fs::resize_file(file, 100);  // inside the header
@@ -120,7 +120,7 @@ TEST_F(DataStoreFaultTest, FileCutShortWhileOpenIsNeitherReadPastNorWrittenInto)
 TEST_F(DataStoreFaultTest, MissingConfigurationFolderMeansDefaults) {
   fs::remove_all(tree_.config());
   DataStoreSession& ds = restart();
-  const HostWord handle = ds.open(SymbolSpec{});
+  const HostWord handle = ds.open(SymbolParams{});
   const std::vector<Candle> stored = Series(3, 1000);
   ASSERT_EQ(ds.insert(handle, stored), 0);
   EXPECT_EQ(ds.readAll<Candle>(handle), stored);

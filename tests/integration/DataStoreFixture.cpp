@@ -64,19 +64,19 @@ std::vector<Candle> MakeCandles(std::initializer_list<std::int32_t> times, float
   return candles;
 }
 
-SYMBOL_NAME_PERIOD ToRecord(const SymbolSpec& spec) {
+SYMBOL_NAME_PERIOD ToRecord(const SymbolParams& params) {
   SYMBOL_NAME_PERIOD record{};
-  CopyText(record.provider, spec.provider);
-  CopyWide(reinterpret_cast<char*>(&record) + offsetof(SYMBOL_NAME_PERIOD, name), kHostWideNameUnits, spec.name);
-  CopyText(record.code, spec.code);
-  record.period.kind = spec.kind;
-  record.period.length = spec.length;
+  CopyText(record.provider, params.provider);
+  CopyWide(reinterpret_cast<char*>(&record) + offsetof(SYMBOL_NAME_PERIOD, name), kHostWideNameUnits, params.name);
+  CopyText(record.code, params.code);
+  record.period.kind = params.kind;
+  record.period.length = params.length;
   return record;
 }
 
-SYMBOL_NAME_PERIOD_PATH ToRecord(const SymbolSpec& spec, const fs::path& folder) {
+SYMBOL_NAME_PERIOD_PATH ToRecord(const SymbolParams& params, const fs::path& folder) {
   SYMBOL_NAME_PERIOD_PATH record{};
-  record.symbol = ToRecord(spec);
+  record.symbol = ToRecord(params);
   CopyWide(reinterpret_cast<char*>(&record) + offsetof(SYMBOL_NAME_PERIOD_PATH, path), kHostWideNameUnits, folder.u16string());
   return record;
 }
@@ -146,19 +146,19 @@ void DataStoreSession::start() {
   EXPECT_EQ(send(M::Start), 0);
 }
 
-int DataStoreSession::open(const SymbolSpec& spec, HostWord* handle) {
-  SYMBOL_NAME_PERIOD record = ToRecord(spec);
+int DataStoreSession::open(const SymbolParams& params, HostWord* handle) {
+  SYMBOL_NAME_PERIOD record = ToRecord(params);
   return send(M::OpenSymbol, Arg(&record), Arg(handle));
 }
 
-int DataStoreSession::openPath(const SymbolSpec& spec, const fs::path& folder, HostWord* handle) {
-  SYMBOL_NAME_PERIOD_PATH record = ToRecord(spec, folder);
+int DataStoreSession::openPath(const SymbolParams& params, const fs::path& folder, HostWord* handle) {
+  SYMBOL_NAME_PERIOD_PATH record = ToRecord(params, folder);
   return send(M::OpenSymbolPath, Arg(&record), Arg(handle));
 }
 
-HostWord DataStoreSession::open(const SymbolSpec& spec) {
+HostWord DataStoreSession::open(const SymbolParams& params) {
   HostWord handle = 0;
-  EXPECT_EQ(open(spec, &handle), 0);
+  EXPECT_EQ(open(params, &handle), 0);
   EXPECT_NE(handle, 0u);
   return handle;
 }

@@ -72,15 +72,15 @@ Candle MakeCandle(std::int32_t time, float tag = 0);
 std::vector<Candle> MakeCandles(std::initializer_list<std::int32_t> times, float tag = 0);
 
 // What a caller names when it opens a symbol.
-struct SymbolSpec {
+struct SymbolParams {
   std::u16string name = u"EUR/USD";
   char kind = 'I';
   std::int32_t length = 1;
   std::string code = "EURUSD";
   std::string provider = kProvider;
 };
-SYMBOL_NAME_PERIOD ToRecord(const SymbolSpec& spec);
-SYMBOL_NAME_PERIOD_PATH ToRecord(const SymbolSpec& spec, const fs::path& folder);
+SYMBOL_NAME_PERIOD ToRecord(const SymbolParams& params);
+SYMBOL_NAME_PERIOD_PATH ToRecord(const SymbolParams& params, const fs::path& folder);
 
 template <typename Point>
 GET_SYMBOL_DATA_REQUEST GetRequest(HostWord handle, std::int32_t mode, std::vector<Point>& buffer) {
@@ -143,9 +143,9 @@ class DataStoreSession {
   void start();
   int send(unsigned int message, HostArg a = 0, HostArg b = 0) { return host_.send(message, a, b); }
 
-  int open(const SymbolSpec& spec, HostWord* handle);                          // 6001
-  int openPath(const SymbolSpec& spec, const fs::path& folder, HostWord* handle);  // 6008
-  HostWord open(const SymbolSpec& spec);  // 6001; records a failure and gives 0 if refused
+  int open(const SymbolParams& params, HostWord* handle);                          // 6001
+  int openPath(const SymbolParams& params, const fs::path& folder, HostWord* handle);  // 6008
+  HostWord open(const SymbolParams& params);  // 6001; records a failure and gives 0 if refused
 
   template <typename Point>
   int insert(HostWord handle, std::vector<Point> points) {  // 6003

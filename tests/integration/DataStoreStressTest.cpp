@@ -38,13 +38,13 @@ struct SymbolModel {
 
 class DataStoreStressTest : public DataStoreFixture {
  protected:
-  static SymbolSpec specOf(int symbol) {
-    return SymbolSpec{.name = u"S" + std::u16string(1, char16_t(u'A' + symbol))};
+  static SymbolParams paramsOf(int symbol) {
+    return SymbolParams{.name = u"S" + std::u16string(1, char16_t(u'A' + symbol))};
   }
 
   void openSymbols() {
     for (int i = 0; i < kSymbols; ++i) {
-      models_[i].handle = session_->open(specOf(i));
+      models_[i].handle = session_->open(paramsOf(i));
       byHandle_[models_[i].handle] = &models_[i];
     }
   }
@@ -87,7 +87,7 @@ class DataStoreStressTest : public DataStoreFixture {
   // Opens again, reads and counts, while the worker writes.
   void readNow(int symbol) {
     SymbolModel& model = models_[symbol];
-    EXPECT_EQ(session_->open(specOf(symbol)), model.handle);
+    EXPECT_EQ(session_->open(paramsOf(symbol)), model.handle);
     const auto newest = session_->get<Candle>(model.handle, kNewest, kMaxCapacity);
     EXPECT_TRUE(holdsKnownRecords(model, newest));
     const int count = session_->count(model.handle);

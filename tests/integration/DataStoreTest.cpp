@@ -47,7 +47,7 @@ using DataStoreConfigTest = DataStoreFixture;
 TEST_F(DataStoreConfigTest, WithoutConfigurationTheHostDataFolderHoldsTheProviderFolder) {
   DataStoreSession& ds = restart();
   EXPECT_TRUE(fs::is_directory(tree_.providerFolder()));
-  const HostWord handle = ds.open(SymbolSpec{});
+  const HostWord handle = ds.open(SymbolParams{});
   EXPECT_EQ(ds.insert(handle, Series(2)), 0);
   EXPECT_EQ(tree_.symbolFiles(),
             std::vector<fs::path>{tree_.providerFolder() / "EUR%2FUSD_I1_EURUSD.cjd"});
@@ -62,7 +62,7 @@ TEST_P(DataStoreTildeConfigTest, TildeValuesNameTheHostDataFolder) {
   tree_.writeConfig({std::string("PathData=") + GetParam()});
   DataStoreSession& ds = restart();
   EXPECT_TRUE(fs::is_directory(tree_.providerFolder()));
-  ds.open(SymbolSpec{});
+  ds.open(SymbolParams{});
   EXPECT_EQ(tree_.symbolFiles().size(), 1u);
   EXPECT_EQ(tree_.entriesOutside({tree_.data()}), std::vector<fs::path>{});
 }
@@ -75,7 +75,7 @@ TEST_F(DataStoreConfigTest, AbsolutePathDataGetsTheProviderFolderWithItsParents)
   DataStoreSession& ds = restart();
   EXPECT_TRUE(fs::is_directory(store / kProvider));
   EXPECT_FALSE(fs::exists(tree_.data()));
-  ds.open(SymbolSpec{});
+  ds.open(SymbolParams{});
   EXPECT_EQ(tree_.symbolFiles(),
             std::vector<fs::path>{store / kProvider / "EUR%2FUSD_I1_EURUSD.cjd"});
 }
@@ -85,7 +85,7 @@ TEST_F(DataStoreConfigTest, WritesDisabledCreateAndStoreNothing) {
   DataStoreSession& ds = restart();
   EXPECT_EQ(tree_.entriesOutside({}), std::vector<fs::path>{});
 
-  const HostWord handle = ds.open(SymbolSpec{});
+  const HostWord handle = ds.open(SymbolParams{});
   EXPECT_EQ(ds.insert(handle, Series(2)), 0);
   std::vector<Candle> posted = Series(1);
   EXPECT_EQ(postInsert(handle, posted), 0);
@@ -96,7 +96,7 @@ TEST_F(DataStoreConfigTest, WritesDisabledCreateAndStoreNothing) {
 
 TEST_F(DataStoreConfigTest, WritesDisabledLeaveStoredSymbolsReadable) {
   DataStoreSession& first = restart();
-  first.insert(first.open(SymbolSpec{}), Series(3));
+  first.insert(first.open(SymbolParams{}), Series(3));
   session_.reset();
   const std::vector<fs::path> files = tree_.symbolFiles();
   ASSERT_EQ(files.size(), 1u);
@@ -104,7 +104,7 @@ TEST_F(DataStoreConfigTest, WritesDisabledLeaveStoredSymbolsReadable) {
 
   tree_.writeConfig({"EnableWrite=0"});
   DataStoreSession& ds = restart();
-  const HostWord handle = ds.open(SymbolSpec{});
+  const HostWord handle = ds.open(SymbolParams{});
   EXPECT_EQ(ds.insert(handle, Series(5, kChangedTag)), 0);
   std::vector<Candle> posted = Series(4, kChangedTag);
   EXPECT_EQ(postInsert(handle, posted), 0);
@@ -122,10 +122,10 @@ using DataStoreRegistryTest = DataStoreFixture;
 // Stored symbols are found by what their files hold, not by the file names;
 // a file with an upper-case suffix and a folder are no symbol files.
 TEST_F(DataStoreRegistryTest, SymbolsStoredBeforeStartUpAreRegisteredFromTheirFiles) {
-  const SymbolSpec ticks{.length = 0};
+  const SymbolParams ticks{.length = 0};
   const std::vector<Tick> tickData = {{100, 1.5f, 10}, {160, 1.25f, 20}};
   DataStoreSession& first = restart();
-  EXPECT_EQ(first.insert(first.open(SymbolSpec{}), Series(3)), 0);
+  EXPECT_EQ(first.insert(first.open(SymbolParams{}), Series(3)), 0);
   EXPECT_EQ(first.insert(first.open(ticks), tickData), 0);
   session_.reset();
   const fs::path folder = tree_.providerFolder();
@@ -135,7 +135,7 @@ TEST_F(DataStoreRegistryTest, SymbolsStoredBeforeStartUpAreRegisteredFromTheirFi
   const std::string upperCase = ReadBytes(folder / "A.CJD");
 
   DataStoreSession& ds = restart();
-  EXPECT_EQ(ds.readAll<Candle>(ds.open(SymbolSpec{})), Series(3));
+  EXPECT_EQ(ds.readAll<Candle>(ds.open(SymbolParams{})), Series(3));
   const HostWord tickHandle = ds.open(ticks);
   std::vector<Tick> expected = tickData;
   expected.push_back({220, 1.75f, 30});
@@ -150,15 +150,15 @@ TEST_F(DataStoreRegistryTest, SymbolsStoredBeforeStartUpAreRegisteredFromTheirFi
 // module spells it: another spelling of the same folder is another key.
 TEST_F(DataStoreRegistryTest, OpenPathKeyMustEqualTheProviderFolderExactly) {
   DataStoreSession& first = restart();
-  first.insert(first.open(SymbolSpec{}), Series(3));
+  first.insert(first.open(SymbolParams{}), Series(3));
 
   DataStoreSession& ds = restart();
   HostWord stored = 0;
-  ASSERT_EQ(ds.openPath(SymbolSpec{}, tree_.providerFolder(), &stored), 0);
-  EXPECT_EQ(ds.open(SymbolSpec{}), stored);
+  ASSERT_EQ(ds.openPath(SymbolParams{}, tree_.providerFolder(), &stored), 0);
+  EXPECT_EQ(ds.open(SymbolParams{}), stored);
 
   HostWord slashed = 0;
-  ASSERT_EQ(ds.openPath(SymbolSpec{}, tree_.providerFolder().string() + "/", &slashed), 0);
+  ASSERT_EQ(ds.openPath(SymbolParams{}, tree_.providerFolder().string() + "/", &slashed), 0);
   EXPECT_NE(slashed, stored);
   EXPECT_EQ(ds.readAll<Candle>(slashed), Series(3));
   EXPECT_EQ(ds.readAll<Candle>(stored), Series(3));
@@ -170,12 +170,12 @@ TEST_F(DataStoreRegistryTest, OpenPathKeyMustEqualTheProviderFolderExactly) {
 // the old one) included, and nothing is lost.
 TEST_F(DataStoreRegistryTest, TwoKeysOfOneFileSeeEachOthersWrites) {
   DataStoreSession& first = restart();
-  first.insert(first.open(SymbolSpec{}), Series(3));
+  first.insert(first.open(SymbolParams{}), Series(3));
 
   DataStoreSession& ds = restart();
   HostWord stored = 0, slashed = 0;
-  ASSERT_EQ(ds.openPath(SymbolSpec{}, tree_.providerFolder(), &stored), 0);
-  ASSERT_EQ(ds.openPath(SymbolSpec{}, tree_.providerFolder().string() + "/", &slashed), 0);
+  ASSERT_EQ(ds.openPath(SymbolParams{}, tree_.providerFolder(), &stored), 0);
+  ASSERT_EQ(ds.openPath(SymbolParams{}, tree_.providerFolder().string() + "/", &slashed), 0);
   std::vector<Candle> expected = Series(5);
   ds.insert(slashed, std::vector<Candle>{expected[3]});
   EXPECT_EQ(ds.readAll<Candle>(stored), Series(4));
@@ -187,20 +187,20 @@ TEST_F(DataStoreRegistryTest, TwoKeysOfOneFileSeeEachOthersWrites) {
   EXPECT_EQ(ds.readAll<Candle>(slashed), expected);
 
   DataStoreSession& again = restart();
-  EXPECT_EQ(again.readAll<Candle>(again.open(SymbolSpec{})), expected);
+  EXPECT_EQ(again.readAll<Candle>(again.open(SymbolParams{})), expected);
 }
 
 TEST_F(DataStoreRegistryTest, TheSameSymbolOpenedTwiceIsOneHandleAndOneFile) {
   DataStoreSession& ds = restart();
-  const HostWord handle = ds.open(SymbolSpec{});
-  EXPECT_EQ(ds.open(SymbolSpec{}), handle);
+  const HostWord handle = ds.open(SymbolParams{});
+  EXPECT_EQ(ds.open(SymbolParams{}), handle);
   EXPECT_EQ(tree_.symbolFiles().size(), 1u);
 }
 
 TEST_F(DataStoreRegistryTest, IntradayLengthsAreDistinctSymbols) {
   DataStoreSession& ds = restart();
-  const HostWord one = ds.open(SymbolSpec{.length = 1});
-  const HostWord five = ds.open(SymbolSpec{.length = 5});
+  const HostWord one = ds.open(SymbolParams{.length = 1});
+  const HostWord five = ds.open(SymbolParams{.length = 5});
   EXPECT_NE(one, five);
   ds.insert(one, Series(1));
   EXPECT_EQ(ds.count(five), 0);
@@ -210,8 +210,8 @@ TEST_F(DataStoreRegistryTest, IntradayLengthsAreDistinctSymbols) {
 
 TEST_F(DataStoreRegistryTest, OtherKindsIgnoreTheLength) {
   DataStoreSession& ds = restart();
-  const HostWord handle = ds.open(SymbolSpec{.kind = 'D', .length = 1});
-  EXPECT_EQ(ds.open(SymbolSpec{.kind = 'D', .length = 5}), handle);
+  const HostWord handle = ds.open(SymbolParams{.kind = 'D', .length = 1});
+  EXPECT_EQ(ds.open(SymbolParams{.kind = 'D', .length = 5}), handle);
   EXPECT_EQ(Names(tree_.symbolFiles()), std::vector<fs::path>{"EUR%2FUSD_D_EURUSD.cjd"});
 }
 
@@ -222,7 +222,7 @@ using DataStoreWorkerTest = DataStoreFixture;
 
 TEST_F(DataStoreWorkerTest, PostedInsertCompletesOnTheWorkerWithItsOwnCopy) {
   DataStoreSession& ds = restart();
-  const HostWord handle = ds.open(SymbolSpec{});
+  const HostWord handle = ds.open(SymbolParams{});
   const std::vector<Candle> original = Series(3);
   std::vector<Candle> points = original;
   INSERT_SYMBOL_DATA_REQUEST request = InsertRequest(handle, points);
@@ -249,7 +249,7 @@ TEST_F(DataStoreWorkerTest, PostedInsertCompletesOnTheWorkerWithItsOwnCopy) {
 
 TEST_F(DataStoreWorkerTest, PostedGetDeliversInItsCopyAndLeavesTheCallersBuffer) {
   DataStoreSession& ds = restart();
-  const HostWord handle = ds.open(SymbolSpec{});
+  const HostWord handle = ds.open(SymbolParams{});
   const std::vector<Candle> stored = Series(5);
   ds.insert(handle, stored);
   std::vector<Candle> buffer(3);
@@ -276,7 +276,7 @@ TEST_F(DataStoreWorkerTest, PostedGetDeliversInItsCopyAndLeavesTheCallersBuffer)
 
 TEST_F(DataStoreWorkerTest, PostedGetDeliversOnlyTheRecordsThatExist) {
   DataStoreSession& ds = restart();
-  const HostWord handle = ds.open(SymbolSpec{});
+  const HostWord handle = ds.open(SymbolParams{});
   ds.insert(handle, Series(3));
   std::vector<Candle> buffer(kLargeCapacity);
   ASSERT_EQ(postGet(handle, kOldest, buffer), 0);
@@ -289,7 +289,7 @@ TEST_F(DataStoreWorkerTest, PostedGetDeliversOnlyTheRecordsThatExist) {
 // A request asks for its completion call with both a context and a code.
 TEST_F(DataStoreWorkerTest, RequestsWithoutBothCompletionFieldsAreServedSilently) {
   DataStoreSession& ds = restart();
-  const HostWord handle = ds.open(SymbolSpec{});
+  const HostWord handle = ds.open(SymbolParams{});
   const std::pair<HostWord, unsigned int> kSilent[] = {
       {0, 0}, {sink_.context(), 0}, {0, kInsertDone}};
   std::vector<Candle> points[std::size(kSilent)];
@@ -323,7 +323,7 @@ TEST_F(DataStoreWorkerTest, RequestsWithoutBothCompletionFieldsAreServedSilently
 // Gets are served before inserts once both wait; each queue in posting order.
 TEST_F(DataStoreWorkerTest, QueuedGetsAreServedBeforeAQueuedInsert) {
   DataStoreSession& ds = restart();
-  const HostWord handle = ds.open(SymbolSpec{});
+  const HostWord handle = ds.open(SymbolParams{});
   ds.insert(handle, Series(1));
   std::vector<Candle> holder(1), oldest(kLargeCapacity), newest(kLargeCapacity);
   std::vector<Candle> later = {MakeCandle(kFirstTime + kStep, kChangedTag)};
@@ -356,7 +356,7 @@ TEST_F(DataStoreWorkerTest, QueuedGetsAreServedBeforeAQueuedInsert) {
 TEST_F(DataStoreWorkerTest, StopFinishesTheServedRequestAndDropsTheQueuedOnes) {
   const int threadsBefore = BaselineThreadCount();
   DataStoreSession& ds = restart();
-  const HostWord handle = ds.open(SymbolSpec{});
+  const HostWord handle = ds.open(SymbolParams{});
   std::vector<Candle> served = Series(1), dropped = Series(2, kChangedTag), buffer(1);
   sink_.holdNext();
   ASSERT_EQ(postInsert(handle, served), 0);
@@ -392,7 +392,7 @@ TEST_F(DataStoreWorkerTest, StopFinishesTheServedRequestAndDropsTheQueuedOnes) {
 TEST_F(DataStoreWorkerTest, RequestsPostedAfterStopAreNeverServed) {
   const int threadsBefore = BaselineThreadCount();
   DataStoreSession& ds = restart();
-  const HostWord handle = ds.open(SymbolSpec{});
+  const HostWord handle = ds.open(SymbolParams{});
   ds.insert(handle, Series(1));
   EXPECT_EQ(ds.send(M::Stop), 0);
   EXPECT_TRUE(WaitUntil([&] { return ThreadCount() == threadsBefore; }));
@@ -422,7 +422,7 @@ class DataStoreGameModeTest : public DataStoreFixture {
   // Whether 6001 fills the handle.
   bool opens() {
     HostWord handle = 0;
-    return session_->open(SymbolSpec{}, &handle) == 0 && handle != 0;
+    return session_->open(SymbolParams{}, &handle) == 0 && handle != 0;
   }
 };
 
@@ -437,13 +437,13 @@ TEST_F(DataStoreGameModeTest, TheModuleSubscribesWithItsIdAndAddress) {
 
 TEST_F(DataStoreGameModeTest, SymbolRequestsDoNothingUntilGameModeEnds) {
   DataStoreSession& ds = restart();
-  const HostWord handle = ds.open(SymbolSpec{});
+  const HostWord handle = ds.open(SymbolParams{});
   ds.insert(handle, Series(1));
   ASSERT_EQ(eventToModule(kEventGameModeStarts), 0);
 
   HostWord unfilled = 0;
-  EXPECT_EQ(ds.open(SymbolSpec{.name = u"GBP/USD"}, &unfilled), 0);
-  EXPECT_EQ(ds.openPath(SymbolSpec{}, tree_.providerFolder(), &unfilled), 0);
+  EXPECT_EQ(ds.open(SymbolParams{.name = u"GBP/USD"}, &unfilled), 0);
+  EXPECT_EQ(ds.openPath(SymbolParams{}, tree_.providerFolder(), &unfilled), 0);
   EXPECT_EQ(unfilled, 0u);
   std::vector<Candle> changed = Series(2, kChangedTag);
   EXPECT_EQ(ds.insert(handle, changed), 0);
@@ -492,8 +492,8 @@ TEST_F(DataStoreBadInputTest, NullRecordsAreRefused) {
   for (unsigned int message = M::OpenSymbol; message <= M::OpenSymbolPath; ++message) {
     EXPECT_EQ(ds.send(message, 0, 0), 1) << message;
   }
-  SYMBOL_NAME_PERIOD symbol = ToRecord(SymbolSpec{});
-  SYMBOL_NAME_PERIOD_PATH withPath = ToRecord(SymbolSpec{}, tree_.providerFolder());
+  SYMBOL_NAME_PERIOD symbol = ToRecord(SymbolParams{});
+  SYMBOL_NAME_PERIOD_PATH withPath = ToRecord(SymbolParams{}, tree_.providerFolder());
   EXPECT_EQ(ds.send(M::OpenSymbol, Arg(&symbol), 0), 1);
   EXPECT_EQ(ds.send(M::OpenSymbolPath, Arg(&withPath), 0), 1);
   EXPECT_EQ(tree_.symbolFiles(), std::vector<fs::path>{});
@@ -501,7 +501,7 @@ TEST_F(DataStoreBadInputTest, NullRecordsAreRefused) {
 
 TEST_F(DataStoreBadInputTest, HandlesNeverReturnedAreRefusedAndTouchNothing) {
   DataStoreSession& ds = restart();
-  const HostWord real = ds.open(SymbolSpec{});
+  const HostWord real = ds.open(SymbolParams{});
   Candle local = MakeCandle(kFirstTime);
   const Candle localBefore = local;
   const HostWord never = reinterpret_cast<HostWord>(&local);
@@ -528,7 +528,7 @@ TEST_F(DataStoreBadInputTest, HandlesNeverReturnedAreRefusedAndTouchNothing) {
 
 TEST_F(DataStoreBadInputTest, PostedInsertWithAHandleNeverReturnedIsLoggedAndAnsweredZero) {
   DataStoreSession& ds = restart();
-  const HostWord real = ds.open(SymbolSpec{});
+  const HostWord real = ds.open(SymbolParams{});
   Candle local = MakeCandle(kFirstTime);
   const Candle localBefore = local;
   std::vector<Candle> points = Series(2);
@@ -549,7 +549,7 @@ TEST_F(DataStoreBadInputTest, PostedInsertWithAHandleNeverReturnedIsLoggedAndAns
 // A get delivers at most its count; a bad mode or a negative count delivers nothing.
 TEST_F(DataStoreBadInputTest, GetsNeverDeliverMoreThanTheyAskFor) {
   DataStoreSession& ds = restart();
-  const HostWord handle = ds.open(SymbolSpec{});
+  const HostWord handle = ds.open(SymbolParams{});
   const std::vector<Candle> stored = Series(5);
   ds.insert(handle, stored);
   const Candle pattern = MakeCandle(0, kChangedTag);
@@ -589,7 +589,7 @@ TEST_F(DataStoreBadInputTest, GetsNeverDeliverMoreThanTheyAskFor) {
 
 TEST_F(DataStoreBadInputTest, InsertsWithoutRecordsStoreNothing) {
   DataStoreSession& ds = restart();
-  const HostWord handle = ds.open(SymbolSpec{});
+  const HostWord handle = ds.open(SymbolParams{});
   std::vector<Candle> points = Series(2);
   const std::pair<std::int32_t, HostWord> kEmpty[] = {
       {0, reinterpret_cast<HostWord>(points.data())},
@@ -613,7 +613,7 @@ TEST_F(DataStoreBadInputTest, InsertsWithoutRecordsStoreNothing) {
 TEST_F(DataStoreBadInputTest, ProviderNamesStayOneFolderInsideTheDataFolder) {
   const std::string escaping = "../x";
   DataStoreSession& ds = restart(escaping);
-  const HostWord handle = ds.open(SymbolSpec{.provider = escaping});
+  const HostWord handle = ds.open(SymbolParams{.provider = escaping});
   EXPECT_EQ(ds.insert(handle, Series(2)), 0);
   EXPECT_EQ(ds.readAll<Candle>(handle), Series(2));
   EXPECT_EQ(tree_.symbolFiles().size(), 1u);
@@ -622,7 +622,7 @@ TEST_F(DataStoreBadInputTest, ProviderNamesStayOneFolderInsideTheDataFolder) {
 
 TEST_F(DataStoreBadInputTest, SymbolNamesStayInsideTheProviderFolder) {
   DataStoreSession& ds = restart();
-  const HostWord handle = ds.open(SymbolSpec{.name = u"../../evil", .code = "../../code"});
+  const HostWord handle = ds.open(SymbolParams{.name = u"../../evil", .code = "../../code"});
   EXPECT_EQ(ds.insert(handle, Series(2)), 0);
   EXPECT_EQ(ds.readAll<Candle>(handle), Series(2));
   const std::vector<fs::path> files = tree_.symbolFiles();
@@ -637,7 +637,7 @@ TEST_F(DataStoreBadInputTest, OpenPathOutsideTheDataFolderIsRefused) {
                               "../outside"};
   for (const fs::path& folder : outside) {
     HostWord handle = 0;
-    EXPECT_EQ(ds.openPath(SymbolSpec{}, folder, &handle), 1) << folder;
+    EXPECT_EQ(ds.openPath(SymbolParams{}, folder, &handle), 1) << folder;
     EXPECT_EQ(handle, 0u) << folder;
   }
   EXPECT_EQ(tree_.symbolFiles(), std::vector<fs::path>{});
@@ -649,7 +649,7 @@ TEST_F(DataStoreBadInputTest, OpenPathOutsideTheDataFolderIsRefused) {
 // folder inside the data folder and nothing in the current folder.
 TEST_F(DataStoreBadInputTest, ProviderNamesBeginningWithAColonStayInsideTheDataFolder) {
   DataStoreSession& ds = restart();
-  const HostWord handle = ds.open(SymbolSpec{.provider = ":Demo"});
+  const HostWord handle = ds.open(SymbolParams{.provider = ":Demo"});
   EXPECT_EQ(ds.insert(handle, Series(2)), 0);
   EXPECT_EQ(tree_.entriesOutside({tree_.data()}), std::vector<fs::path>{});
 }
@@ -661,7 +661,7 @@ TEST_F(DataStoreBadInputTest, OpenPathRelativeFolderMakesNothingOutsideTheDataFo
   DataStoreSession& ds = restart();
   for (const fs::path& folder : {fs::path("relative"), fs::path()}) {
     HostWord handle = 0;
-    ds.openPath(SymbolSpec{}, folder, &handle);
+    ds.openPath(SymbolParams{}, folder, &handle);
     EXPECT_EQ(tree_.entriesOutside({tree_.data()}), std::vector<fs::path>{}) << folder;
   }
 }

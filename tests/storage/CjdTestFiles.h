@@ -118,7 +118,7 @@ inline std::vector<View> CandleViews() {
           {kFloatView, "Volume"}};
 }
 
-// Where the fields of a header written by HeaderSpec sit.
+// Where the fields of a header written by HeaderFields sit.
 struct HeaderLayout {
   std::size_t headerSizeField;  // H
   std::size_t viewCountField;   // v
@@ -133,7 +133,7 @@ struct HeaderLayout {
 };
 
 // A header, written field by field from the format (not by the code under test).
-struct HeaderSpec {
+struct HeaderFields {
   std::string fileType = cjd::kFileType;
   std::uint16_t version = cjd::kVersion;
   std::vector<std::pair<std::string, std::string>> descriptions;
@@ -212,11 +212,11 @@ struct HeaderSpec {
   }
 };
 
-inline HeaderSpec TickSpec() {
-  HeaderSpec spec;
-  spec.views = TickViews();
-  spec.length = 0;
-  return spec;
+inline HeaderFields TickFields() {
+  HeaderFields fields;
+  fields.views = TickViews();
+  fields.length = 0;
+  return fields;
 }
 
 // One record: the time, then random value bytes.

@@ -34,32 +34,32 @@ class FaultInjectionTest : public ::testing::Test {
   std::string FreshFile(int count) {
     std::vector<std::int32_t> times;
     for (int i = 0; i < count; ++i) times.push_back(kFirstTime + i * kTimeStep);
-    stored_ = cjdtest::MakeRecords(times, spec_.RecordSize(), rng_);
-    initial_ = spec_.File(stored_);
+    stored_ = cjdtest::MakeRecords(times, fields_.RecordSize(), rng_);
+    initial_ = fields_.File(stored_);
     const std::string path = dir_.File("faulty" + std::to_string(files_++) + ".cjd");
     cjdtest::WriteFileBytes(path, initial_);
     return path;
   }
 
-  std::int32_t LastTime() const { return cjdtest::TimesOf(stored_, spec_.RecordSize()).back(); }
+  std::int32_t LastTime() const { return cjdtest::TimesOf(stored_, fields_.RecordSize()).back(); }
 
   // Records later than everything stored; `round` keeps rounds apart.
   Bytes LaterBatch(int round) {
     std::vector<std::int32_t> times;
     for (int i = 1; i <= kBatchCount; ++i)
       times.push_back(LastTime() + (round * kBatchCount + i) * kTimeStep);
-    return cjdtest::MakeRecords(times, spec_.RecordSize(), rng_);
+    return cjdtest::MakeRecords(times, fields_.RecordSize(), rng_);
   }
 
   // Records between stored ones, and one replacing a stored record.
   Bytes EarlierBatch() {
     std::vector<std::int32_t> times{kFirstTime + 3 * kTimeStep};
     for (int i = 1; i < kBatchCount; ++i) times.push_back(kFirstTime + i * 2 * kTimeStep + kTimeStep / 2);
-    return cjdtest::MakeRecords(times, spec_.RecordSize(), rng_);
+    return cjdtest::MakeRecords(times, fields_.RecordSize(), rng_);
   }
 
   ::testing::AssertionResult Same(Bytes const& actual, Bytes const& expected) const {
-    return cjdtest::SameRecords(actual, expected, spec_.RecordSize());
+    return cjdtest::SameRecords(actual, expected, fields_.RecordSize());
   }
 
   std::unique_ptr<CSymbol> Open(std::string const& path) { return cjdtest::OpenSymbol(owner_, path); }
@@ -86,14 +86,14 @@ class FaultInjectionTest : public ::testing::Test {
     EXPECT_TRUE(Same(cjdtest::AllRecords(*symbol), stored_));
     Bytes again = batch;
     symbol->InsertData(kBatchCount, again.data());
-    EXPECT_TRUE(Same(cjdtest::AllRecords(*symbol), cjdtest::MergeByTime(stored_, batch, spec_.RecordSize())));
+    EXPECT_TRUE(Same(cjdtest::AllRecords(*symbol), cjdtest::MergeByTime(stored_, batch, fields_.RecordSize())));
     return true;
   }
 
   cjdtest::ScratchDir dir_;
   cjdtest::FaultyFileSystem fileSystem_;
   cjdtest::TestOwner owner_{true, &fileSystem_};
-  cjdtest::HeaderSpec spec_;
+  cjdtest::HeaderFields fields_;
   std::mt19937 rng_{7};
   int files_ = 0;
   Bytes stored_;
@@ -161,7 +161,7 @@ TEST_F(FaultInjectionTest, FileThatCannotBeOpenedIsRefusedAndTouchesNothing) {
   CSymbol symbol(&owner_, path.c_str());
   EXPECT_EQ(symbol.LoadProperties(), 1);
   symbol.Open();
-  Bytes buffer(kStoredCount * spec_.RecordSize());
+  Bytes buffer(kStoredCount * fields_.RecordSize());
   GET_SYMBOL_DATA_REQUEST request = cjdtest::MakeRequest(cjdtest::kModeOldest, kStoredCount, buffer.data());
   EXPECT_EQ(symbol.GetData(&request), 0);
   EXPECT_EQ(request.count, 0);
@@ -174,7 +174,7 @@ TEST_F(FaultInjectionTest, FileThatCannotBeOpenedIsRefusedAndTouchesNothing) {
 TEST_F(FaultInjectionTest, ShortReadsDeliverNothingAndNoCountBeyondTheFile) {
   const std::string path = FreshFile(kStoredCount);
   std::unique_ptr<CSymbol> symbol = Open(path);
-  Bytes buffer(kStoredCount * spec_.RecordSize());
+  Bytes buffer(kStoredCount * fields_.RecordSize());
   fileSystem_.Arm({.allReadsShort = true});
   for (int mode : {cjdtest::kModeNewest, cjdtest::kModeRange, cjdtest::kModeOldest}) {
     SCOPED_TRACE("mode " + std::to_string(mode));
@@ -201,9 +201,9 @@ TEST_F(FaultInjectionTest, ShortReadDuringAnInsertNeverDisordersTheFile) {
       const bool injected = InsertWithFaults(*symbol, batch, {.shortRead = faultPoint});
       symbol.reset();
       const Bytes after = cjdtest::ReopenedRecords(path);
-      EXPECT_TRUE(cjdtest::TimesAscend(after, spec_.RecordSize())) << "records out of order";
+      EXPECT_TRUE(cjdtest::TimesAscend(after, fields_.RecordSize())) << "records out of order";
       if (after != stored_) {
-        EXPECT_TRUE(Same(after, cjdtest::MergeByTime(stored_, batch, spec_.RecordSize())));
+        EXPECT_TRUE(Same(after, cjdtest::MergeByTime(stored_, batch, fields_.RecordSize())));
       }
       if (!injected) break;
     }
@@ -213,7 +213,7 @@ TEST_F(FaultInjectionTest, ShortReadDuringAnInsertNeverDisordersTheFile) {
 // A read that comes up short while a request is served delivers either the
 // right records or none, never others.
 TEST_F(FaultInjectionTest, ShortReadDuringAGetNeverDeliversOtherRecords) {
-  const unsigned int recordSize = spec_.RecordSize();
+  const unsigned int recordSize = fields_.RecordSize();
   for (int storedCount : {kStoredCount, kLargeStoredCount}) {
     const std::string path = FreshFile(storedCount);
     const Bytes expected(stored_.begin() + (kRangeFirst - 1) * recordSize,

@@ -16,7 +16,7 @@
 namespace {
 
 using cjdtest::Bytes;
-using cjdtest::HeaderSpec;
+using cjdtest::HeaderFields;
 
 constexpr int kStoredCount = 20;
 constexpr std::int32_t kFirstTime = 1'000'000;
@@ -38,11 +38,11 @@ std::u16string ByteCharacters(std::string const& text) {
 class HeaderDamageTest : public ::testing::Test {
  protected:
   HeaderDamageTest() {
-    spec_.descriptions = {{"Exchange", "Demo"}};
+    fields_.descriptions = {{"Exchange", "Demo"}};
     std::vector<std::int32_t> times;
     for (int i = 0; i < kStoredCount; ++i) times.push_back(kFirstTime + i * kTimeStep);
-    records_ = cjdtest::MakeRecords(times, spec_.RecordSize(), rng_);
-    valid_ = spec_.File(records_);
+    records_ = cjdtest::MakeRecords(times, fields_.RecordSize(), rng_);
+    valid_ = fields_.File(records_);
   }
 
   // Writes the file and expects LoadProperties to refuse it and leave the
@@ -75,7 +75,7 @@ class HeaderDamageTest : public ::testing::Test {
   std::string path_ = dir_.File("damaged.cjd");
   cjdtest::TestOwner owner_;
   std::mt19937 rng_{3};
-  HeaderSpec spec_;
+  HeaderFields fields_;
   Bytes records_;
   Bytes valid_;
 };
@@ -88,14 +88,14 @@ TEST_F(HeaderDamageTest, TheUndamagedFileLoads) {
 }
 
 TEST_F(HeaderDamageTest, UnknownViewTypesAreRefused) {
-  const cjdtest::HeaderLayout layout = spec_.Layout();
-  const std::size_t lastViewType = layout.firstViewType + (spec_.views.size() - 1) * cjd::kViewSize;
+  const cjdtest::HeaderLayout layout = fields_.Layout();
+  const std::size_t lastViewType = layout.firstViewType + (fields_.views.size() - 1) * cjd::kViewSize;
   ExpectRefused(With<std::uint8_t>(layout.firstViewType, cjd::kMaxViewTypes), "first view of type 7");
   ExpectRefused(With<std::uint8_t>(lastViewType, 0xFF), "last view of type 255");
 }
 
 TEST_F(HeaderDamageTest, OffsetsPastTheEndOfTheFileAreRefused) {
-  const cjdtest::HeaderLayout layout = spec_.Layout();
+  const cjdtest::HeaderLayout layout = fields_.Layout();
   ExpectRefused(With<std::uint32_t>(cjd::kDescriptionAreaOffsetField, valid_.size()),
                 "D at the end of the file");
   ExpectRefused(With<std::uint32_t>(cjd::kDescriptionAreaOffsetField, 0xFFFFFFFF), "largest D");
@@ -104,7 +104,7 @@ TEST_F(HeaderDamageTest, OffsetsPastTheEndOfTheFileAreRefused) {
 }
 
 TEST_F(HeaderDamageTest, CountsThatDoNotFitTheFileAreRefused) {
-  const cjdtest::HeaderLayout layout = spec_.Layout();
+  const cjdtest::HeaderLayout layout = fields_.Layout();
   const std::uint64_t descriptionsToTheEnd =
       (valid_.size() - cjd::kDescriptionsOffset) / cjd::kDescriptionSize + 1;
   ExpectRefused(With<std::uint16_t>(cjd::kDescriptionCountOffset, descriptionsToTheEnd),
@@ -117,7 +117,7 @@ TEST_F(HeaderDamageTest, CountsThatDoNotFitTheFileAreRefused) {
 }
 
 TEST_F(HeaderDamageTest, TextLengthOf255IsRefusedInEveryField) {
-  const cjdtest::HeaderLayout layout = spec_.Layout();
+  const cjdtest::HeaderLayout layout = fields_.Layout();
   const std::pair<std::size_t, const char*> fields[] = {
       {0, "file type"},
       {cjd::kDescriptionsOffset, "description name"},
@@ -132,7 +132,7 @@ TEST_F(HeaderDamageTest, TextLengthOf255IsRefusedInEveryField) {
 }
 
 TEST_F(HeaderDamageTest, EveryTruncationOfTheHeaderIsRefused) {
-  const std::size_t headerEnd = spec_.Layout().headerEnd;
+  const std::size_t headerEnd = fields_.Layout().headerEnd;
   for (std::size_t length = 0; length < headerEnd; ++length) {
     ExpectRefused(Bytes(valid_.begin(), valid_.begin() + static_cast<long>(length)),
                   "cut to " + std::to_string(length) + " bytes");
@@ -143,7 +143,7 @@ TEST_F(HeaderDamageTest, EveryTruncationOfTheHeaderIsRefused) {
 // The header writer does not write the reserved word, so a new file ends
 // before it; the records start after it all the same.
 TEST_F(HeaderDamageTest, HeaderWithoutItsReservedWordLoads) {
-  const cjdtest::HeaderLayout layout = spec_.Layout();
+  const cjdtest::HeaderLayout layout = fields_.Layout();
   for (std::size_t length = layout.headerEnd; length <= layout.firstRecord; ++length) {
     SCOPED_TRACE("cut to " + std::to_string(length) + " bytes");
     cjdtest::WriteFileBytes(path_, Bytes(valid_.begin(), valid_.begin() + static_cast<long>(length)));
@@ -158,7 +158,7 @@ TEST_F(HeaderDamageTest, ForeignTypeTextOrVersionIsRefused) {
   const std::string types[] = {"Component Jet Data Filf", "Component Jet Data Fil",
                                "Component Jet Data Files", "component Jet Data File"};
   for (std::string const& type : types) {
-    HeaderSpec foreign = spec_;
+    HeaderFields foreign = fields_;
     foreign.fileType = type;
     ExpectRefused(foreign.File(records_), "type " + type);
   }
@@ -167,19 +167,19 @@ TEST_F(HeaderDamageTest, ForeignTypeTextOrVersionIsRefused) {
 }
 
 TEST_F(HeaderDamageTest, SoundHeaderLoadsEveryField) {
-  HeaderSpec spec;
+  HeaderFields fields;
   const std::string longest(cjd::kMaxTextLength, 'x');
-  spec.descriptions = {{"Exchange", "Demo"}, {"", longest}};
-  spec.views = {{DATA_POINT_CHAR, "c"},  {DATA_POINT_SHORT, "s"},     {DATA_POINT_INT, "i"},
+  fields.descriptions = {{"Exchange", "Demo"}, {"", longest}};
+  fields.views = {{DATA_POINT_CHAR, "c"},  {DATA_POINT_SHORT, "s"},     {DATA_POINT_INT, "i"},
                 {DATA_POINT_INT64, "l"}, {DATA_POINT_FLOAT, longest}, {DATA_POINT_DOUBLE, "d"},
                 {DATA_POINT_STRING, "t"}};
-  spec.name = "Caf\xE9";
-  spec.title = "Title";
-  spec.provider = "Provider";
-  spec.code = "CODE";
-  spec.length = 15;
-  spec.pointSize = 0.25f;
-  cjdtest::WriteFileBytes(path_, spec.File({}));
+  fields.name = "Caf\xE9";
+  fields.title = "Title";
+  fields.provider = "Provider";
+  fields.code = "CODE";
+  fields.length = 15;
+  fields.pointSize = 0.25f;
+  cjdtest::WriteFileBytes(path_, fields.File({}));
   CSymbol symbol(&owner_, path_.c_str());
   ASSERT_EQ(symbol.LoadProperties(), 0);
   EXPECT_EQ(symbol.descriptionCount(), 2);
@@ -188,13 +188,13 @@ TEST_F(HeaderDamageTest, SoundHeaderLoadsEveryField) {
   EXPECT_STREQ(symbol.descriptions()[0]->value, "Demo");
   EXPECT_STREQ(symbol.descriptions()[1]->name, "");
   EXPECT_EQ(std::string(symbol.descriptions()[1]->value), longest);
-  ASSERT_EQ(symbol.views().size(), spec.views.size());
-  for (std::size_t i = 0; i < spec.views.size(); ++i) {
-    EXPECT_EQ(symbol.views()[i].type, spec.views[i].type);
-    EXPECT_EQ(std::string(symbol.views()[i].name), spec.views[i].name);
+  ASSERT_EQ(symbol.views().size(), fields.views.size());
+  for (std::size_t i = 0; i < fields.views.size(); ++i) {
+    EXPECT_EQ(symbol.views()[i].type, fields.views[i].type);
+    EXPECT_EQ(std::string(symbol.views()[i].name), fields.views[i].name);
   }
-  EXPECT_EQ(symbol.GetDataPointSize(), spec.RecordSize());
-  EXPECT_EQ(std::u16string(symbol.name()), ByteCharacters(spec.name));
+  EXPECT_EQ(symbol.GetDataPointSize(), fields.RecordSize());
+  EXPECT_EQ(std::u16string(symbol.name()), ByteCharacters(fields.name));
   EXPECT_EQ(std::u16string(symbol.title()), u"Title");
   EXPECT_EQ(std::u16string(symbol.providerName()), u"Provider");
   EXPECT_STREQ(symbol.code(), "CODE");
@@ -208,18 +208,18 @@ TEST_F(HeaderDamageTest, SoundHeaderLoadsEveryField) {
 // Room left after the descriptions and after the properties: the stored D
 // and H place the records, not values recomputed from the counts.
 TEST_F(HeaderDamageTest, RecordsStartWhereTheStoredOffsetsSay) {
-  HeaderSpec spec = spec_;
-  spec.extraD = 100;
-  spec.extraH = 60;
-  cjdtest::WriteFileBytes(path_, spec.File(records_));
+  HeaderFields fields = fields_;
+  fields.extraD = 100;
+  fields.extraH = 60;
+  cjdtest::WriteFileBytes(path_, fields.File(records_));
   auto symbol = cjdtest::OpenSymbol(owner_, path_);
   ASSERT_NE(symbol, nullptr);
-  EXPECT_EQ(symbol->file()->FirstRecordOffset(), spec.Layout().firstRecord);
+  EXPECT_EQ(symbol->file()->FirstRecordOffset(), fields.Layout().firstRecord);
   EXPECT_EQ(cjdtest::AllRecords(*symbol), records_);
-  Bytes later = cjdtest::MakeRecords({kFirstTime + kStoredCount * kTimeStep}, spec.RecordSize(), rng_);
+  Bytes later = cjdtest::MakeRecords({kFirstTime + kStoredCount * kTimeStep}, fields.RecordSize(), rng_);
   symbol->InsertData(1, later.data());
   symbol.reset();
-  EXPECT_EQ(cjdtest::ReadFileBytes(path_), spec.File(cjdtest::Concatenated(records_, later)));
+  EXPECT_EQ(cjdtest::ReadFileBytes(path_), fields.File(cjdtest::Concatenated(records_, later)));
 }
 
 // Random bytes of a sound file damaged, or the file cut: loading may refuse
@@ -228,7 +228,7 @@ TEST_F(HeaderDamageTest, RecordsStartWhereTheStoredOffsetsSay) {
 TEST_F(HeaderDamageTest, RandomDamageNeverCrashesOrReadsPastTheFile) {
   cjdtest::FaultyFileSystem fileSystem;
   cjdtest::TestOwner owner(true, &fileSystem);
-  const std::size_t firstRecord = spec_.Layout().firstRecord;
+  const std::size_t firstRecord = fields_.Layout().firstRecord;
   for (int copy = 0; copy < kDamagedCopies; ++copy) {
     const std::uint32_t seed = kFirstDamageSeed + static_cast<std::uint32_t>(copy);
     SCOPED_TRACE("damage seed " + std::to_string(seed));

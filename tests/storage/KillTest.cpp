@@ -64,7 +64,7 @@ class KillTest : public ::testing::Test {
   void StartFile() {
     for (auto const& entry : std::filesystem::directory_iterator(dir_.path())) std::filesystem::remove(entry);
     path_ = dir_.File("kill" + std::to_string(killtest::FileOfStep(step_)) + ".cjd");
-    cjdtest::WriteFileBytes(path_, cjdtest::HeaderSpec{}.File({}));
+    cjdtest::WriteFileBytes(path_, cjdtest::HeaderFields{}.File({}));
     state_.clear();
   }
 
@@ -228,13 +228,13 @@ class PlacedDeathTest : public ::testing::TestWithParam<bool> {
 
   cjdtest::ScratchDir dir_;
   std::string path_ = dir_.File("death.cjd");
-  cjdtest::HeaderSpec spec_;
+  cjdtest::HeaderFields fields_;
   std::mt19937 rng_{11};
 };
 
 TEST_P(PlacedDeathTest, WritersAndReadersFindTheStateBeforeOrAfter) {
   const bool rewrite = GetParam();
-  const unsigned int recordSize = spec_.RecordSize();
+  const unsigned int recordSize = fields_.RecordSize();
   std::vector<std::int32_t> storedTimes;
   std::vector<std::int32_t> batchTimes;
   for (int i = 0; i < kStoredCount; ++i) storedTimes.push_back(kFirstTime + i * kTimeStep);
@@ -248,7 +248,7 @@ TEST_P(PlacedDeathTest, WritersAndReadersFindTheStateBeforeOrAfter) {
     const Bytes stored = cjdtest::MakeRecords(storedTimes, recordSize, rng_);
     const Bytes batch = cjdtest::MakeRecords(batchTimes, recordSize, rng_);
     const Bytes after = cjdtest::MergeByTime(stored, batch, recordSize);
-    cjdtest::WriteFileBytes(path_, spec_.File(stored));
+    cjdtest::WriteFileBytes(path_, fields_.File(stored));
     if (!DiesAtWrite(point, batch)) break;
     const Bytes reader = cjdtest::RecordsOfReader(path_);
     const Bytes writer = cjdtest::ReopenedRecords(path_);

@@ -19,7 +19,7 @@
 namespace {
 
 using cjdtest::Bytes;
-using cjdtest::HeaderSpec;
+using cjdtest::HeaderFields;
 
 constexpr unsigned int kRecordSize = 8;  // time and one value, for the merge cases
 constexpr int kRandomCases = 4000;
@@ -113,7 +113,7 @@ enum class Placement { Before, Inside, Overlapping, After, Anywhere };
 
 struct Case {
   std::uint32_t seed = 0;
-  HeaderSpec spec;
+  HeaderFields fields;
   Bytes stored;                  // whole records
   Bytes trailer;                 // a partial record after them
   bool withoutReserved = false;  // header-only file that ends where the header writer stops
@@ -127,8 +127,8 @@ class CaseMaker {
   explicit CaseMaker(std::uint32_t seed) : rng_(seed) { case_.seed = seed; }
 
   Case Make() {
-    case_.spec = Chance(2) ? cjdtest::TickSpec() : HeaderSpec{};
-    const unsigned int recordSize = case_.spec.RecordSize();
+    case_.fields = Chance(2) ? cjdtest::TickFields() : HeaderFields{};
+    const unsigned int recordSize = case_.fields.RecordSize();
     const std::vector<std::int32_t> storedTimes = StoredTimes();
     case_.stored = cjdtest::MakeRecords(storedTimes, recordSize, rng_);
     if (Chance(4)) case_.trailer = RandomBytes(Uniform(1, static_cast<int>(recordSize) - 1));
@@ -227,8 +227,8 @@ class CaseMaker {
 };
 
 Bytes InitialFile(Case const& testCase) {
-  Bytes file = testCase.spec.File(testCase.stored);
-  if (testCase.withoutReserved) file.resize(testCase.spec.Layout().headerEnd);
+  Bytes file = testCase.fields.File(testCase.stored);
+  if (testCase.withoutReserved) file.resize(testCase.fields.Layout().headerEnd);
   file.insert(file.end(), testCase.trailer.begin(), testCase.trailer.end());
   return file;
 }
@@ -259,8 +259,8 @@ std::string ListTimes(std::vector<std::int32_t> const& times) {
 }
 
 std::string Describe(Case const& testCase, Bytes const& actual, Bytes const& expected) {
-  const unsigned int recordSize = testCase.spec.RecordSize();
-  const auto firstRecord = testCase.spec.Layout().firstRecord;
+  const unsigned int recordSize = testCase.fields.RecordSize();
+  const auto firstRecord = testCase.fields.Layout().firstRecord;
   const auto mismatch = std::mismatch(actual.begin(), actual.end(), expected.begin(), expected.end());
   const auto offset = static_cast<std::size_t>(mismatch.first - actual.begin());
   std::ostringstream out;
@@ -279,12 +279,12 @@ TEST(ReferenceInsertTest, TheReferenceItselfFollowsTheRules) {
   cjdtest::ScratchDir dir;
   std::mt19937 rng(1);
   Case testCase;
-  testCase.spec = cjdtest::TickSpec();
+  testCase.fields = cjdtest::TickFields();
   testCase.stored = cjdtest::MakeRecords({10, 20, 20, 30}, cjdtest::kTickRecordSize, rng);
   testCase.batch = cjdtest::MakeRecords({20, 25, 40, 50, 45, 25}, cjdtest::kTickRecordSize, rng);
   testCase.batchCount = 6;
   const Bytes file = Inserted(testCase, dir.File("reference.cjd"), true);
-  const Bytes records(file.begin() + static_cast<long>(testCase.spec.Layout().firstRecord), file.end());
+  const Bytes records(file.begin() + static_cast<long>(testCase.fields.Layout().firstRecord), file.end());
   EXPECT_EQ(cjdtest::TimesOf(records, cjdtest::kTickRecordSize),
             (std::vector<std::int32_t>{10, 20, 20, 25, 30, 40, 45, 50}));
   const auto recordAt = [&](int index) { return records.begin() + index * cjdtest::kTickRecordSize; };
@@ -295,9 +295,9 @@ TEST(ReferenceInsertTest, TheReferenceItselfFollowsTheRules) {
 TEST(ReferenceInsertTest, NothingIsWrittenForNullRecordsNonPositiveCountsOrDisabledWrites) {
   cjdtest::ScratchDir dir;
   std::mt19937 rng(2);
-  const HeaderSpec spec;
-  const Bytes initial = spec.File(cjdtest::MakeRecords({10, 20}, spec.RecordSize(), rng));
-  Bytes batch = cjdtest::MakeRecords({15}, spec.RecordSize(), rng);
+  const HeaderFields fields;
+  const Bytes initial = fields.File(cjdtest::MakeRecords({10, 20}, fields.RecordSize(), rng));
+  Bytes batch = cjdtest::MakeRecords({15}, fields.RecordSize(), rng);
   const std::string path = dir.File("guarded.cjd");
   cjdtest::WriteFileBytes(path, initial);
   {

@@ -107,25 +107,25 @@ class TimeSearchTest : public ::testing::Test {
   // opened by a new symbol.
   std::unique_ptr<CSymbol> Stored(std::vector<std::int32_t> const& times, Bytes const& trailer = {}) {
     path_ = dir_.File("search" + std::to_string(files_++) + ".cjd");
-    cjdtest::WriteFileBytes(path_, cjdtest::Concatenated(spec_.File(Records(times)), trailer));
+    cjdtest::WriteFileBytes(path_, cjdtest::Concatenated(fields_.File(Records(times)), trailer));
     return Reopened();
   }
 
   std::unique_ptr<CSymbol> Reopened() { return cjdtest::OpenSymbol(owner_, path_); }
 
   Bytes Records(std::vector<std::int32_t> const& times) {
-    return cjdtest::MakeRecords(times, spec_.RecordSize(), rng_);
+    return cjdtest::MakeRecords(times, fields_.RecordSize(), rng_);
   }
 
   // The times of the whole records in the file now, read byte by byte.
   std::vector<std::int32_t> TimesInFile() const {
     const Bytes bytes = cjdtest::ReadFileBytes(path_);
-    const std::size_t first = spec_.Layout().firstRecord;
+    const std::size_t first = fields_.Layout().firstRecord;
     const Bytes records(bytes.begin() + static_cast<long>(std::min(first, bytes.size())), bytes.end());
-    return cjdtest::TimesOf(records, spec_.RecordSize());
+    return cjdtest::TimesOf(records, fields_.RecordSize());
   }
 
-  int Stride() const { return static_cast<int>(TimeIndex::kBlockBytes / spec_.RecordSize()); }
+  int Stride() const { return static_cast<int>(TimeIndex::kBlockBytes / fields_.RecordSize()); }
 
   // Both searches of the file agree with a linear scan of what it holds: one
   // sweep over its sorted times, as the probes ascend.
@@ -155,7 +155,7 @@ class TimeSearchTest : public ::testing::Test {
   cjdtest::ScratchDir dir_;
   CountingFileSystem fileSystem_;
   cjdtest::TestOwner owner_{true, &fileSystem_};
-  cjdtest::HeaderSpec spec_;
+  cjdtest::HeaderFields fields_;
   std::mt19937 rng_{kSeed};
   std::string path_;
   int files_ = 0;
@@ -182,7 +182,7 @@ TEST(TimeIndexTest, FindStaysInsideTheRecordsWhateverTheTimes) {
 
 TEST_F(TimeSearchTest, AgreesWithALinearScanOverManySizesAndRunsOfEqualTimes) {
   for (bool ticks : {false, true}) {
-    spec_ = ticks ? cjdtest::TickSpec() : cjdtest::HeaderSpec{};
+    fields_ = ticks ? cjdtest::TickFields() : cjdtest::HeaderFields{};
     const int stride = Stride();
     for (int count : {0, 1, 2, stride - 1, stride, stride + 1, 2 * stride - 1, 2 * stride, 2 * stride + 1,
                       7 * stride + 5, kLargeCount}) {
@@ -233,7 +233,7 @@ TEST_F(TimeSearchTest, StreamWritesKeepTheIndexInStepOrDropIt) {
   const std::int32_t later = kFirstTime + stride * kTimeStep + kTimeStep / 2;  // still before the next record
   Bytes record = Records({later});
   file.SeekToDataPoint(stride);
-  ASSERT_EQ(file.Write(record.data(), spec_.RecordSize()), 1);
+  ASSERT_EQ(file.Write(record.data(), fields_.RecordSize()), 1);
   EXPECT_TRUE(AgreesWithTheFile(file));
   Bytes tail = Records(TimesFrom(kFirstTime + 5 * stride * kTimeStep, 5 * stride));
   file.SeekToDataPoint(4 * stride);
@@ -241,7 +241,7 @@ TEST_F(TimeSearchTest, StreamWritesKeepTheIndexInStepOrDropIt) {
   EXPECT_LE(BytesOfOneSearch(file, kFirstTime + 6 * stride * kTimeStep), TimeIndex::kBlockBytes);
   EXPECT_TRUE(AgreesWithTheFile(file));
   const std::int32_t earlier = kFirstTime + 2 * stride * kTimeStep - kTimeStep / 2;
-  file.Seek(static_cast<long>(file.FirstRecordOffset() + std::uint64_t(2 * stride) * spec_.RecordSize()), SEEK_SET);
+  file.Seek(static_cast<long>(file.FirstRecordOffset() + std::uint64_t(2 * stride) * fields_.RecordSize()), SEEK_SET);
   ASSERT_EQ(file.Write(&earlier, sizeof(earlier)), 1);
   EXPECT_TRUE(AgreesWithTheFile(file));
 }
@@ -275,11 +275,11 @@ TEST_F(TimeSearchTest, AnotherWriterCuttingOrExtendingTheFileIsSeen) {
   std::unique_ptr<CSymbol> symbol = Stored(RunsOfTimes(5 * stride, 1));
   CSDTFile& file = *symbol->file();
   ASSERT_TRUE(AgreesWithTheFile(file));
-  const std::uint64_t first = spec_.Layout().firstRecord;
-  std::filesystem::resize_file(path_, first + std::uint64_t(2 * stride + 3) * spec_.RecordSize());
+  const std::uint64_t first = fields_.Layout().firstRecord;
+  std::filesystem::resize_file(path_, first + std::uint64_t(2 * stride + 3) * fields_.RecordSize());
   EXPECT_TRUE(AgreesWithTheFile(file));
   // The whole file written anew in place, larger, its times earlier.
-  const Bytes bytes = spec_.File(Records(TimesFrom(kFirstTime - 1000 * kTimeStep, 7 * stride)));
+  const Bytes bytes = fields_.File(Records(TimesFrom(kFirstTime - 1000 * kTimeStep, 7 * stride)));
   {
     std::fstream out(path_, std::ios::in | std::ios::out | std::ios::binary);
     out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
@@ -318,7 +318,7 @@ TEST_F(TimeSearchTest, UnsortedTimesNeverLeadOutsideTheFile) {
   for (std::int32_t& time : times) time = kFirstTime + static_cast<std::int32_t>(rng_() % kLargeCount);
   const Bytes trailer = {1, 2, 3};
   std::unique_ptr<CSymbol> symbol = Stored(times, trailer);
-  Bytes buffer(std::size_t(kLargeCount) * spec_.RecordSize());
+  Bytes buffer(std::size_t(kLargeCount) * fields_.RecordSize());
   for (int i = 0; i < kUnsortedProbes; ++i) {
     const std::int32_t from = kFirstTime + static_cast<std::int32_t>(rng_() % (kLargeCount + 2)) - 1;
     const std::int32_t to = kFirstTime + static_cast<std::int32_t>(rng_() % (kLargeCount + 2)) - 1;
