@@ -22,6 +22,7 @@
 #include <thread>
 #include <vector>
 
+#include "TemporaryFolder.h"
 #include "Candles.h"
 #include "Machine.h"
 #include "ModuleSession.h"
@@ -48,27 +49,6 @@ constexpr int kColumnWidth = 11;
 constexpr std::size_t kTextCapacity = 64;  // of one formatted number
 
 enum GetMode : std::int32_t { kNewest = 0, kTimeRange = 1 };
-
-// A fresh folder, removed with everything in it on destruction.
-class TemporaryFolder {
- public:
-  TemporaryFolder() {
-    const char* base = std::getenv("TMPDIR");
-    std::string pattern = (fs::path(base && *base ? base : "/tmp") / kFolderTemplate).string();
-    if (mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("cannot make a folder like " + pattern);
-    path_ = pattern;
-  }
-  ~TemporaryFolder() {
-    std::error_code ignored;
-    fs::remove_all(path_, ignored);
-  }
-  TemporaryFolder(const TemporaryFolder&) = delete;
-  TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-  fs::path const& path() const { return path_; }
-
- private:
-  fs::path path_;
-};
 
 struct Stats {
   double median = 0;   // microseconds
@@ -306,7 +286,7 @@ int main(int argc, char** argv) {
     return EXIT_FAILURE;
   }
   try {
-    TemporaryFolder folder;
+    TemporaryFolder folder(kFolderTemplate);
     const std::string loadAtStart = LoadAverage();
     Results results;
     {

@@ -15,6 +15,7 @@
 #include <string>
 #include <vector>
 
+#include "TemporaryFolder.h"
 #include "Cases.h"
 #include "EngineStore.h"
 #include "Machine.h"
@@ -28,27 +29,6 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr char kFolderTemplate[] = "storage_bench.XXXXXX";
-
-// A fresh folder, removed with everything in it on destruction.
-class TemporaryFolder {
- public:
-  TemporaryFolder() {
-    const char* base = std::getenv("TMPDIR");
-    std::string pattern = (fs::path(base && *base ? base : "/tmp") / kFolderTemplate).string();
-    if (mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("cannot make a folder like " + pattern);
-    path_ = pattern;
-  }
-  ~TemporaryFolder() {
-    std::error_code ignored;
-    fs::remove_all(path_, ignored);
-  }
-  TemporaryFolder(const TemporaryFolder&) = delete;
-  TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-  fs::path const& path() const { return path_; }
-
- private:
-  fs::path path_;
-};
 
 void Run(fs::path const& folder) {
   std::vector<std::unique_ptr<CandleStore>> stores;
@@ -70,7 +50,7 @@ int main(int argc, char** argv) {
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return EXIT_FAILURE;
   try {
-    TemporaryFolder folder;
+    TemporaryFolder folder(kFolderTemplate);
     Run(folder.path());
   } catch (std::exception const& error) {
     std::cerr << "storage_bench: " << error.what() << "\n";
