@@ -3,8 +3,8 @@
 # then builds the concurrency tests under ThreadSanitizer in build-tsan and
 # runs them there (only those targets, so that the tree stays quick); then
 # builds every test under AddressSanitizer and UndefinedBehaviorSanitizer in
-# build-asan and runs them all there. In CI (CI=true) the fuzz targets then
-# run for a minute each (scripts/fuzz.sh).
+# build-asan and runs them all there, leaks reported. In CI (CI=true) the
+# fuzz targets then run for a minute each (scripts/fuzz.sh).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/setup.sh
@@ -24,7 +24,7 @@ ASAN_DIR=build-asan
 cmake -G Ninja -S . -B "$ASAN_DIR" -DCMAKE_BUILD_TYPE=RelWithDebInfo \
   -DDATASTORE_SANITIZE=address,undefined -DDATASTORE_BUILD_BENCHMARKS=OFF >/dev/null
 cmake --build "$ASAN_DIR" -j "$(nproc)"
-ASAN_OPTIONS=detect_leaks=0 \
+ASAN_OPTIONS=detect_leaks=1 \
   UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1 \
   ctest --test-dir "$ASAN_DIR" --output-on-failure -j "$(nproc)"
 

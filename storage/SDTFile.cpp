@@ -28,7 +28,8 @@ constexpr std::size_t kIndexReadBytes = 1 << 20;  // building the index reads ab
 
 // Every rewrite replaces a file by another; objects that have the same path
 // open notice it by its count of rewrites and open the new file. A path's
-// counter lives as long as the process, so objects keep its address.
+// counter lives as long as the library stays loaded, so objects keep its
+// address; the table goes with the library when a host unloads it.
 class FileGenerations {
  public:
   static std::atomic<std::uint64_t>* Of(std::string const& path) {
@@ -42,8 +43,8 @@ class FileGenerations {
     return lock;
   }
   static std::unordered_map<std::string, std::atomic<std::uint64_t>>& table() {
-    static auto* generations = new std::unordered_map<std::string, std::atomic<std::uint64_t>>;
-    return *generations;
+    static std::unordered_map<std::string, std::atomic<std::uint64_t>> generations;
+    return generations;
   }
 };
 
