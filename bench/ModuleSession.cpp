@@ -74,14 +74,8 @@ Clock::duration ModuleSession::PostGet(GET_SYMBOL_DATA_REQUEST request, Candle* 
 }
 
 Clock::duration ModuleSession::PostInsert(HostWord handle, const Candle* candles, int count) {
-  INSERT_SYMBOL_DATA_REQUEST request{};
-  request.handle = handle;
-  request.number = count;
-  request.data = reinterpret_cast<HostWord>(candles);
-  request.completionContext = reinterpret_cast<HostWord>(&host_);
-  request.completionCode = kInsertDone;
   const Clock::time_point start = Clock::now();
-  const int result = host_.send(M::InsertDataPost, Arg(&request));
+  const int result = host_.postInsert(handle, count, candles, kInsertDone);
   const Clock::duration took = Clock::now() - start;
   if (result != 0) throw std::runtime_error("the module refused a posted insert (6004)");
   return took;

@@ -307,18 +307,16 @@ void Settle(Session const& session) {
     std::lock_guard<std::mutex> lock(host.mutex);
     expected = host.completions;
   }
-  INSERT_SYMBOL_DATA_REQUEST insert{};
-  insert.handle = session.baseHandle;
-  insert.completionContext = reinterpret_cast<HostWord>(&host.doneContext);
-  insert.completionCode = kDoneCode;
-  Send(HostMessage::InsertDataPost, &insert);
-  WaitForCompletions(++expected);
-  GET_SYMBOL_DATA_REQUEST get{};
-  get.handle = session.baseHandle;
-  get.completionContext = reinterpret_cast<HostWord>(&host.doneContext);
-  get.completionCode = kDoneCode;
-  Send(HostMessage::GetDataPost, &get);
-  WaitForCompletions(++expected);
+  // An empty posted request of the base symbol, waited for.
+  auto postEmpty = [&](auto request, unsigned int message) {
+    request.handle = session.baseHandle;
+    request.completionContext = reinterpret_cast<HostWord>(&host.doneContext);
+    request.completionCode = kDoneCode;
+    Send(message, &request);
+    WaitForCompletions(++expected);
+  };
+  postEmpty(INSERT_SYMBOL_DATA_REQUEST{}, HostMessage::InsertDataPost);
+  postEmpty(GET_SYMBOL_DATA_REQUEST{}, HostMessage::GetDataPost);
 }
 
 void CheckNothingOutside() {

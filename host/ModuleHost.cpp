@@ -181,6 +181,19 @@ int ModuleHost::send(unsigned int message, HostArg a, HostArg b) {
   return exports_.receiveMessage(this, message, a, b);
 }
 
+int ModuleHost::postInsert(HostWord handle, std::int32_t number, const void* data,
+                           unsigned int completionCode) {
+  INSERT_SYMBOL_DATA_REQUEST request{};
+  request.handle = handle;
+  request.number = number;
+  request.data = reinterpret_cast<HostWord>(data);
+  // The module hands the completion context to the host callback as its
+  // context, so it must be this host.
+  request.completionContext = reinterpret_cast<HostWord>(this);
+  request.completionCode = completionCode;
+  return send(HostMessage::InsertDataPost, reinterpret_cast<HostArg>(&request));
+}
+
 int ModuleHost::moduleInfo(MODULE_INFO* out) { return exports_.getModuleInfo(out); }
 
 MODULE_INFO ModuleHost::info() {

@@ -125,6 +125,10 @@ class ModuleHost {
   int raiseEventRaw(const INCOMING_EVENT_RECORD& record);
   // Sends 5511 with a copy of the index-th added menu item. REQUIRES: index < menuItems().size().
   int pressMenuItem(std::size_t index);
+  // Posts number records at data to the symbol handle (6004); the module's
+  // completion call comes back to this host as message completionCode.
+  int postInsert(HostWord handle, std::int32_t number, const void* data,
+                 unsigned int completionCode);
 
   // Configuration of the answers.
   void setContext2(HostWord value);                       // Initialize's context2 (default 0)

@@ -414,43 +414,46 @@ bool GetRecords(ModuleHost& host, HostWord handle, const Selection& selection, s
   return true;
 }
 
-int RunGet(const Arguments& arguments) {
-  Target target;
-  Selection selection;
+// The symbol and selection of a get or a count, opened in a started module.
+struct OpenQuery {
+  Target target;           // the symbol and its record layout
+  Selection selection;     // which records
+  ModuleHost host;         // the started module
+  HostWord handle = 0;     // the opened symbol
+  std::int32_t count = 0;  // records in the selection
+};
+
+// Parses the query, starts the module, opens the symbol and counts the
+// selection; returns the exit code of a failure, or 0.
+int StartQuery(const Arguments& arguments, OpenQuery* query) {
   std::string error;
-  if (!ParseQuery(arguments, &target, &selection, &error)) {
+  if (!ParseQuery(arguments, &query->target, &query->selection, &error)) {
     return UsageError(error, arguments.command);
   }
-  ModuleHost host;
-  HostWord handle = 0;
-  std::int32_t count = 0;
+  const bool opened = StartModule(arguments, &query->host) &&
+                      OpenSymbol(query->host, query->target, &query->handle) &&
+                      CountRecords(query->host, query->handle, query->selection, &query->count);
+  return opened ? 0 : kExitFailure;
+}
+
+int RunGet(const Arguments& arguments) {
+  OpenQuery query;
+  if (const int failed = StartQuery(arguments, &query)) return failed;
+  const RecordLayout& layout = query.target.layout;
   std::vector<unsigned char> records;
-  if (!StartModule(arguments, &host) || !OpenSymbol(host, target, &handle) ||
-      !CountRecords(host, handle, selection, &count) ||
-      !GetRecords(host, handle, selection, count, target.layout, &records)) {
+  if (!GetRecords(query.host, query.handle, query.selection, query.count, layout, &records)) {
     return kExitFailure;
   }
-  host.send(HostMessage::Stop);
-  WriteCsv(std::cout, target.layout, records.data(), records.size() / target.layout.recordSize());
+  query.host.send(HostMessage::Stop);
+  WriteCsv(std::cout, layout, records.data(), records.size() / layout.recordSize());
   return 0;
 }
 
 int RunCount(const Arguments& arguments) {
-  Target target;
-  Selection selection;
-  std::string error;
-  if (!ParseQuery(arguments, &target, &selection, &error)) {
-    return UsageError(error, arguments.command);
-  }
-  ModuleHost host;
-  HostWord handle = 0;
-  std::int32_t count = 0;
-  if (!StartModule(arguments, &host) || !OpenSymbol(host, target, &handle) ||
-      !CountRecords(host, handle, selection, &count)) {
-    return kExitFailure;
-  }
-  host.send(HostMessage::Stop);
-  std::printf("%d\n", count);
+  OpenQuery query;
+  if (const int failed = StartQuery(arguments, &query)) return failed;
+  query.host.send(HostMessage::Stop);
+  std::printf("%d\n", query.count);
   return 0;
 }
 
@@ -484,19 +487,6 @@ class InsertCompletion {
   std::int32_t number_ = 0;                          // records the module inserted
 };
 
-// Posts number records at data (6004) with a completion call to this host.
-void PostInsert(ModuleHost& host, HostWord handle, std::int32_t number, const void* data) {
-  INSERT_SYMBOL_DATA_REQUEST request{};
-  request.handle = handle;
-  request.number = number;
-  request.data = reinterpret_cast<HostWord>(data);
-  // The module hands the completion context to the host callback as its
-  // context, so it must be this host.
-  request.completionContext = reinterpret_cast<HostWord>(&host);
-  request.completionCode = kInsertDoneMessage;
-  host.send(HostMessage::InsertDataPost, reinterpret_cast<HostArg>(&request));
-}
-
 // The host's handler: completion calls go to completion.
 void HandleCompletions(ModuleHost& host, InsertCompletion& completion) {
   host.setHandler([&completion](unsigned int message, HostArg a, HostArg) {
@@ -522,7 +512,7 @@ int RunInsert(const Arguments& arguments) {
   HandleCompletions(host, completion);
   HostWord handle = 0;
   if (!StartModule(arguments, &host) || !OpenSymbol(host, target, &handle)) return kExitFailure;
-  PostInsert(host, handle, static_cast<std::int32_t>(number), records.data());
+  host.postInsert(handle, static_cast<std::int32_t>(number), records.data(), kInsertDoneMessage);
   std::int32_t inserted = 0;
   if (!completion.wait(&inserted)) return Failure(NoCompletion());
   host.send(HostMessage::Stop);
@@ -579,7 +569,7 @@ std::vector<ImportedSymbol> ImportedSymbols(const std::vector<ImportRow>& rows) 
 // served first), so only an insert can follow them: the completion of an
 // insert of no records, which changes nothing, posted after the import.
 bool AwaitPostedInserts(ModuleHost& host, HostWord handle, InsertCompletion& completion) {
-  PostInsert(host, handle, 0, nullptr);
+  host.postInsert(handle, 0, nullptr, kInsertDoneMessage);
   std::int32_t ignored = 0;
   return completion.wait(&ignored) || StepFailed(NoCompletion());
 }
