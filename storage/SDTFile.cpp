@@ -5,10 +5,11 @@
 #include <cstring>
 #include <limits>
 #include <mutex>
-#include <unordered_map>
 #include <optional>
+#include <unordered_map>
 #include <vector>
 
+#include "AppendJournal.h"
 #include "FileFormat.h"
 #include "RecordMerge.h"
 #include "Symbol.h"
@@ -16,13 +17,6 @@
 namespace {
 
 constexpr std::int64_t kReservedWordSize = 4;  // the word between header and records
-
-// The rollback journal: a marker and the data file's size before an append.
-constexpr char kJournalMagic[8] = {'C', 'J', 'D', 'A', 'P', 'P', 'N', 'D'};
-struct JournalEntry {
-  char magic[sizeof(kJournalMagic)];  // kJournalMagic while an append is under way
-  std::uint64_t sizeBefore;           // the data file's size before it
-};
 
 constexpr std::size_t kIndexReadBytes = 1 << 20;  // building the index reads about this much at a time
 
@@ -84,7 +78,11 @@ void CSDTFile::Open(bool readOnly) {
     file_ = fileSystem_->Open(path_, OpenMode::ReadWrite);
     if (!file_) {
       FileSystem::clearErrorText();
-      file_ = fileSystem_->Open(path_, OpenMode::CreateTruncate);
+      // A journal entry of an earlier file at this path would describe
+      // appends this file never had.
+      if (cjd::ClearAppendJournalOf(*fileSystem_, path_)) {
+        file_ = fileSystem_->Open(path_, OpenMode::CreateTruncate);
+      }
     }
   }
   if (!file_) {
@@ -93,11 +91,14 @@ void CSDTFile::Open(bool readOnly) {
   }
   rewrites_ = FileGenerations::Of(path_);
   generation_ = rewrites_->load();
-  visibleSize_ = PendingAppendSizeBefore();
-  if (!readOnly && visibleSize_ >= 0) RollBackInterruptedAppend();
+  const std::optional<std::uint64_t> cut = cjd::InterruptedAppendSize(*fileSystem_, path_, *file_);
+  visibleSize_ = cut ? static_cast<std::int64_t>(*cut) : -1;
+  if (!readOnly && cut) RollBackInterruptedAppend();
 }
 
 void CSDTFile::Close() {
+  // The entry of the last append is kept only while it may be needed.
+  if (journal_) cjd::ClearAppendJournal(*journal_);
   visibleSize_ = -1;
   lastTimeSize_ = -1;
   index_.Drop();
@@ -188,8 +189,7 @@ int CSDTFile::CountRecords(std::int64_t size) const {
 }
 
 // Appends keep the time of the last record, so a run of appends reads it once.
-std::optional<std::int32_t> CSDTFile::LastRecordTime(int total) {
-  const std::int64_t size = FileSize();
+std::optional<std::int32_t> CSDTFile::LastRecordTime(int total, std::int64_t size) {
   if (size == lastTimeSize_ && size >= 0) return lastTime_;
   std::int32_t time;
   const std::uint64_t offset = FirstRecordOffset() + std::uint64_t(total - 1) * RecordSize();
@@ -282,25 +282,18 @@ bool CSDTFile::AppendRecords(int total, const void* records, int count, std::int
   lastTimeSize_ = -1;
   const std::int64_t sizeBefore = knownSize >= 0 ? knownSize : FileSize();
   if (sizeBefore < 0) return Fail("cannot size");
-  if (!MarkAppend(static_cast<std::uint64_t>(sizeBefore))) return false;
   const std::uint64_t offset = FirstRecordOffset() + std::uint64_t(total) * RecordSize();
-  const bool written = file_->WriteAt(offset, records, std::size_t(count) * RecordSize());
+  const std::size_t bytes = std::size_t(count) * RecordSize();
+  const cjd::AppendJournalEntry entry = cjd::MakeAppendEntry(std::uint64_t(sizeBefore), offset, records, bytes);
+  if (!MarkAppend(entry)) return false;
+  const bool written = file_->WriteAt(offset, records, bytes);
   if (!written) {
-    Fail("append failed");
     file_->Truncate(static_cast<std::uint64_t>(sizeBefore));
+    return Fail("append failed");
   }
-  // A journal that still says "under way" would undo this append at the next
-  // open, so an append whose mark cannot be cleared is undone now.
-  if (!ClearAppendMark()) {
-    file_->Truncate(static_cast<std::uint64_t>(sizeBefore));
-    return Fail("cannot clear journal");
-  }
-  if (written) {
-    RememberLastTime(offset, records, count);
-    const std::size_t bytes = std::size_t(count) * RecordSize();
-    NoteWritten({offset, records, bytes}, sizeBefore, std::max<std::int64_t>(sizeBefore, offset + bytes));
-  }
-  return written;
+  RememberLastTime(offset, records, count);
+  NoteWritten({offset, records, bytes}, sizeBefore, static_cast<std::int64_t>(entry.sizeAfter));
+  return true;
 }
 
 bool CSDTFile::RewriteFrom(int index, const void* bytes, std::size_t size) {
@@ -315,7 +308,8 @@ bool CSDTFile::RewriteFrom(int index, const void* bytes, std::size_t size) {
   const bool copied = CopyFilePrefix(*file_, *copy, std::min<std::uint64_t>(start, fileSize)) &&
                       copy->WriteAt(start, bytes, size);
   copy.reset();
-  if (!copied || !fileSystem_->Rename(temporary, path_)) {
+  // The journal's entry describes the file being replaced.
+  if (!copied || !ClearJournal() || !fileSystem_->Rename(temporary, path_)) {
     Fail("rewrite failed");
     fileSystem_->Remove(temporary);
     return false;
@@ -356,44 +350,27 @@ void CSDTFile::RememberLastTime(std::uint64_t offset, const void* records, int c
   lastTimeSize_ = static_cast<std::int64_t>(offset + std::uint64_t(count) * RecordSize());
 }
 
-bool CSDTFile::MarkAppend(std::uint64_t sizeBefore) {
-  if (!journal_) journal_ = fileSystem_->Open(JournalPath(), OpenMode::ReadWrite);
+bool CSDTFile::MarkAppend(cjd::AppendJournalEntry const& entry) {
+  const std::string journalPath = cjd::AppendJournalPath(path_);
+  if (!journal_) journal_ = fileSystem_->Open(journalPath, OpenMode::ReadWrite);
   if (!journal_) {
     FileSystem::clearErrorText();
-    journal_ = fileSystem_->Open(JournalPath(), OpenMode::CreateTruncate);
+    journal_ = fileSystem_->Open(journalPath, OpenMode::CreateTruncate);
   }
   if (!journal_) return Fail("cannot open journal");
-  JournalEntry entry;
-  std::memcpy(entry.magic, kJournalMagic, sizeof(kJournalMagic));
-  entry.sizeBefore = sizeBefore;
-  if (!journal_->WriteAt(0, &entry, sizeof(entry))) return Fail("cannot write journal");
+  if (!cjd::WriteAppendJournal(*journal_, entry)) return Fail("cannot write journal");
   return true;
 }
 
-bool CSDTFile::ClearAppendMark() {
-  const JournalEntry cleared{};
-  return journal_ && journal_->WriteAt(0, &cleared, sizeof(cleared));
-}
-
-// The size before an append that the journal marks as under way, or -1.
-std::int64_t CSDTFile::PendingAppendSizeBefore() {
-  std::unique_ptr<RandomAccessFile> journal = fileSystem_->Open(JournalPath(), OpenMode::ReadOnly);
-  if (!journal) {
-    FileSystem::clearErrorText();
-    return -1;
-  }
-  JournalEntry entry{};
-  const bool pending = journal->ReadAt(0, &entry, sizeof(entry)) == sizeof(entry) &&
-                       std::memcmp(entry.magic, kJournalMagic, sizeof(kJournalMagic)) == 0;
-  return pending ? static_cast<std::int64_t>(entry.sizeBefore) : -1;
+bool CSDTFile::ClearJournal() {
+  if (journal_ ? cjd::ClearAppendJournal(*journal_) : cjd::ClearAppendJournalOf(*fileSystem_, path_)) return true;
+  return Fail("cannot clear journal");
 }
 
 // An append that was cut short by the death of its process is undone.
 void CSDTFile::RollBackInterruptedAppend() {
   if (file_->Size() > visibleSize_ && !file_->Truncate(static_cast<std::uint64_t>(visibleSize_))) return;
-  std::unique_ptr<RandomAccessFile> journal = fileSystem_->Open(JournalPath(), OpenMode::ReadWrite);
-  const JournalEntry cleared{};
-  if (journal && journal->WriteAt(0, &cleared, sizeof(cleared))) visibleSize_ = -1;
+  if (cjd::ClearAppendJournalOf(*fileSystem_, path_)) visibleSize_ = -1;
 }
 
 bool CSDTFile::Fail(std::string const& what) {

@@ -35,6 +35,7 @@
 #include <string>
 #include <vector>
 
+#include "AppendJournal.h"
 #include "FileSystem.h"
 #include "TimeIndex.h"
 
@@ -92,8 +93,9 @@ class CSDTFile {
   bool HasWholeHeader(std::int64_t size);
   // Whole records in a file of `size` bytes.
   int CountRecords(std::int64_t size) const;
-  // The time of record total - 1, or nothing when it cannot be read.
-  std::optional<std::int32_t> LastRecordTime(int total);
+  // The time of record total - 1 of a file of `size` bytes, or nothing when
+  // it cannot be read.
+  std::optional<std::int32_t> LastRecordTime(int total, std::int64_t size);
   // Writes count records at index `total` (after the last whole record);
   // sizeBefore is the file's size when known (-1: asks for it).
   bool AppendRecords(int total, const void* records, int count, std::int64_t sizeBefore = -1);
@@ -126,11 +128,9 @@ class CSDTFile {
     std::size_t size;      // how many
   };
   void NoteWritten(WrittenBytes const& write, std::int64_t sizeBefore, std::int64_t sizeAfter);
-  bool MarkAppend(std::uint64_t sizeBefore);
-  bool ClearAppendMark();
-  std::int64_t PendingAppendSizeBefore();
+  bool MarkAppend(cjd::AppendJournalEntry const& entry);
+  bool ClearJournal();
   void RollBackInterruptedAppend();
-  std::string JournalPath() const { return path_ + ".journal"; }
   std::string TemporaryPath() const { return path_ + ".tmp"; }
 
   CSymbol* owner_;                          // not owned
@@ -139,10 +139,10 @@ class CSDTFile {
   std::string fileType_;                    // "Component Jet Data File"
   unsigned short version_;                  // written and required
   std::unique_ptr<RandomAccessFile> file_;  // null while closed
-  std::unique_ptr<RandomAccessFile> journal_;  // rollback journal, opened by the first append
+  std::unique_ptr<RandomAccessFile> journal_;  // append journal, opened by the first append
   bool readOnly_ = false;                   // how file_ was opened
   std::int64_t position_ = 0;               // stream position of Read/Write/Seek
-  std::int64_t visibleSize_ = -1;           // size before an unfinished append, or -1
+  std::int64_t visibleSize_ = -1;           // size before an append cut short, or -1
   std::uint64_t generation_ = 0;            // rewrites of path_ seen when it was opened
   std::atomic<std::uint64_t>* rewrites_ = nullptr;  // rewrites of path_ so far, shared by its objects
   std::int64_t lastTimeSize_ = -1;          // file size for which lastTime_ holds

@@ -78,7 +78,7 @@ void CSymbol::InsertData(int count, unsigned char* records) {
   const std::int64_t size = file_->FileSize();
   if (!file_->HasWholeHeader(size)) return;
   const int total = file_->CountRecords(size);
-  const std::optional<std::int32_t> lastTime = total > 0 ? file_->LastRecordTime(total) : std::nullopt;
+  const std::optional<std::int32_t> lastTime = total > 0 ? file_->LastRecordTime(total, size) : std::nullopt;
   if (total == 0 || (lastTime && RecordTime(batch) > *lastTime)) {
     file_->AppendRecords(total, batch, batchCount, size);
   } else {

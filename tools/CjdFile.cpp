@@ -6,15 +6,10 @@
 #include <cstdio>
 #include <cstring>
 
+#include "AppendJournal.h"
 #include "FileSystem.h"
 
 namespace {
-
-// The append journal beside a data file: a marker, then the file's size
-// before the append, while an append is under way.
-constexpr char kJournalSuffix[] = ".journal";
-constexpr char kJournalMagic[] = {'C', 'J', 'D', 'A', 'P', 'P', 'N', 'D'};
-constexpr std::size_t kJournalEntrySize = sizeof(kJournalMagic) + sizeof(std::uint64_t);
 
 constexpr std::size_t kScanChunkBytes = 1 << 20;  // records read at once by a scan
 constexpr std::size_t kNumberText = 32;           // room for any number as text
@@ -114,17 +109,12 @@ std::optional<std::int32_t> RecordTimeAt(CSymbol& symbol, int index) {
 }
 
 std::optional<std::uint64_t> PendingAppend(std::string const& path) {
-  auto journal = FileSystem::Default().Open(path + kJournalSuffix, OpenMode::ReadOnly);
-  if (!journal) {
+  auto file = FileSystem::Default().Open(path, OpenMode::ReadOnly);
+  if (!file) {
     FileSystem::clearErrorText();
     return std::nullopt;
   }
-  unsigned char entry[kJournalEntrySize] = {};
-  if (journal->ReadAt(0, entry, sizeof entry) != static_cast<std::int64_t>(sizeof entry) ||
-      std::memcmp(entry, kJournalMagic, sizeof kJournalMagic) != 0) {
-    return std::nullopt;
-  }
-  return ReadValue<std::uint64_t>(entry + sizeof kJournalMagic);
+  return cjd::InterruptedAppendSize(FileSystem::Default(), path, *file);
 }
 
 std::int64_t DiskSize(std::string const& path) {
