@@ -74,23 +74,20 @@ TEST(AppendixDataEdits, CutBufferMovesTheOffsetAndRelocDoesNot) {
 
 TEST(AppendixDataSearch, FindDataPositionsAndEnds) {
   Filled buffer("ab.\r\ncd ab\r\n");
-  int pos = -1;
-  int end = 0;
-  EXPECT_EQ(buffer.findData(pos, "ab", &end), 0);
-  EXPECT_EQ(pos, 0);
-  EXPECT_EQ(end, 2);
-  pos = 1;
-  EXPECT_EQ(buffer.findData(pos, "ab", &end), 0);
-  EXPECT_EQ(pos, 8);
-  EXPECT_EQ(end, 10);
-  EXPECT_EQ(buffer.findData(pos, "AB", &end), 1);   // case-sensitive
-  EXPECT_EQ(end, buffer.usedLength());
-  pos = buffer.usedLength();
-  EXPECT_EQ(buffer.findData(pos, "ab", &end), 1);
-  EXPECT_EQ(end, 0);
+  // "at <pos> to <end>" of a match from pos, or "none <end>".
+  auto find = [&](int pos, const char* pattern) {
+    int end = -2;
+    if (buffer.findData(pos, pattern, &end) != 0) return "none " + std::to_string(end);
+    return "at " + std::to_string(pos) + " to " + std::to_string(end);
+  };
+  EXPECT_EQ(find(-1, "ab"), "at 0 to 2");
+  EXPECT_EQ(find(1, "ab"), "at 8 to 10");
+  EXPECT_EQ(find(8, "AB"), "none 12");  // case-sensitive; end: the used length
+  EXPECT_EQ(find(12, "ab"), "none 0");
 
   // Only the first 40 bytes of a pattern are compared.
   Filled longText((std::string(40, 'p') + "tail").c_str());
+  int end = 0;
   EXPECT_EQ(longText.findData((std::string(40, 'p') + "other").c_str(), &end), 0);
   EXPECT_EQ(end, 40);
 }

@@ -2,17 +2,12 @@
 // a folder that export_generator wrote; a later dshost run reads the stored
 // symbols back, so everything reported must have reached the files.
 
-#include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstdint>
-#include <filesystem>
-#include <fstream>
-#include <sstream>
 #include <string>
 #include <vector>
+
+#include "ProgramRun.h"
 
 namespace {
 
@@ -26,12 +21,6 @@ constexpr char kPngSignature[] = "\x89PNG\r\n\x1a\n";
 constexpr std::size_t kPngWidthOffset = 16;   // IHDR: width, then height, big-endian
 constexpr std::size_t kPngHeightOffset = 20;
 
-struct Outcome {
-  int status;        // exit status, -1 when the program did not exit
-  std::string out;   // standard output
-  std::string err;   // standard error
-};
-
 // One line of export_generator --list.
 struct Listed {
   std::string file;    // data file name, kNoFile when missing
@@ -41,13 +30,6 @@ struct Listed {
   float firstClose = 0;
   float lastClose = 0;
 };
-
-std::string ReadFile(const fs::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
 
 std::vector<std::string> Split(const std::string& line, char separator) {
   std::vector<std::string> fields;
@@ -96,33 +78,20 @@ std::uint32_t BigEndianWord(const std::string& bytes, std::size_t offset) {
   return word;
 }
 
-class DshostImportTest : public ::testing::Test {
+class DshostImportTest : public ProgramTest {
  protected:
-  DshostImportTest()
-      : dir_(fs::temp_directory_path() / ("dshost_import_test_" + std::to_string(::getpid()))) {
-    fs::create_directories(dir_);
-  }
-  ~DshostImportTest() override { fs::remove_all(dir_); }
-
-  // Runs a shell command in the test's folder. The importer reads export
-  // times as local time; in UTC every generated moment exists exactly once.
-  Outcome run(const std::string& command) {
-    const std::string line = "cd '" + dir_.string() + "' && TZ=UTC " + command +
-                             " < /dev/null > stdout.txt 2> stderr.txt";
-    const int raw = std::system(line.c_str());
-    return {WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, ReadFile(dir_ / "stdout.txt"),
-            ReadFile(dir_ / "stderr.txt")};
-  }
-
   // dshost with its data in "data", under the provider of imported symbols.
+  // The importer reads export times as local time; in UTC every generated
+  // moment exists exactly once.
   Outcome dshost(const std::string& arguments) {
-    return run("'" DSHOST_PATH "' --module '" DATASTORE_MODULE_PATH
+    return run("TZ=UTC '" DSHOST_PATH "' --module '" DATASTORE_MODULE_PATH
                "' --data data --provider QUENDAL " + arguments);
   }
 
   // Writes the folder "export" and returns its listing.
   std::vector<Listed> generate(const std::string& arguments) {
-    const Outcome generated = run("'" EXPORT_GENERATOR_PATH "' --out export --list " + arguments);
+    const Outcome generated =
+        run("TZ=UTC '" EXPORT_GENERATOR_PATH "' --out export --list " + arguments);
     EXPECT_EQ(generated.status, 0) << generated.err;
     return ParseListing(generated.out);
   }
@@ -173,8 +142,6 @@ class DshostImportTest : public ::testing::Test {
     ASSERT_EQ(first.status, 0) << first.err;
     EXPECT_EQ(OnlyClose(first.out), entry.firstClose) << symbol;
   }
-
-  fs::path dir_;  // removed with the test
 };
 
 TEST_F(DshostImportTest, SampleImportReportsAndStoresEveryInstrumentWithData) {

@@ -1,104 +1,55 @@
 // The built dshost program driving the built module library, run as a user
 // runs it, in a folder of its own.
 
-#include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <filesystem>
-#include <fstream>
-#include <sstream>
 #include <string>
+
+#include "ProgramRun.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 
-struct Outcome {
-  int status;        // exit status, -1 when the program did not exit
-  std::string out;   // standard output
-  std::string err;   // standard error
-};
-
-std::string ReadFile(const fs::path& path) {
-  std::ifstream in(path);
-  std::ostringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
-
-class DshostTest : public ::testing::Test {
+class DshostTest : public ProgramTest {
  protected:
-  DshostTest() : dir_(fs::temp_directory_path() / ("dshost_test_" + std::to_string(::getpid()))) {
-    fs::create_directories(dir_);
-  }
-  ~DshostTest() override { fs::remove_all(dir_); }
-
-  // Runs dshost with arguments (shell words) in the test's folder, input on
-  // standard input, its data in the folder "data".
+  // dshost with arguments, its data in the folder "data".
   Outcome dshost(const std::string& arguments, const std::string& input = "") {
-    std::ofstream(dir_ / "stdin.txt") << input;
-    const std::string command = "cd '" + dir_.string() + "' && '" DSHOST_PATH
-                                "' --module '" DATASTORE_MODULE_PATH "' --data data " +
-                                arguments + " < stdin.txt > stdout.txt 2> stderr.txt";
-    const int raw = std::system(command.c_str());
-    return {WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, ReadFile(dir_ / "stdout.txt"),
-            ReadFile(dir_ / "stderr.txt")};
+    return run("'" DSHOST_PATH "' --module '" DATASTORE_MODULE_PATH "' --data data " + arguments,
+               input);
   }
-
-  fs::path dir_;  // removed with the test
 };
 
-const std::string kTicks =
-    "time,epoch,Value,Volume\n"
-    "2024-01-02T03:04:00Z,1704164640,1.1,1\n"
-    "2024-01-02T03:04:05Z,1704164645,1.0845,100\n"
-    "2024-01-02T03:04:06Z,1704164646,1.08451,5.5\n";
+const std::string kHeader = "time,epoch,Value,Volume\n";
+const std::string kRows[] = {"2024-01-02T03:04:00Z,1704164640,1.1,1\n",
+                             "2024-01-02T03:04:05Z,1704164645,1.0845,100\n",
+                             "2024-01-02T03:04:06Z,1704164646,1.08451,5.5\n"};
 
-TEST_F(DshostTest, GetPrintsWhatInsertStored) {
-  const Outcome insert = dshost("insert EUR/USD I0", kTicks);
+// What insert stored, get prints and count counts, every selection alike.
+TEST_F(DshostTest, GetAndCountSelectWhatInsertStored) {
+  const Outcome insert = dshost("insert EUR/USD I0", kHeader + kRows[0] + kRows[1] + kRows[2]);
   ASSERT_EQ(insert.status, 0) << insert.err;
   EXPECT_EQ(insert.out, "inserted 3 records\n");
-
-  const Outcome get = dshost("get EUR/USD I0");
-  ASSERT_EQ(get.status, 0) << get.err;
-  EXPECT_EQ(get.out, kTicks);
-
-  const Outcome count = dshost("count EUR/USD I0");
-  ASSERT_EQ(count.status, 0) << count.err;
-  EXPECT_EQ(count.out, "3\n");
-}
-
-TEST_F(DshostTest, SelectionsOfGetAndCountAgree) {
-  ASSERT_EQ(dshost("insert EUR/USD I0", kTicks).status, 0);
-  std::istringstream lines(kTicks);
-  std::string header, rows[3];
-  std::getline(lines, header);
-  header += '\n';
-  for (std::string& row : rows) {
-    std::getline(lines, row);
-    row += '\n';
-  }
   const struct {
     const char* selection;
     std::string expected;
   } kCases[] = {
-      {"--last 2", header + rows[1] + rows[2]},
-      {"--first 1", header + rows[0]},
-      {"--last 0", header},
+      {"", kHeader + kRows[0] + kRows[1] + kRows[2]},
+      {"--last 2", kHeader + kRows[1] + kRows[2]},
+      {"--first 1", kHeader + kRows[0]},
+      {"--last 0", kHeader},
       // The range leads with the last record before --from; --to is exclusive.
-      {"--from 2024-01-02T03:04:06Z --to 1704164646", header + rows[1]},
-      {"--from 1704164646", header + rows[1] + rows[2]},
+      {"--from 2024-01-02T03:04:06Z --to 1704164646", kHeader + kRows[1]},
+      {"--from 1704164646", kHeader + kRows[1] + kRows[2]},
   };
   for (const auto& c : kCases) {
+    SCOPED_TRACE(c.selection);
     const Outcome get = dshost(std::string("get EUR/USD I0 ") + c.selection);
-    ASSERT_EQ(get.status, 0) << c.selection << ": " << get.err;
-    EXPECT_EQ(get.out, c.expected) << c.selection;
+    ASSERT_EQ(get.status, 0) << get.err;
+    EXPECT_EQ(get.out, c.expected);
     const Outcome count = dshost(std::string("count EUR/USD I0 ") + c.selection);
-    ASSERT_EQ(count.status, 0) << c.selection << ": " << count.err;
+    ASSERT_EQ(count.status, 0) << count.err;
     const auto lines = std::count(c.expected.begin(), c.expected.end(), '\n');
-    EXPECT_EQ(count.out, std::to_string(lines - 1) + "\n") << c.selection;
+    EXPECT_EQ(count.out, std::to_string(lines - 1) + "\n");
   }
 }
 
@@ -134,7 +85,6 @@ TEST_F(DshostTest, BadArgumentsAndInputFailWithAMessage) {
       {"get EUR/USD I0 --from yesterday", "", 2, "bad time 'yesterday'"},
       {"frob", "", 2, "unknown command 'frob'"},
       {"insert EUR/USD I0", "epoch,Value,Volume\n1,2,3\n2,x,3\n", 1, "line 3: bad value 'x'"},
-      {"insert EUR/USD I0", "epoch,Value\n", 1, "line 1: missing column Volume"},
   };
   for (const auto& c : kCases) {
     const Outcome run = dshost(c.arguments, c.input);

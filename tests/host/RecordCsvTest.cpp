@@ -73,18 +73,6 @@ TEST(PeriodTest, RejectsAnythingElse) {
   }
 }
 
-TEST(PeriodTest, TicksHaveTwoViewsEveryOtherPeriodFive) {
-  const RecordLayout ticks = LayoutOf(kTicks);
-  EXPECT_EQ(ticks.views, (std::vector<std::string>{"Value", "Volume"}));
-  EXPECT_EQ(ticks.recordSize(), 12u);
-  for (const SYMBOL_PERIOD& period : {SYMBOL_PERIOD{'I', 1, 0}, kDaily, SYMBOL_PERIOD{'Y', 0, 0}}) {
-    const RecordLayout candles = LayoutOf(period);
-    EXPECT_EQ(candles.views,
-              (std::vector<std::string>{"Open", "High", "Low", "Close", "Volume"}));
-    EXPECT_EQ(candles.recordSize(), 24u);
-  }
-}
-
 TEST(SymbolRequestTest, DefaultCodeKeepsAsciiLettersAndDigits) {
   EXPECT_EQ(DefaultCode(u"EUR/USD"), "EURUSD");
   EXPECT_EQ(DefaultCode(u"ES.Z4 fut-2"), "ESZ4fut2");
@@ -170,34 +158,36 @@ TEST(TimeTest, RejectsMalformedAndOutOfRangeTimes) {
   }
 }
 
-TEST(CsvTest, TickRecordsRoundTrip) {
-  const RecordLayout layout = LayoutOf(kTicks);
-  const std::vector<unsigned char> records =
-      Pack({{1704164645, {1.0845f, 100.0f}},
-            {1704164646, {0.1f, 3.40282347e38f}},
-            {-1, {-0.0f, 1e-45f}}});
-  const std::string text = Write(layout, records);
-  EXPECT_EQ(text,
-            "time,epoch,Value,Volume\n"
-            "2024-01-02T03:04:05Z,1704164645,1.0845,100\n"
-            "2024-01-02T03:04:06Z,1704164646,0.1,3.4028235e+38\n"
-            "1969-12-31T23:59:59Z,-1,-0,1e-45\n");
-  std::vector<unsigned char> read;
-  ASSERT_EQ(ReadError(layout, text, &read), "");
-  EXPECT_EQ(read, records) << "bit for bit, the sign of zero included";
-}
-
-TEST(CsvTest, CandleRecordsRoundTrip) {
-  const RecordLayout layout = LayoutOf(kDaily);
-  const std::vector<unsigned char> records =
-      Pack({{1704153600, {1.1f, 1.25f, 1.0f, std::nextafter(1.2f, 2.0f), 12345678.0f}},
-            {1704240000, {1.2f, 1.3f, 1.15f, 1.29f, 0.0f}}});
-  const std::string text = Write(layout, records);
-  EXPECT_EQ(text.substr(0, text.find('\n')), "time,epoch,Open,High,Low,Close,Volume");
-  EXPECT_NE(text.find(",1.2000002,12345678\n"), std::string::npos) << text;
-  std::vector<unsigned char> read;
-  ASSERT_EQ(ReadError(layout, text, &read), "");
-  EXPECT_EQ(read, records);
+TEST(CsvTest, RecordsRoundTripBitForBit) {
+  const struct {
+    SYMBOL_PERIOD period;
+    std::vector<Row> rows;
+    const char* text;
+  } kCases[] = {
+      {kTicks,
+       {{1704164645, {1.0845f, 100.0f}},
+        {1704164646, {0.1f, 3.40282347e38f}},
+        {-1, {-0.0f, 1e-45f}}},
+       "time,epoch,Value,Volume\n"
+       "2024-01-02T03:04:05Z,1704164645,1.0845,100\n"
+       "2024-01-02T03:04:06Z,1704164646,0.1,3.4028235e+38\n"
+       "1969-12-31T23:59:59Z,-1,-0,1e-45\n"},
+      {kDaily,
+       {{1704153600, {1.1f, 1.25f, 1.0f, std::nextafter(1.2f, 2.0f), 12345678.0f}},
+        {1704240000, {1.2f, 1.3f, 1.15f, 1.29f, 0.0f}}},
+       "time,epoch,Open,High,Low,Close,Volume\n"
+       "2024-01-02T00:00:00Z,1704153600,1.1,1.25,1,1.2000002,12345678\n"
+       "2024-01-03T00:00:00Z,1704240000,1.2,1.3,1.15,1.29,0\n"},
+  };
+  for (const auto& c : kCases) {
+    const RecordLayout layout = LayoutOf(c.period);
+    const std::vector<unsigned char> records = Pack(c.rows);
+    const std::string text = Write(layout, records);
+    EXPECT_EQ(text, c.text);
+    std::vector<unsigned char> read;
+    ASSERT_EQ(ReadError(layout, text, &read), "");
+    EXPECT_EQ(read, records) << "the sign of zero included";
+  }
 }
 
 TEST(CsvTest, ReadsColumnsInAnyOrderAndCase) {

@@ -2,14 +2,13 @@
 
 #include <QComboBox>
 #include <QFileInfo>
-#include <QHeaderView>
 #include <QLabel>
 #include <QProgressBar>
 #include <QPushButton>
-#include <QScrollBar>
 #include <QTableWidget>
 #include <QTemporaryDir>
 #include <QTest>
+#include <array>
 #include <cstring>
 
 #include "Convertor.h"
@@ -24,14 +23,13 @@ using namespace dialog_test;
 void* const kContext = reinterpret_cast<void*>(0x5eed);
 constexpr HostWord kModuleHandle = 0x77;
 
-struct ButtonStates {
-  bool selectAll, deselect, invert, ok;
-  bool operator==(ButtonStates const&) const = default;
-};
+using ButtonStates = std::array<bool, 4>;  // select all, deselect, invert, OK enabled
 
-void PrintTo(ButtonStates const& s, std::ostream* out) {
-  *out << "{selectAll " << s.selectAll << ", deselect " << s.deselect << ", invert " << s.invert << ", ok "
-       << s.ok << "}";
+template <typename Record>
+Record RecordOf(HostCall const& call) {
+  Record record;
+  std::memcpy(&record, call.record.data(), sizeof record);
+  return record;
 }
 
 class ConvertorTest : public ::testing::Test {
@@ -70,15 +68,19 @@ class ConvertorTest : public ::testing::Test {
     convertor_.pressMenuItem(&item);
     ASSERT_NE(c().dialog, nullptr);
   }
+  void Click(QPushButton* button) { QTest::mouseClick(button, Qt::LeftButton); }
   ConvertorControls const& c() const { return convertor_.controls(); }
   QString cell(int row, int column) const { return c().table->item(row, column)->text(); }
+  QComboBox* priceTypeBox(int row) const {
+    return qobject_cast<QComboBox*>(c().table->cellWidget(row, CConvertor::kPriceTypeColumn));
+  }
   QStringList priceTypes(int row) const {
-    auto* box = qobject_cast<QComboBox*>(c().table->cellWidget(row, CConvertor::kPriceTypeColumn));
     QStringList texts;
-    for (int i = 0; i < box->count(); ++i) texts << box->itemText(i);
+    for (int i = 0; i < priceTypeBox(row)->count(); ++i) texts << priceTypeBox(row)->itemText(i);
     return texts;
   }
   int checkState(int row) const { return c().table->item(row, 0)->data(Qt::CheckStateRole).toInt(); }
+  QList<int> checkStates() const { return {checkState(0), checkState(1), checkState(5)}; }
   ButtonStates buttons() const {
     return {c().selectAllButton->isEnabled(), c().deselectButton->isEnabled(), c().invertButton->isEnabled(),
             c().okButton->isEnabled()};
@@ -91,16 +93,6 @@ class ConvertorTest : public ::testing::Test {
   QString chooserAnswer_;      // what it answers; empty: cancelled
 };
 
-TEST_F(ConvertorTest, SlotsAreDeclaredInTheirMetaObjectOrder) {
-  QStringList slotNames;
-  const QMetaObject& meta = CConvertor::staticMetaObject;
-  for (int i = meta.methodOffset(); i < meta.methodCount(); ++i) {
-    if (meta.method(i).methodType() == QMetaMethod::Slot) slotNames << meta.method(i).methodSignature();
-  }
-  EXPECT_EQ(slotNames, QStringList({"selectDir()", "readFile()", "closeConvertor()", "lineEditPressed()",
-                                    "unSelectAll()", "selectAll()", "inversAll()", "change(int,int)"}));
-}
-
 TEST_F(ConvertorTest, MenuEntryIsRegisteredThroughTheHostMenuProtocol) {
   convertor_.CreateMenuConvertor();
   const auto& calls = RecordingHost::instance().calls;
@@ -108,26 +100,20 @@ TEST_F(ConvertorTest, MenuEntryIsRegisteredThroughTheHostMenuProtocol) {
             (std::vector<unsigned int>{3001, 3002, 3001, 5503, 5500, 5508}));
   for (HostCall const& call : calls) EXPECT_EQ(call.context, kContext);
 
-  auto field = [](HostCall const& call, int offset) {
-    return std::string(reinterpret_cast<const char*>(&call.record[offset]));
+  auto fields = [](HostCall const& call) {
+    auto text = [&](int offset) { return std::string(reinterpret_cast<const char*>(&call.record[offset])); };
+    return text(0) + "|" + text(255) + "|" + text(510);
   };
-  for (int i : {0, 2}) {
-    EXPECT_EQ(field(calls[i], 0) + "|" + field(calls[i], 255) + "|" + field(calls[i], 510),
-              "MAINWINDOW|QUENDAL|");
-  }
-  EXPECT_EQ(field(calls[1], 0) + "|" + field(calls[1], 255) + "|" + field(calls[1], 510),
-            "MAINMENU|QUENDAL|quendalMainMenu");
-  INTERFACE_REQUEST_RECORD request;
-  std::memcpy(&request, calls[1].record.data(), sizeof request);
-  EXPECT_EQ(std::uint32_t{request.one}, 1u);
+  EXPECT_EQ(fields(calls[0]), "MAINWINDOW|QUENDAL|");
+  EXPECT_EQ(fields(calls[1]), "MAINMENU|QUENDAL|quendalMainMenu");
+  EXPECT_EQ(fields(calls[2]), "MAINWINDOW|QUENDAL|");
+  EXPECT_EQ(std::uint32_t{RecordOf<INTERFACE_REQUEST_RECORD>(calls[1]).one}, 1u);
 
-  MENU_PARENT_RECORD parent;
-  std::memcpy(&parent, calls[3].record.data(), sizeof parent);
+  const auto parent = RecordOf<MENU_PARENT_RECORD>(calls[3]);
   EXPECT_EQ(WideField(parent.parentKey, kHostWideNameUnits), u"C0030Propes");
   EXPECT_EQ(std::int32_t{parent.value0}, 0);
   EXPECT_EQ(std::int32_t{parent.value1}, 3);
-  mm_menu_item item;
-  std::memcpy(&item, calls[5].record.data(), sizeof item);
+  const auto item = RecordOf<mm_menu_item>(calls[5]);
   EXPECT_EQ(WideField(item.text, kHostWideNameUnits), u"tr:M0150...");
   EXPECT_EQ(HostWord{item.owner}, kModuleHandle);
 }
@@ -140,7 +126,7 @@ TEST_F(ConvertorTest, MenuPressWithoutHostContextDoesNothing) {
   EXPECT_TRUE(RecordingHost::instance().calls.empty());
 }
 
-TEST_F(ConvertorTest, DialogIsBuiltOnTheMainWindowWithEveryControlInPlace) {
+TEST_F(ConvertorTest, DialogOpensOnTheMainWindowWithOnlyBrowseAndRejectUsable) {
   QWidget mainWindow;
   RecordingHost::instance().mainWindowId = mainWindow.winId();
   Open();  // an empty directory: the table is cleared
@@ -152,56 +138,21 @@ TEST_F(ConvertorTest, DialogIsBuiltOnTheMainWindowWithEveryControlInPlace) {
   EXPECT_EQ(dialog->minimumSize(), QSize(420, 440));
   EXPECT_EQ(dialog->maximumSize(), QSize(420, 440));
   EXPECT_EQ(dialog->windowTitle(), "tr:M0150");
-  EXPECT_EQ(dialog->objectName(), "tr:M0150");
-  const Qt::WindowFlags hints = Qt::WindowTitleHint | Qt::WindowSystemMenuHint | Qt::WindowCloseButtonHint |
-                                Qt::MSWindowsFixedSizeDialogHint;
-  EXPECT_EQ(dialog->windowFlags() & hints, hints);
-
   EXPECT_EQ(c().label->text(), "tr:C0110:");
-  EXPECT_EQ(c().label->pos(), QPoint(10, 10));
-  EXPECT_EQ(c().label->width(), 250);
   EXPECT_EQ(c().directoryLine->text(), dir_.path());
-  struct Expected {
-    QWidget* widget;
-    QRect geometry;
-    QString text;
-    bool enabled;
-  };
-  const Expected controls[] = {{c().directoryLine, {10, 40, 355, 20}, dir_.path(), true},
-                               {c().browseButton, {370, 40, 40, 20}, "...", true},
-                               {c().table, {10, 80, 400, 240}, "", true},
-                               {c().selectAllButton, {10, 330, 120, 25}, "tr:M0177", false},
-                               {c().deselectButton, {150, 330, 120, 25}, "tr:C0042SelectOff", false},
-                               {c().invertButton, {290, 330, 120, 25}, "tr:C0111", false},
-                               {c().progressBar, {10, 365, 400, 20}, "", true},
-                               {c().okButton, {80, 400, 100, 25}, "tr:C0049Ok", false},
-                               {c().rejectButton, {240, 400, 100, 25}, "tr:Tr0019Reject", true}};
-  for (Expected const& e : controls) {
-    EXPECT_EQ(e.widget->geometry(), e.geometry) << e.text.toStdString();
-    EXPECT_EQ(e.widget->isEnabled(), e.enabled) << e.text.toStdString();
-    if (auto* button = qobject_cast<QPushButton*>(e.widget)) {
-      EXPECT_EQ(button->text(), e.text);
-    }
-  }
-
-  QTableWidget* table = c().table;
-  EXPECT_FALSE(table->showGrid());
-  EXPECT_EQ(table->selectionMode(), QAbstractItemView::NoSelection);
-  EXPECT_EQ(table->verticalScrollBarPolicy(), Qt::ScrollBarAlwaysOn);
-  EXPECT_EQ(table->verticalScrollBar()->contextMenuPolicy(), Qt::NoContextMenu);
-  EXPECT_EQ(table->horizontalScrollBar()->contextMenuPolicy(), Qt::NoContextMenu);
-  EXPECT_EQ(table->horizontalHeader()->sectionResizeMode(0), QHeaderView::Interactive);
+  const std::pair<QPushButton*, QString> texts[] = {
+      {c().browseButton, "..."},      {c().selectAllButton, "tr:M0177"}, {c().deselectButton, "tr:C0042SelectOff"},
+      {c().invertButton, "tr:C0111"}, {c().okButton, "tr:C0049Ok"},      {c().rejectButton, "tr:Tr0019Reject"}};
+  for (auto const& [button, text] : texts) EXPECT_EQ(button->text(), text);
+  EXPECT_TRUE(c().browseButton->isEnabled() && c().rejectButton->isEnabled());
+  EXPECT_EQ(buttons(), (ButtonStates{false, false, false, false}));
   QStringList headers;
-  for (int column = 0; column < table->columnCount(); ++column)
-    headers << table->horizontalHeaderItem(column)->text();
-  EXPECT_EQ(headers,
-            QStringList({"", "tr:C0028Name", "tr:M0176", "tr:Tra0010", "tr:Tra0011", "tr:C0075Type"}));
-  EXPECT_EQ(c().progressBar->alignment(), Qt::AlignCenter);
-  EXPECT_FALSE(convertor_.isLoading());
+  for (int i = 0; i < c().table->columnCount(); ++i) headers << c().table->horizontalHeaderItem(i)->text();
+  EXPECT_EQ(headers, QStringList({"", "tr:C0028Name", "tr:M0176", "tr:Tra0010", "tr:Tra0011", "tr:C0075Type"}));
 
   convertor_.pressMenuItem(nullptr);  // already open: the same dialog
   EXPECT_EQ(c().dialog, dialog);
-  QTest::mouseClick(c().rejectButton, Qt::LeftButton);
+  Click(c().rejectButton);
   EXPECT_FALSE(dialog->isVisible());
 }
 
@@ -210,14 +161,13 @@ TEST_F(ConvertorTest, TableListsTheEntriesAndHidesThoseWithoutData) {
   Open();
   ASSERT_EQ(c().table->rowCount(), 6);
   for (int row : {2, 3, 4}) EXPECT_TRUE(c().table->isRowHidden(row)) << row;
-  const QStringList expected[] = {{"EUR/USD", "D", "03.01.00", "04.01.00"},
-                                  {".DJI", "I  15", "29.02.00 09:30:00", "29.02.00 09:30:00"},
-                                  {"USD/JPY", "D", "31.12.99", "31.12.99"}};
-  const int visibleRows[] = {0, 1, 5};
-  for (int i = 0; i < 3; ++i) {
-    const int row = visibleRows[i];
+  const std::pair<int, QStringList> visible[] = {{0, {"EUR/USD", "D", "03.01.00", "04.01.00"}},
+                                                 {1, {".DJI", "I  15", "29.02.00 09:30:00", "29.02.00 09:30:00"}},
+                                                 {5, {"USD/JPY", "D", "31.12.99", "31.12.99"}}};
+  for (auto const& [row, texts] : visible) {
+    SCOPED_TRACE(row);
     EXPECT_FALSE(c().table->isRowHidden(row));
-    EXPECT_EQ(QStringList({cell(row, 1), cell(row, 2), cell(row, 3), cell(row, 4)}), expected[i]);
+    EXPECT_EQ(QStringList({cell(row, 1), cell(row, 2), cell(row, 3), cell(row, 4)}), texts);
     EXPECT_EQ(checkState(row), Qt::Checked);
     EXPECT_TRUE(c().table->item(row, 0)->flags() & Qt::ItemIsUserCheckable);
   }
@@ -233,24 +183,24 @@ TEST_F(ConvertorTest, SelectionButtonsFollowTheCheckStates) {
   EXPECT_EQ(checkState(0), Qt::Unchecked);
   EXPECT_EQ(buttons(), (ButtonStates{true, true, true, true}));  // some checked
 
-  QTest::mouseClick(c().selectAllButton, Qt::LeftButton);
+  Click(c().selectAllButton);
   EXPECT_EQ(checkState(0), Qt::Checked);
   EXPECT_EQ(buttons(), (ButtonStates{false, true, true, true}));
 
-  QTest::mouseClick(c().deselectButton, Qt::LeftButton);  // writes 2, sets the buttons as for none
-  for (int row : {0, 1, 5}) EXPECT_EQ(checkState(row), 2);
+  Click(c().deselectButton);  // writes 2, sets the buttons as for none
+  EXPECT_EQ(checkStates(), QList<int>({2, 2, 2}));
   EXPECT_EQ(buttons(), (ButtonStates{true, false, true, false}));
   convertor_.change(0, 3);  // another column: no recount
   EXPECT_EQ(buttons(), (ButtonStates{true, false, true, false}));
 
-  QTest::mouseClick(c().invertButton, Qt::LeftButton);
-  for (int row : {0, 1, 5}) EXPECT_EQ(checkState(row), Qt::Unchecked);
+  Click(c().invertButton);
+  EXPECT_EQ(checkStates(), QList<int>({0, 0, 0}));
   EXPECT_EQ(buttons(), (ButtonStates{true, false, true, false}));  // none checked
 
   ClickCheckBox(c().table, 1);
   EXPECT_EQ(buttons(), (ButtonStates{true, true, true, true}));
-  QTest::mouseClick(c().invertButton, Qt::LeftButton);
-  EXPECT_EQ(QList<int>({checkState(0), checkState(1), checkState(5)}), QList<int>({2, 0, 2}));
+  Click(c().invertButton);
+  EXPECT_EQ(checkStates(), QList<int>({2, 0, 2}));
   ClickCheckBox(c().table, 1);
   EXPECT_EQ(buttons(), (ButtonStates{false, true, true, true}));  // all checked
 }
@@ -268,7 +218,7 @@ TEST_F(ConvertorTest, DirectoryLineReadsADirectoryOrAsksForOne) {
   EXPECT_EQ(buttons(), (ButtonStates{false, false, false, false}));
 
   chooserAnswer_ = dir_.path();
-  QTest::mouseClick(c().browseButton, Qt::LeftButton);
+  Click(c().browseButton);
   EXPECT_EQ(c().table->rowCount(), 6);
   EXPECT_EQ(convertor_.currentDir(), dir_.path());
 
@@ -296,7 +246,7 @@ TEST_F(ConvertorTest, OkImportsTheCheckedRowsWhileTheDialogCannotBeClosed) {
   WriteExport();
   Open();
   ClickCheckBox(c().table, 5);  // USD/JPY stays out
-  qobject_cast<QComboBox*>(c().table->cellWidget(1, CConvertor::kPriceTypeColumn))->setCurrentIndex(1);
+  priceTypeBox(1)->setCurrentIndex(1);
   int maximum = 0;
   target_.onOpen = [&] {
     EXPECT_TRUE(convertor_.isBusy());
@@ -310,7 +260,7 @@ TEST_F(ConvertorTest, OkImportsTheCheckedRowsWhileTheDialogCannotBeClosed) {
     EXPECT_TRUE(c().dialog->isVisible());
     maximum = c().progressBar->maximum();
   };
-  QTest::mouseClick(c().okButton, Qt::LeftButton);
+  Click(c().okButton);
 
   EXPECT_EQ(maximum, QFileInfo(dir_.filePath("F1.dat")).size() + QFileInfo(dir_.filePath("F2.dat")).size());
   ASSERT_EQ(target_.opened.size(), 2u);
@@ -336,7 +286,7 @@ TEST_F(ConvertorTest, RowsTheStoreRefusesAreSkipped) {
   WriteExport();
   Open();
   target_.throwOnFirstInsert = true;
-  QTest::mouseClick(c().okButton, Qt::LeftButton);
+  Click(c().okButton);
   EXPECT_EQ(target_.opened.size(), 3u);
   EXPECT_EQ(target_.inserts.size(), 2u);  // the first one threw
   EXPECT_EQ(target_.closed.size(), 3u);   // its handle was closed all the same
@@ -345,7 +295,7 @@ TEST_F(ConvertorTest, RowsTheStoreRefusesAreSkipped) {
   refusing.refuseOpen = true;
   convertor_.setTarget(&refusing);
   Open();
-  QTest::mouseClick(c().okButton, Qt::LeftButton);
+  Click(c().okButton);
   EXPECT_EQ(refusing.opened.size(), 3u);
   EXPECT_TRUE(refusing.inserts.empty());
   EXPECT_TRUE(refusing.closed.empty());
@@ -356,7 +306,7 @@ TEST_F(ConvertorTest, DuplicateRowsReadTheirOwnFileWithTheFirstEntrysFields) {
   WriteDataFile(dir_.path(), 1, 24, {{1000103, 2.5f, 3, 2.25f, 2.75f, 1000}});
   WriteDataFile(dir_.path(), 2, 24, {{1000104, 4.5f, 5, 4.25f, 4.75f, 10}});
   Open();
-  QTest::mouseClick(c().okButton, Qt::LeftButton);
+  Click(c().okButton);
   ASSERT_EQ(target_.inserts.size(), 2u);
   EXPECT_EQ(target_.inserts[1].points,
             (std::vector<Candle>{{LocalSeconds(2000, 1, 4), 4.5f, 5, 4.25f, 4.75f, 10}}));
@@ -367,7 +317,7 @@ TEST_F(ConvertorTest, IndexWithoutDataFilesShowsNoRowYetOkImportsNothing) {
   Open();
   EXPECT_TRUE(c().table->isRowHidden(0) && c().table->isRowHidden(1));
   EXPECT_EQ(buttons(), (ButtonStates{false, true, true, true}));
-  QTest::mouseClick(c().okButton, Qt::LeftButton);
+  Click(c().okButton);
   EXPECT_TRUE(target_.opened.empty());
   EXPECT_FALSE(c().dialog->isVisible());
 }

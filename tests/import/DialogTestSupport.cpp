@@ -4,13 +4,12 @@
 
 #include <QApplication>
 #include <QDateTime>
-#include <QFile>
 #include <QStyle>
 #include <QStyleOptionViewItem>
 #include <QTableWidget>
 #include <QTest>
 #include <QTranslator>
-#include <bit>
+#include <algorithm>
 #include <cstring>
 #include <memory>
 #include <stdexcept>
@@ -19,28 +18,10 @@ namespace dialog_test {
 
 namespace {
 
-constexpr int kRecordSize = 53;
-constexpr int kSymbolBytes = 17;
 constexpr char kTranslationContext[] = "CTransImportTest";
 constexpr int kCandleSize = 24;
 
-// IEEE single to MBF: the exponent moves from bias 127 to 129, the sign to bit 23.
-std::uint32_t Mbf(float value) {
-  if (value == 0) return 0;
-  const auto word = std::bit_cast<std::uint32_t>(value);
-  const std::uint32_t exponent = ((word >> 23) & 0xFF) + 2;
-  return (exponent << 24) | ((word >> 31) << 23) | (word & 0x7FFFFF);
-}
-
-void Put(QByteArray& bytes, int offset, std::uint32_t value, int size) {
-  for (int i = 0; i < size; ++i) bytes[offset + i] = static_cast<char>((value >> (8 * i)) & 0xFF);
-}
-
-void WriteFile(QString const& path, QByteArray const& bytes) {
-  QFile file(path);
-  ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-  file.write(bytes);
-}
+void WriteFile(QString const& path, QByteArray const& bytes) { ASSERT_TRUE(WriteFileBytes(path, bytes)); }
 
 // Returns "tr:" + key for the test module's context, nothing for others.
 class KeyTranslator : public QTranslator {
@@ -56,32 +37,24 @@ std::unique_ptr<CModule> testModule;
 
 }  // namespace
 
-void WriteMaster(QString const& dir, std::vector<IndexRecord> const& records) {
-  QByteArray bytes(kRecordSize * static_cast<int>(records.size() + 1), '\0');
-  Put(bytes, 0, static_cast<std::uint32_t>(records.size()), 2);
+void WriteMaster(QString const& dir, std::vector<ExportIndexRecord> const& records) {
+  QByteArray bytes = EncodeMaster(records);
   for (std::size_t k = 0; k < records.size(); ++k) {
-    const IndexRecord& r = records[k];
-    const int at = kRecordSize * static_cast<int>(k + 1);
-    Put(bytes, at, r.fileNumber, 1);
-    Put(bytes, at + 3, r.recordLength, 1);
-    Put(bytes, at + 4, r.fieldCount, 1);
-    bytes[at + 33] = r.period;
-    Put(bytes, at + 34, static_cast<std::uint32_t>(r.intradaySize), 2);
-    std::memcpy(bytes.data() + at + 36, r.symbol.c_str(),
-                std::min<std::size_t>(r.symbol.size(), kSymbolBytes));
+    const int end = kMasterRecordSize * static_cast<int>(k + 2);
+    const int padding = kMasterSymbolSize - std::min<int>(records[k].symbol.size(), kMasterSymbolSize);
+    std::fill(bytes.begin() + end - padding, bytes.begin() + end, '\0');
   }
   WriteFile(dir + QStringLiteral("/MASTER"), bytes);
 }
 
 void WriteDataFile(QString const& dir, int fileNumber, int recordLength,
                    std::vector<std::vector<float>> const& rows) {
-  QByteArray bytes(recordLength * static_cast<int>(rows.size() + 1), '\0');
-  for (std::size_t r = 0; r < rows.size(); ++r) {
-    for (std::size_t k = 0; k < rows[r].size(); ++k) {
-      Put(bytes, recordLength * static_cast<int>(r + 1) + 4 * static_cast<int>(k), Mbf(rows[r][k]), 4);
-    }
+  std::vector<std::vector<std::uint32_t>> words;
+  for (auto const& row : rows) {
+    std::vector<std::uint32_t>& fields = words.emplace_back();
+    for (float value : row) fields.push_back(MbfWord(value));
   }
-  WriteFile(dir + QStringLiteral("/F%1.dat").arg(fileNumber), bytes);
+  WriteFile(dir + QStringLiteral("/F%1.dat").arg(fileNumber), EncodeDataFile(recordLength, words));
 }
 
 std::int32_t LocalSeconds(int year, int month, int day, int hour, int minute, int second) {
@@ -95,8 +68,7 @@ RecordingHost& RecordingHost::instance() {
   return host;
 }
 
-int RecordingHost::Callback(void* context, unsigned int message, HostArg a, HostArg b) {
-  (void)b;
+int RecordingHost::Callback(void* context, unsigned int message, HostArg a, HostArg) {
   RecordingHost& host = instance();
   std::size_t size = 0;
   if (message == HostMessage::GetInterface || message == HostMessage::GetMainMenu)

@@ -1,7 +1,6 @@
-// What the import dialog's tests share: export directories written byte by
-// byte, a host callback that records every call, the module standing for
-// GetModule() (its texts come back as "tr:" + key), and a store that records
-// what it is asked to do.
+// What the import dialog's tests share: export directories, a host callback
+// that records every call, the module standing for GetModule() (its texts come
+// back as "tr:" + key), and a store that records what it is asked to do.
 #ifndef DATASTORE_TESTS_IMPORT_DIALOGTESTSUPPORT_H_
 #define DATASTORE_TESTS_IMPORT_DIALOGTESTSUPPORT_H_
 
@@ -13,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "ExportWriter.h"
 #include "ImportTarget.h"
 #include "Module.h"
 
@@ -20,17 +20,8 @@ class QTableWidget;
 
 namespace dialog_test {
 
-struct IndexRecord {
-  int fileNumber;       // F<n>.dat
-  int recordLength;     // R
-  int fieldCount;       // four-byte fields per record
-  char period;          // 'D', 'I', ...
-  int intradaySize;     // for 'I'
-  std::string symbol;   // up to 16 characters
-};
-
-// MASTER with a header count of records.size().
-void WriteMaster(QString const& dir, std::vector<IndexRecord> const& records);
+// MASTER with a header count of records.size() and zero-padded symbols.
+void WriteMaster(QString const& dir, std::vector<ExportIndexRecord> const& records);
 // F<n>.dat: an R-byte header record, then one R-byte record per row of MBF fields.
 void WriteDataFile(QString const& dir, int fileNumber, int recordLength,
                    std::vector<std::vector<float>> const& rows);

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <QDateTime>
+#include <array>
 #include <chrono>
 
 #include "DataPoint.h"
@@ -12,7 +13,8 @@
 namespace {
 
 const QDate kDay(2015, 1, 2);
-const std::int32_t kDaySeconds = 1420156800;  // 2015-01-02 00:00 UTC
+const std::int32_t kDaySeconds = 1420156800;                    // 2015-01-02 00:00 UTC
+const std::int32_t kBarSeconds = kDaySeconds + 9 * 3600 + 1800;  // 09:30, the time of an intraday Row()
 
 IndexEntry Entry(ExportIndexRecord const& record) {
   IndexEntry entry{};
@@ -21,37 +23,23 @@ IndexEntry Entry(ExportIndexRecord const& record) {
   return entry;
 }
 
+template <typename Point>
+std::vector<Point> PointsOf(ConvertedInstrument const& converted) {
+  EXPECT_EQ(converted.pointSize, sizeof(Point));
+  std::vector<Point> points(converted.pointCount);
+  const std::size_t bytes = points.size() * sizeof(Point);
+  EXPECT_EQ(converted.points.size(), bytes);
+  std::memcpy(static_cast<void*>(points.data()), converted.points.data(), std::min(bytes, converted.points.size()));
+  return points;
+}
 std::vector<CCandleDataPoint> Candles(ConvertedInstrument const& converted) {
-  EXPECT_EQ(converted.pointSize, sizeof(CCandleDataPoint));
-  std::vector<CCandleDataPoint> candles(converted.pointCount);
-  std::memcpy(static_cast<void*>(candles.data()), converted.points.data(), candles.size() * sizeof(CCandleDataPoint));
-  return candles;
+  return PointsOf<CCandleDataPoint>(converted);
 }
 
-struct Prices {
-  float open, high, low, close, volume;
-  bool operator==(Prices const&) const = default;
-};
-
-std::ostream& operator<<(std::ostream& out, Prices const& p) {
-  return out << p.open << ' ' << p.high << ' ' << p.low << ' ' << p.close << ' ' << p.volume;
-}
-
+using Prices = std::array<float, 5>;  // open, high, low, close, volume
 Prices PricesOf(CCandleDataPoint const& c) { return {c.open, c.high, c.low, c.close, c.volume}; }
 
-class ConversionTest : public PinnedTimeZone {
- protected:
-  // Writes F1.dat with R = recordLength and converts it as `record` says.
-  ConvertedInstrument Convert(ExportIndexRecord record, std::vector<std::vector<std::uint32_t>> const& rows,
-                              bool expectConverted = true) {
-    record.fileNumber = 1;
-    dir.WriteData(1, record.recordLength, rows);
-    ConvertedInstrument converted;
-    EXPECT_EQ(ConvertInstrument(dir.path(), Entry(record), Entry(record), "Bid", converted), expectConverted);
-    return converted;
-  }
-  ExportDir dir;
-};
+const Prices kNoPrices{0, 0, 0, 0, 0};
 
 // Distinct values per field: field k holds 1.25 + k (price fields) so that
 // every map shows where it read from.
@@ -61,6 +49,25 @@ std::vector<std::uint32_t> Row(bool intraday, int fields) {
   while (int(row.size()) < fields) row.push_back(MbfWord(1.25f + float(row.size())));
   return row;
 }
+
+class ConversionTest : public PinnedTimeZone {
+ protected:
+  // Converts the file of `record` with its own layout.
+  bool ConvertFile(ExportIndexRecord const& record, ConvertedInstrument& out, QString const& priceType = "Bid",
+                   ConversionProgress const& progress = {}) {
+    return ConvertInstrument(dir.path(), Entry(record), Entry(record), priceType, out, progress);
+  }
+  // Writes F1.dat with R = recordLength and converts it as `record` says.
+  ConvertedInstrument Convert(ExportIndexRecord record, std::vector<std::vector<std::uint32_t>> const& rows,
+                              bool expectConverted = true) {
+    record.fileNumber = 1;
+    dir.WriteData(1, record.recordLength, rows);
+    ConvertedInstrument converted;
+    EXPECT_EQ(ConvertFile(record, converted), expectConverted);
+    return converted;
+  }
+  ExportDir dir;
+};
 
 // ---------------------------------------------------------------------------
 // Field maps.
@@ -78,32 +85,23 @@ TEST_F(ConversionTest, FieldMapsByLetterAndFieldCount) {
       {'W', 7, {2.25f, 3.25f, 4.25f, 5.25f, 6.25f}},
       {'M', 5, {4.25f, 2.25f, 3.25f, 4.25f, 5.25f}},
       {'Y', 6, {2.25f, 3.25f, 4.25f, 5.25f, 6.25f}},
-      {'D', 4, {0, 0, 0, 0, 0}},                       // no map: time only
-      {'D', 8, {0, 0, 0, 0, 0}},
+      {'D', 4, kNoPrices},  // no map: time only
+      {'D', 8, kNoPrices},
       {'I', 6, {5.25f, 3.25f, 4.25f, 5.25f, 6.25f}},
       {'I', 7, {3.25f, 4.25f, 5.25f, 6.25f, 7.25f}},
       {'I', 8, {3.25f, 4.25f, 5.25f, 6.25f, 7.25f}},
-      {'I', 5, {0, 0, 0, 0, 0}},
-      {'I', 9, {0, 0, 0, 0, 0}},
+      {'I', 5, kNoPrices},
+      {'I', 9, kNoPrices},
   };
   for (Case const& c : cases) {
     SCOPED_TRACE(testing::Message() << c.letter << c.fields);
     const bool intraday = c.letter == 'I';
-    const auto converted = Convert({1, 4 * c.fields, c.fields, c.letter, 5, "EURUSD"}, {Row(intraday, c.fields)});
-    const auto candles = Candles(converted);
+    const auto candles =
+        Candles(Convert({1, 4 * c.fields, c.fields, c.letter, 5, "EURUSD"}, {Row(intraday, c.fields)}));
     ASSERT_EQ(candles.size(), 1u);
     EXPECT_EQ(PricesOf(candles[0]), c.prices);
-    EXPECT_EQ(candles[0].time, kDaySeconds + (intraday ? 9 * 3600 + 30 * 60 : 0));
+    EXPECT_EQ(candles[0].time, intraday ? kBarSeconds : kDaySeconds);
   }
-}
-
-TEST_F(ConversionTest, PricesNearOneAreExact) {
-  const auto converted = Convert({1, 28, 7, 'D', 0, "EURUSD"},
-                                 {{MbfDate(kDay), MbfWord(1.25f), MbfWord(1.5f), MbfWord(0.75f), MbfWord(1.0f),
-                                   MbfWord(0.5f)}});
-  const auto candles = Candles(converted);
-  ASSERT_EQ(candles.size(), 1u);
-  EXPECT_EQ(PricesOf(candles[0]), (Prices{1.25f, 1.5f, 0.75f, 1.0f, 0.5f}));
 }
 
 TEST_F(ConversionTest, UnconvertiblePricesAreZero) {
@@ -120,8 +118,7 @@ TEST_F(ConversionTest, HeaderRecordIsNeverAPoint) {
   EXPECT_EQ(Convert({1, 28, 7, 'D', 0, "EURUSD"}, {Row(false, 7)}).pointCount, 1);
   dir.Write("F1.dat", EncodeDataFile(28, {Row(false, 7)}) + QByteArray(27, '\x81'));  // a partial record
   ConvertedInstrument converted;
-  ASSERT_TRUE(ConvertInstrument(dir.path(), Entry({1, 28, 7, 'D', 0, "X"}), Entry({1, 28, 7, 'D', 0, "X"}), "Bid",
-                                converted));
+  ASSERT_TRUE(ConvertFile({1, 28, 7, 'D', 0, "X"}, converted));
   EXPECT_EQ(converted.pointCount, 1);
   EXPECT_EQ(converted.points.size(), 24u);
 }
@@ -130,7 +127,7 @@ TEST_F(ConversionTest, TimesAreLocalToLocal) {
   const std::vector<std::vector<std::uint32_t>> rows = {
       {MbfDate(QDate(2000, 1, 1)), MbfTime(QTime(0, 0, 1))},
       {MbfDate(QDate(2000, 7, 1)), MbfTime(QTime(12, 0))},
-      {MbfDate(QDate(2000, 7, 1)), MbfTime(QTime(12, 0))},  // the same time twice
+      {MbfDate(QDate(2000, 7, 1)), MbfTime(QTime(12, 0))},   // the same time twice
       {MbfDate(QDate(2000, 3, 26)), MbfTime(QTime(1, 30))},  // the day the clocks go forward
       {MbfDate(QDate(2000, 3, 26)), MbfTime(QTime(2, 30))},  // inside the gap
       {MbfDate(QDate(2000, 3, 26)), MbfTime(QTime(3, 30))},
@@ -138,12 +135,12 @@ TEST_F(ConversionTest, TimesAreLocalToLocal) {
   Pin("CET-1CEST,M3.5.0,M10.5.0/3");
   const auto candles = Candles(Convert({1, 32, 8, 'I', 1, "EURUSD"}, rows));
   ASSERT_EQ(candles.size(), 6u);
-  EXPECT_EQ(candles[0].time, 946684801);          // both ends in winter time
-  EXPECT_EQ(candles[1].time, 962452800 - 3600);   // summer time is an hour further from 1970 local
+  EXPECT_EQ(candles[0].time, 946684801);         // both ends in winter time
+  EXPECT_EQ(candles[1].time, 962452800 - 3600);  // summer time is an hour further from 1970 local
   EXPECT_EQ(candles[2].time, candles[1].time);
-  EXPECT_EQ(candles[3].time, 954030600 + 3600);   // 00:30 UTC
-  EXPECT_EQ(candles[4].time, 0);                  // not a local moment
-  EXPECT_EQ(candles[5].time, 954034200 + 3600);   // 01:30 UTC, one hour after the record before the gap
+  EXPECT_EQ(candles[3].time, 954030600 + 3600);  // 00:30 UTC
+  EXPECT_EQ(candles[4].time, 0);                 // not a local moment
+  EXPECT_EQ(candles[5].time, 954034200 + 3600);  // 01:30 UTC, one hour after the record before the gap
 }
 
 TEST_F(ConversionTest, UnreadableDatesAndTimes) {
@@ -167,8 +164,7 @@ std::string TextAt(SYMBOL_NAME_PERIOD const& request, int offset) {
 }
 
 TEST_F(ConversionTest, SymbolRecordOfADailyEntry) {
-  const auto converted = Convert({1, 28, 7, 'D', 3, "ABC DEF"}, {Row(false, 7)});
-  const SYMBOL_NAME_PERIOD& request = converted.request;
+  const SYMBOL_NAME_PERIOD request = Convert({1, 28, 7, 'D', 3, "ABC DEF"}, {Row(false, 7)}).request;
   EXPECT_EQ(TextAt(request, 0), "CANDLE");
   EXPECT_EQ(TextAt(request, 255), "QUENDAL");
   EXPECT_EQ(TextAt(request, 510), "CANDLE_QUENDAL");
@@ -179,18 +175,13 @@ TEST_F(ConversionTest, SymbolRecordOfADailyEntry) {
   EXPECT_EQ(int{request.period.length}, 0);  // the size counts for 'I' only
   EXPECT_EQ(int{request.period.extra}, 0);
   EXPECT_EQ(std::memcmp(bytes + 1531, "\0\0\0\0\0\0\0\0", 8), 0);
-}
 
-TEST_F(ConversionTest, NamesAreCutAtTheFirstSpaceOnly) {
+  // Names are cut at the first space only; the price type to its field.
   EXPECT_EQ(NameOf(Convert({1, 28, 7, 'D', 0, "EUR/USD"}, {Row(false, 7)}).request), "EUR/USD");
-  EXPECT_EQ(NameOf(Convert({1, 28, 7, 'D', 0, "ABCDEFGHIJKLMNOPQ"}, {Row(false, 7)}).request), "ABCDEFGHIJKLMNOPQ");
-}
-
-TEST_F(ConversionTest, LongPriceTypeIsCutToTheField) {
-  dir.WriteData(1, 28, {Row(false, 7)});
-  const IndexEntry entry = Entry({1, 28, 7, 'D', 0, "EURUSD"});
+  EXPECT_EQ(NameOf(Convert({1, 28, 7, 'D', 0, "ABCDEFGHIJKLMNOPQ"}, {Row(false, 7)}).request),
+            "ABCDEFGHIJKLMNOPQ");
   ConvertedInstrument converted;
-  ASSERT_TRUE(ConvertInstrument(dir.path(), entry, entry, QString(300, 'x'), converted));
+  ASSERT_TRUE(ConvertFile({1, 28, 7, 'D', 0, "EURUSD"}, converted, QString(300, 'x')));
   EXPECT_EQ(TextAt(converted.request, 1275), std::string(254, 'x'));
 }
 
@@ -202,13 +193,11 @@ TEST_F(ConversionTest, IntradayEntriesKeepTheirSizeAndSizeZeroGivesTicks) {
 
   const auto ticks = Convert({1, 32, 8, 'I', 0, "EURUSD"}, {Row(true, 8), Row(true, 8)});
   EXPECT_EQ(int{ticks.request.period.length}, 0);
-  ASSERT_EQ(ticks.pointSize, sizeof(TickDataPoint));
-  ASSERT_EQ(ticks.points.size(), 2 * sizeof(TickDataPoint));
-  TickDataPoint tick;
-  std::memcpy(&tick, ticks.points.data() + sizeof tick, sizeof tick);
-  EXPECT_EQ(tick.time, kDaySeconds + 9 * 3600 + 30 * 60);
-  EXPECT_EQ(tick.value, 6.25f);   // close, field 5
-  EXPECT_EQ(tick.volume, 7.25f);  // volume, field 6
+  const auto points = PointsOf<TickDataPoint>(ticks);
+  ASSERT_EQ(points.size(), 2u);
+  EXPECT_EQ(points[1].time, kBarSeconds);
+  EXPECT_EQ(points[1].value, 6.25f);   // close, field 5
+  EXPECT_EQ(points[1].volume, 7.25f);  // volume, field 6
 }
 
 // Two entries with one symbol and period: the second row reads its own file
@@ -224,7 +213,7 @@ TEST_F(ConversionTest, DuplicateEntriesShareTheFirstEntrysLayout) {
   ConvertedInstrument converted;
   ASSERT_TRUE(ConvertInstrument(dir.path(), entries[1], entries[matched], "Ask", converted));
   const auto candles = Candles(converted);
-  ASSERT_EQ(candles.size(), 2u);                       // 3 x 24 bytes: entry 1's R
+  ASSERT_EQ(candles.size(), 2u);                                                 // 3 x 24 bytes: entry 1's R
   EXPECT_EQ(PricesOf(candles[1]), (Prices{2.25f, 3.25f, 4.25f, 5.25f, 6.25f}));  // 7 fields' map
 }
 
@@ -240,23 +229,22 @@ TEST_F(ConversionTest, HostileIndexRecordsStayInsideTheirBuffers) {
   auto candles = Candles(Convert({1, 255, 2, 'D', 0, "X"}, {Row(false, 63), Row(false, 63)}));
   ASSERT_EQ(candles.size(), 2u);
   EXPECT_EQ(candles[1].time, kDaySeconds);
-  EXPECT_EQ(PricesOf(candles[1]), (Prices{0, 0, 0, 0, 0}));
+  EXPECT_EQ(PricesOf(candles[1]), kNoPrices);
 
   // 255 fields in R = 8, and 0 fields.
   for (int fields : {255, 0}) {
     candles = Candles(Convert({1, 8, fields, 'I', 5, "X"}, {Row(true, 2)}));
     ASSERT_EQ(candles.size(), 1u);
-    EXPECT_EQ(candles[0].time, kDaySeconds + 9 * 3600 + 30 * 60);
+    EXPECT_EQ(candles[0].time, kBarSeconds);
   }
 
   // 8 fields in R = 8: the prices lie beyond the record and read as 0.
   candles = Candles(Convert({1, 8, 8, 'I', 5, "X"}, {Row(true, 2), Row(true, 2)}));
   ASSERT_EQ(candles.size(), 2u);
-  EXPECT_EQ(PricesOf(candles[1]), (Prices{0, 0, 0, 0, 0}));
+  EXPECT_EQ(PricesOf(candles[1]), kNoPrices);
 
   // R = 3: not even a whole date.
-  candles = Candles(Convert({1, 3, 5, 'D', 0, "X"}, {{0}, {0}}));
-  ASSERT_EQ(candles.size(), 2u);
+  EXPECT_EQ(Candles(Convert({1, 3, 5, 'D', 0, "X"}, {{0}, {0}})).size(), 2u);
 
   // R = 255 with 8 fields: the mapped fields come from the record's start.
   candles = Candles(Convert({1, 255, 8, 'I', 5, "X"}, {Row(true, 63)}));
@@ -265,11 +253,9 @@ TEST_F(ConversionTest, HostileIndexRecordsStayInsideTheirBuffers) {
 
 TEST_F(ConversionTest, FileNumberZeroAndMissingFiles) {
   dir.WriteData(0, 28, {Row(false, 7)});
-  const IndexEntry zero = Entry({0, 28, 7, 'D', 0, "X"});
   ConvertedInstrument converted;
-  EXPECT_TRUE(ConvertInstrument(dir.path(), zero, zero, "Bid", converted));
-  const IndexEntry missing = Entry({9, 28, 7, 'D', 0, "X"});
-  EXPECT_FALSE(ConvertInstrument(dir.path(), missing, missing, "Bid", converted));
+  EXPECT_TRUE(ConvertFile({0, 28, 7, 'D', 0, "X"}, converted));
+  EXPECT_FALSE(ConvertFile({9, 28, 7, 'D', 0, "X"}, converted));
   EXPECT_EQ(converted.pointCount, 0);
   EXPECT_TRUE(converted.points.empty());
 }
@@ -279,11 +265,10 @@ TEST_F(ConversionTest, FileNumberZeroAndMissingFiles) {
 
 TEST_F(ConversionTest, ProgressIsReportedOnceForASmallFile) {
   dir.WriteData(1, 28, {Row(false, 7), Row(false, 7)});
-  const IndexEntry entry = Entry({1, 28, 7, 'D', 0, "X"});
   std::vector<std::int64_t> reports;
   ConvertedInstrument converted;
-  ASSERT_TRUE(ConvertInstrument(dir.path(), entry, entry, "Bid", converted,
-                                [&](std::int64_t bytes) { reports.push_back(bytes); }));
+  ASSERT_TRUE(
+      ConvertFile({1, 28, 7, 'D', 0, "X"}, converted, "Bid", [&](std::int64_t bytes) { reports.push_back(bytes); }));
   EXPECT_EQ(reports, std::vector<std::int64_t>{3 * 28});
 }
 
@@ -298,13 +283,12 @@ TEST_F(ConversionTest, AMillionTicksReportProgressSparingly) {
                                   MbfWord(2.0f), 0});
   }
   dir.Write("F1.dat", file);
-  const IndexEntry entry = Entry({1, 32, 8, 'I', 0, "EURUSD"});
 
   std::vector<std::int64_t> reports;
   ConvertedInstrument converted;
   const auto start = std::chrono::steady_clock::now();
-  ASSERT_TRUE(ConvertInstrument(dir.path(), entry, entry, "Bid", converted,
-                                [&](std::int64_t bytes) { reports.push_back(bytes); }));
+  ASSERT_TRUE(ConvertFile({1, 32, 8, 'I', 0, "EURUSD"}, converted, "Bid",
+                          [&](std::int64_t bytes) { reports.push_back(bytes); }));
   const auto elapsed = std::chrono::steady_clock::now() - start;
   EXPECT_EQ(converted.pointCount, kPoints);
   ASSERT_FALSE(reports.empty());

@@ -8,6 +8,7 @@
 
 #include <QTemporaryDir>
 #include <algorithm>
+#include <bit>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -23,16 +24,9 @@
 // process's TZ afterwards.
 class PinnedTimeZone : public ::testing::Test {
  protected:
-  void SetUp() override {
-    if (const char* zone = std::getenv("TZ")) saved_ = zone;
-    Pin("UTC");
-  }
+  void SetUp() override { Pin("UTC"); }
   void TearDown() override {
-    if (saved_) {
-      setenv("TZ", saved_->c_str(), 1);
-    } else {
-      unsetenv("TZ");
-    }
+    saved_ ? setenv("TZ", saved_->c_str(), 1) : unsetenv("TZ");
     tzset();
   }
   static void Pin(const char* zone) {
@@ -41,20 +35,12 @@ class PinnedTimeZone : public ::testing::Test {
   }
 
  private:
-  std::optional<std::string> saved_;
+  const std::optional<std::string> saved_ =
+      std::getenv("TZ") ? std::optional<std::string>(std::getenv("TZ")) : std::nullopt;
 };
 
-inline float AsFloat(std::uint32_t word) {
-  float value;
-  std::memcpy(&value, &word, sizeof value);
-  return value;
-}
-
-inline std::uint32_t Bits(float value) {
-  std::uint32_t word;
-  std::memcpy(&word, &value, sizeof word);
-  return word;
-}
+inline float AsFloat(std::uint32_t word) { return std::bit_cast<float>(word); }
+inline std::uint32_t Bits(float value) { return std::bit_cast<std::uint32_t>(value); }
 
 // The MBF word of a date or time float given as its integer, e.g. 991231,
 // and the same word as the float the decoders take.

@@ -12,26 +12,16 @@ namespace {
 
 constexpr std::uint32_t kUntouched = 0xDEADBEEF;  // what dst held before a refused conversion
 
-// Converts the MBF word; nothing when refused (then dst must be untouched).
-std::optional<std::uint32_t> ToIeee(std::uint32_t mbf) {
-  float src = AsFloat(mbf);
+// Converts the word; nothing when refused (then dst must be untouched).
+std::optional<std::uint32_t> Convert(int (*convert)(float*, float*), std::uint32_t word) {
+  float src = AsFloat(word);
   float dst = AsFloat(kUntouched);
-  if (fmsbin2ieee(&src, &dst) != 0) {
-    EXPECT_EQ(Bits(dst), kUntouched);
-    return std::nullopt;
-  }
-  return Bits(dst);
+  if (convert(&src, &dst) == 0) return Bits(dst);
+  EXPECT_EQ(Bits(dst), kUntouched);
+  return std::nullopt;
 }
-
-std::optional<std::uint32_t> ToMbf(std::uint32_t ieee) {
-  float src = AsFloat(ieee);
-  float dst = AsFloat(kUntouched);
-  if (fieee2msbin(&src, &dst) != 0) {
-    EXPECT_EQ(Bits(dst), kUntouched);
-    return std::nullopt;
-  }
-  return Bits(dst);
-}
+std::optional<std::uint32_t> ToIeee(std::uint32_t mbf) { return Convert(fmsbin2ieee, mbf); }
+std::optional<std::uint32_t> ToMbf(std::uint32_t ieee) { return Convert(fieee2msbin, ieee); }
 
 TEST(MbfFloatTest, KnownWordsBothWays) {
   struct Case {
@@ -53,10 +43,8 @@ TEST(MbfFloatTest, KnownWordsBothWays) {
 // Exponent byte 0 is zero whatever follows; 1 and 2 lie below the normal
 // IEEE range.
 TEST(MbfFloatTest, SmallestExponents) {
-  for (std::uint32_t word : {0x00000000u, 0x00800000u, 0x00FFFFFFu}) EXPECT_EQ(ToIeee(word), 0u) << std::hex << word;
-  for (std::uint32_t word : {0x01000000u, 0x01800000u, 0x02FFFFFFu}) {
-    EXPECT_EQ(ToIeee(word), std::nullopt) << std::hex << word;
-  }
+  for (std::uint32_t word : {0x00000000u, 0x00800000u, 0x00FFFFFFu}) EXPECT_EQ(ToIeee(word), 0u) << word;
+  for (std::uint32_t word : {0x01000000u, 0x01800000u, 0x02FFFFFFu}) EXPECT_EQ(ToIeee(word), std::nullopt) << word;
 }
 
 TEST(MbfFloatTest, IeeeZerosDenormalsAndSpecials) {
@@ -64,11 +52,12 @@ TEST(MbfFloatTest, IeeeZerosDenormalsAndSpecials) {
   EXPECT_EQ(ToMbf(Bits(-0.0f)), 0u);
   EXPECT_EQ(ToMbf(0x00000001), std::nullopt);  // smallest denormal
   EXPECT_EQ(ToMbf(0x807FFFFF), std::nullopt);  // largest negative denormal
-  EXPECT_EQ(ToMbf(Bits(std::numeric_limits<float>::infinity())), std::nullopt);
-  EXPECT_EQ(ToMbf(Bits(-std::numeric_limits<float>::infinity())), std::nullopt);
-  EXPECT_EQ(ToMbf(Bits(std::numeric_limits<float>::quiet_NaN())), std::nullopt);
-  EXPECT_EQ(ToMbf(Bits(std::numeric_limits<float>::max())), std::nullopt);  // 2^127 range has no MBF exponent
-  EXPECT_EQ(ToMbf(Bits(std::ldexp(1.0f, 127))), std::nullopt);
+  using Limits = std::numeric_limits<float>;
+  // 2^127 and above have no MBF exponent.
+  for (float value : {Limits::infinity(), -Limits::infinity(), Limits::quiet_NaN(), Limits::max(),
+                      std::ldexp(1.0f, 127)}) {
+    EXPECT_EQ(ToMbf(Bits(value)), std::nullopt) << value;
+  }
   EXPECT_EQ(ToMbf(Bits(std::ldexp(1.0f, 126))), 0xFF000000u);   // largest MBF exponent
   EXPECT_EQ(ToMbf(Bits(-std::ldexp(1.0f, 126))), 0xFF800000u);
 }

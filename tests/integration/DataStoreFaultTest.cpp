@@ -4,9 +4,6 @@
 // no record it stored before.
 #include <sys/mount.h>
 
-#include <fstream>
-#include <sstream>
-
 #include "DataStoreFixture.h"
 
 namespace datastore_test {
@@ -15,19 +12,6 @@ namespace {
 constexpr char kSmallDiskOptions[] = "size=64k";
 constexpr int kFewRecords = 100;       // fits the small disk
 constexpr int kManyRecords = 10000;    // does not
-
-std::vector<Candle> Series(int count, std::int32_t first, float tag = 0) {
-  std::vector<Candle> candles;
-  for (int i = 0; i < count; ++i) candles.push_back(MakeCandle(first + 60 * i, tag));
-  return candles;
-}
-
-std::string FileText(const fs::path& path) {
-  std::ifstream in(path);
-  std::stringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
 
 // Sets or clears the immutable flag; false when the file system has none.
 bool SetImmutable(const fs::path& path, bool on) {
@@ -53,7 +37,7 @@ class DataStoreFaultTest : public DataStoreFixture {
     immutable_.push_back(path);
     return true;
   }
-  std::string Log() const { return FileText(tree_.log()); }
+  std::string Log() const { return ReadBytes(tree_.log()); }
 
   bool mounted_ = false;            // tmpfs on the data folder
   std::vector<fs::path> immutable_;  // flags to clear
@@ -121,9 +105,8 @@ TEST_F(DataStoreFaultTest, MissingConfigurationFolderMeansDefaults) {
   fs::remove_all(tree_.config());
   DataStoreSession& ds = restart();
   const HostWord handle = ds.open(SymbolParams{});
-  const std::vector<Candle> stored = Series(3, 1000);
-  ASSERT_EQ(ds.insert(handle, stored), 0);
-  EXPECT_EQ(ds.readAll<Candle>(handle), stored);
+  ASSERT_EQ(ds.insert(handle, Series(3)), 0);
+  EXPECT_EQ(ds.readAll<Candle>(handle), Series(3));
   EXPECT_TRUE(fs::exists(tree_.providerFolder()));
 }
 

@@ -39,9 +39,6 @@ bool IsWithin(const fs::path& path, const fs::path& folder) {
   return !relative.empty() && *relative.begin() != "..";
 }
 
-// True when path is a folder on the way to folder.
-bool LeadsTo(const fs::path& path, const fs::path& folder) { return IsWithin(folder, path); }
-
 }  // namespace
 
 void PrintTo(const Candle& c, std::ostream* out) {
@@ -58,9 +55,9 @@ Candle MakeCandle(std::int32_t time, float tag) {
   return Candle{time, base, base + 2, base - 1, base + 1, tag + 7};
 }
 
-std::vector<Candle> MakeCandles(std::initializer_list<std::int32_t> times, float tag) {
+std::vector<Candle> Series(int count, std::int32_t first, float tag) {
   std::vector<Candle> candles;
-  for (std::int32_t time : times) candles.push_back(MakeCandle(time, tag));
+  for (int i = 0; i < count; ++i) candles.push_back(MakeCandle(first + i * kStep, tag));
   return candles;
 }
 
@@ -80,8 +77,6 @@ SYMBOL_NAME_PERIOD_PATH ToRecord(const SymbolParams& params, const fs::path& fol
   CopyWide(reinterpret_cast<char*>(&record) + offsetof(SYMBOL_NAME_PERIOD_PATH, path), kHostWideNameUnits, folder.u16string());
   return record;
 }
-
-// ---------------------------------------------------------------------------
 
 TestTree::TestTree() {
   fs::create_directories(config());
@@ -107,8 +102,8 @@ std::vector<fs::path> TestTree::entriesOutside(const std::vector<fs::path>& fold
     const fs::path& path = entry.path();
     const bool library = path.parent_path() == root() &&
                          path.filename().string().starts_with(kLibraryPrefix);
-    const auto covers = [&](const fs::path& folder) {
-      return IsWithin(path, folder) || LeadsTo(path, folder);
+    const auto covers = [&](const fs::path& folder) {  // inside, or a folder on the way
+      return IsWithin(path, folder) || IsWithin(folder, path);
     };
     if (!library && std::none_of(allowed.begin(), allowed.end(), covers)) outside.push_back(path);
   }
@@ -125,8 +120,6 @@ std::vector<fs::path> TestTree::symbolFiles() const {
   std::sort(files.begin(), files.end());
   return files;
 }
-
-// ---------------------------------------------------------------------------
 
 DataStoreSession::DataStoreSession(TestTree& tree, const std::string& provider) {
   const std::string library = tree.copyLibrary();
@@ -170,8 +163,6 @@ int DataStoreSession::count(HostWord handle) {
   request.count = kEveryRecord;
   return send(M::GetDataCountSend, Arg(&request)) == 0 ? request.count : -1;
 }
-
-// ---------------------------------------------------------------------------
 
 CompletionSink::CompletionSink() {
   host_.setHandler(
@@ -245,8 +236,6 @@ int CompletionSink::receive(unsigned int message, HostArg a, HostArg b) {
   return 0;
 }
 
-// ---------------------------------------------------------------------------
-
 int ThreadCount() {
   const fs::directory_iterator tasks("/proc/self/task");
   return static_cast<int>(std::distance(fs::begin(tasks), fs::end(tasks)));
@@ -274,21 +263,12 @@ bool ThreadSleeps(pid_t tid) {
          stat[nameEnd + 2] == kSleepingState;
 }
 
-std::vector<std::string> ReadLines(const fs::path& file) {
-  std::ifstream in(file);
-  std::vector<std::string> lines;
-  for (std::string line; std::getline(in, line);) lines.push_back(line);
-  return lines;
-}
-
 std::string ReadBytes(const fs::path& file) {
   std::ifstream in(file, std::ios::binary);
   std::ostringstream bytes;
   bytes << in.rdbuf();
   return bytes.str();
 }
-
-// ---------------------------------------------------------------------------
 
 void DataStoreFixture::SetUp() {
   previousDirectory_ = fs::current_path();

@@ -39,11 +39,13 @@ namespace fs = std::filesystem;
 constexpr char kProvider[] = "Test";
 constexpr char kGameModeEvent[] = "Quendal Game Mode";
 constexpr char kDataStoreEvent[] = "DataStoreEvent";
-constexpr HostWord kModuleId = 0x5150;             // the handle the host assigns at registration
-constexpr unsigned int kGetDone = 9101;            // completion code of posted gets
-constexpr unsigned int kInsertDone = 9102;         // completion code of posted inserts
-constexpr std::chrono::seconds kWaitLimit{10};     // longest wait for something that must happen
+constexpr HostWord kModuleId = 0x5150;          // the handle the host assigns at registration
+constexpr unsigned int kGetDone = 9101;         // completion code of posted gets
+constexpr unsigned int kInsertDone = 9102;      // completion code of posted inserts
+constexpr std::chrono::seconds kWaitLimit{10};  // longest wait for something that must happen
 constexpr int kEveryRecord = std::numeric_limits<std::int32_t>::max();  // a count that counts all
+constexpr std::int32_t kFirstTime = 1000;       // time of the first record of a series
+constexpr std::int32_t kStep = 60;              // seconds between the records of a series
 
 enum GetMode : std::int32_t {
   kNewest = 0,     // the last count records
@@ -67,9 +69,16 @@ struct Tick {  // intraday period of length 0
 void PrintTo(const Candle& candle, std::ostream* out);
 void PrintTo(const Tick& tick, std::ostream* out);
 
+// Packed fields are passed by value: gtest's macros bind references.
+template <typename T>
+T Unpacked(T field) {
+  return field;
+}
+
 // A candle whose values all derive from its time and a tag.
 Candle MakeCandle(std::int32_t time, float tag = 0);
-std::vector<Candle> MakeCandles(std::initializer_list<std::int32_t> times, float tag = 0);
+// count candles kStep apart, the first at first.
+std::vector<Candle> Series(int count, std::int32_t first = kFirstTime, float tag = 0);
 
 // What a caller names when it opens a symbol.
 struct SymbolParams {
@@ -110,7 +119,7 @@ HostArg Arg(Record* record) {
 class TestTree {
  public:
   TestTree();
-  std::string copyLibrary();                       // a fresh copy of the library
+  std::string copyLibrary();  // a fresh copy of the library
   const fs::path& root() const { return files_.dir(); }
   fs::path config() const { return root() / "config"; }
   fs::path data() const { return root() / "data"; }
@@ -121,8 +130,7 @@ class TestTree {
   // Every file and folder of the tree that lies in none of the folders given,
   // apart from the library copies, the configuration and the log.
   std::vector<fs::path> entriesOutside(const std::vector<fs::path>& folders) const;
-  // Every stored symbol file (*.cjd) of the tree.
-  std::vector<fs::path> symbolFiles() const;
+  std::vector<fs::path> symbolFiles() const;  // every *.cjd of the tree, sorted
 
  private:
   LibraryCopy files_;  // the root; removed with the object
@@ -139,11 +147,10 @@ class DataStoreSession {
 
   ModuleHost& host() { return host_; }
   HostWord moduleAddress() { return reinterpret_cast<HostWord>(host_.moduleObject()); }
-  // Initialize, then 3007 and 3004, as a terminal starts a module.
-  void start();
+  void start();  // Initialize, then 3007 and 3004, as a terminal starts a module
   int send(unsigned int message, HostArg a = 0, HostArg b = 0) { return host_.send(message, a, b); }
 
-  int open(const SymbolParams& params, HostWord* handle);                          // 6001
+  int open(const SymbolParams& params, HostWord* handle);                              // 6001
   int openPath(const SymbolParams& params, const fs::path& folder, HostWord* handle);  // 6008
   HostWord open(const SymbolParams& params);  // 6001; records a failure and gives 0 if refused
 
@@ -181,7 +188,7 @@ class CompletionSink {
   struct Completion {
     unsigned int message = 0;             // kGetDone or kInsertDone
     HostArg address = 0;                  // a: the module's copy of the request
-    HostArg b = 0;                        // b
+    HostArg b = 0;
     std::thread::id thread;               // calling thread
     GET_SYMBOL_DATA_REQUEST get{};        // the copy, for kGetDone
     INSERT_SYMBOL_DATA_REQUEST insert{};  // the copy, for kInsertDone
@@ -196,9 +203,8 @@ class CompletionSink {
   HostWord context() { return reinterpret_cast<HostWord>(&host_); }
   void attach(GET_SYMBOL_DATA_REQUEST& request);     // completion by kGetDone here
   void attach(INSERT_SYMBOL_DATA_REQUEST& request);  // completion by kInsertDone here
-  // The next call waits inside the sink until release().
-  void holdNext();
-  bool waitHeld();  // true once a call waits; false after kWaitLimit
+  void holdNext();   // the next call waits inside the sink until release()
+  bool waitHeld();   // true once a call waits; false after kWaitLimit
   void release();
   // True once count calls arrived; false after limit.
   bool waitFor(std::size_t count, std::chrono::seconds limit = kWaitLimit);
@@ -215,19 +221,13 @@ class CompletionSink {
   bool holding_ = false;                 // a call waits for release()
 };
 
-// The number of threads of this process.
-int ThreadCount();
+int ThreadCount();  // the threads of this process
 // The same, once runtimes that start a helper thread along with the first
 // thread of the process (ThreadSanitizer does) have done so.
 int BaselineThreadCount();
-// Waits until check() is true; false after kWaitLimit.
-bool WaitUntil(const std::function<bool()>& check);
-// True when the thread tid of this process sleeps (waits on a lock or a condition).
-bool ThreadSleeps(pid_t tid);
-// The lines of a text file; empty when it cannot be read.
-std::vector<std::string> ReadLines(const fs::path& file);
-// The bytes of a file; empty when it cannot be read.
-std::string ReadBytes(const fs::path& file);
+bool WaitUntil(const std::function<bool()>& check);  // false if check() is not true in kWaitLimit
+bool ThreadSleeps(pid_t tid);  // the thread tid of this process waits on a lock or a condition
+std::string ReadBytes(const fs::path& file);  // empty when it cannot be read
 
 // Each test runs in a fresh tree, which is its working directory meanwhile.
 class DataStoreFixture : public ::testing::Test {

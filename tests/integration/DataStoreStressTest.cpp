@@ -22,7 +22,6 @@ constexpr int kEarlierOneIn = 8;           // one batch in this many lands among
 constexpr int kGetEvery = 2;               // a posted get after every this many inserts
 constexpr int kReadEvery = 5;              // a synchronous get and count after every this many
 constexpr int kMaxCapacity = 40;           // records a get asks for, at most
-constexpr std::int32_t kStep = 60;         // seconds between appended records
 constexpr std::uint32_t kSeed = 20240917;  // fixed: a failure can be replayed
 constexpr std::chrono::seconds kDrainLimit{300};  // longest wait for the worker to serve everything
 

@@ -17,6 +17,14 @@ class EventsTest : public ::testing::Test {
     host().calls.clear();
   }
   static ScriptedHost& host() { return ScriptedHost::instance(); }
+  // Copies the record of every `message` into `into`.
+  template <typename Record>
+  static void Capture(unsigned int message, Record& into) {
+    host().answers[message] = [&into](HostArg a, HostArg) {
+      into = *reinterpret_cast<Record*>(a);
+      return 0;
+    };
+  }
 };
 
 TEST_F(EventsTest, CreatingANameTwiceKeepsTheFirstHandle) {
@@ -63,38 +71,29 @@ TEST_F(EventsTest, EmitFillsNameAndHandleAndPassesTheEvent) {
 }
 
 TEST_F(EventsTest, NamesOf255OrMoreFillTheFieldWithoutTerminator) {
-  std::string sentName;
-  host().answers[HostMessage::CreateEvent] = [&sentName](HostArg a, HostArg) {
-    auto* record = reinterpret_cast<EVENT_CREATION_RECORD*>(a);
-    sentName.assign(record->name, sizeof(record->name));
-    return 0;
-  };
+  EVENT_CREATION_RECORD sent{};
+  Capture(HostMessage::CreateEvent, sent);
   TestModule().CreateEvent(QString(300, QChar('e')));
-  EXPECT_EQ(sentName, std::string(255, 'e'));
+  EXPECT_EQ(std::string(sent.name, sizeof sent.name), std::string(255, 'e'));
   TestModule().CreateEvent(QString(254, QChar('f')));
-  EXPECT_EQ(sentName, std::string(254, 'f') + '\0');
+  EXPECT_EQ(std::string(sent.name, sizeof sent.name), std::string(254, 'f') + '\0');
 }
 
 TEST_F(EventsTest, SubscriptionAndUnsubscriptionRecords) {
   EVENT_SUBSCRIPTION_RECORD subscription{};
   EVENT_UNSUBSCRIPTION_RECORD unsubscription{};
-  host().answers[HostMessage::SubscribeEvent] = [&](HostArg a, HostArg) {
-    subscription = *reinterpret_cast<EVENT_SUBSCRIPTION_RECORD*>(a);
-    return 0;
-  };
-  host().answers[HostMessage::UnsubscribeAll] = [&](HostArg a, HostArg) {
-    unsubscription = *reinterpret_cast<EVENT_UNSUBSCRIPTION_RECORD*>(a);
-    return 0;
-  };
+  Capture(HostMessage::SubscribeEvent, subscription);
+  Capture(HostMessage::UnsubscribeAll, unsubscription);
   TestModule().SubscribeEvent(QStringLiteral("Quendal Game Mode"));
   TestModule().UnSubscribeEvent();
+  const auto module = reinterpret_cast<HostWord>(&TestModule());
   EXPECT_STREQ(subscription.name, "Quendal Game Mode");
   EXPECT_EQ(std::uint32_t{subscription.zero}, 0u);
   EXPECT_EQ(HostWord{subscription.moduleHandle}, 77u);
-  EXPECT_EQ(HostWord{subscription.module}, reinterpret_cast<HostWord>(&TestModule()));
+  EXPECT_EQ(HostWord{subscription.module}, module);
   EXPECT_EQ(std::int32_t{subscription.minusOne}, -1);
   EXPECT_EQ(unsubscription.moduleHandle, 77u);
-  EXPECT_EQ(unsubscription.module, reinterpret_cast<HostWord>(&TestModule()));
+  EXPECT_EQ(unsubscription.module, module);
 }
 
 TEST_F(EventsTest, InterfaceNamesAreCutToTheFirstNamesLength) {
@@ -105,8 +104,7 @@ TEST_F(EventsTest, InterfaceNamesAreCutToTheFirstNamesLength) {
     *reinterpret_cast<HostWord*>(record->resultSlot) = 0xBEEF;
     return 0;
   };
-  EXPECT_EQ(TestModule().getInterface(QStringLiteral("ab"), QStringLiteral("123456789"),
-                                      QStringLiteral("z")),
+  EXPECT_EQ(TestModule().getInterface(QStringLiteral("ab"), QStringLiteral("123456789"), QStringLiteral("z")),
             0xBEEFu);
   const char* bytes = reinterpret_cast<const char*>(&sent);
   EXPECT_EQ(std::string(bytes, 3), std::string("ab\0", 3));

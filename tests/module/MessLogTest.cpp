@@ -6,10 +6,10 @@
 
 #include <QDir>
 #include <QFile>
-#include <QRegularExpression>
 #include <QStringList>
 #include <QTemporaryDir>
 #include <ctime>
+#include <memory>
 
 namespace {
 
@@ -22,141 +22,115 @@ QStringList ReadLines(QString const& path) {
   return lines;
 }
 
-// Runs a test inside a fresh temporary working directory and restores the old one.
-class WorkingDirectory {
- public:
-  WorkingDirectory() : previous_(QDir::currentPath()) { QDir::setCurrent(dir_.path()); }
-  ~WorkingDirectory() { QDir::setCurrent(previous_); }
-  WorkingDirectory(const WorkingDirectory&) = delete;
-  WorkingDirectory& operator=(const WorkingDirectory&) = delete;
+std::tm Local(int day, int month, int hour, int minute, int second) {
+  std::tm local{};
+  local.tm_mday = day;
+  local.tm_mon = month - 1;
+  local.tm_hour = hour;
+  local.tm_min = minute;
+  local.tm_sec = second;
+  return local;
+}
 
- private:
-  QTemporaryDir dir_;   // removed on destruction
-  QString previous_;    // restored on destruction
-};
-
+// A log of t.log in a temporary folder with the given threshold.
 class MessLogFile : public ::testing::Test {
  protected:
-  QString Path(char const* name) const { return dir_.filePath(QString::fromLatin1(name)); }
+  QString Path(char const* name = "t.log") const { return dir_.filePath(QString::fromLatin1(name)); }
+  QStringList Lines() const { return ReadLines(Path()); }
+  void Open(CriticalLevel level) {
+    log_ = std::make_unique<messLog>("T", "", level);
+    log_->setNameFile(Path());
+  }
 
   QTemporaryDir dir_;
+  std::unique_ptr<messLog> log_;
 };
 
 }  // namespace
 
-TEST(MessLogNames, ConstructorsDeriveOrKeepFileName) {
+TEST(MessLogNames, FileNameIsDerivedFromTheParentUnlessGiven) {
   messLog unnamed;
   EXPECT_EQ(unnamed.parentName(), "NoParent");
   EXPECT_EQ(unnamed.fileName(), "./Temp/NoParent.log");
   EXPECT_EQ(unnamed.level(), MESS_INFO);
+  EXPECT_EQ(messLog("CDataStoreModule").fileName(), "./Temp/CDataStoreModule.log");
 
-  messLog parent("CDataStoreModule");
-  EXPECT_EQ(parent.fileName(), "./Temp/CDataStoreModule.log");
-  EXPECT_EQ(parent.level(), 3);
-
-  messLog explicitName("DS", "./temp/dataStore.log", MESS_CRITICAL);
-  EXPECT_EQ(explicitName.parentName(), "DS");
-  EXPECT_EQ(explicitName.fileName(), "./temp/dataStore.log");
-  EXPECT_EQ(explicitName.level(), MESS_CRITICAL);
-}
-
-TEST(MessLogNames, ParentNameRenamesFileOnlyWhenAsked) {
   messLog log("DS", "./temp/dataStore.log", MESS_INFO);
+  EXPECT_EQ(log.fileName(), "./temp/dataStore.log");
   log.setParentName("Other", false);
   EXPECT_EQ(log.parentName(), "Other");
   EXPECT_EQ(log.fileName(), "./temp/dataStore.log");
   log.setParentName("Other", true);
   EXPECT_EQ(log.fileName(), "./Temp/Other.log");
-  log.setNameFile("x.log");
-  EXPECT_EQ(log.fileName(), "x.log");
-  EXPECT_EQ(log.createNameForParent(), "./Temp/Other.log");
 }
 
 TEST(MessLogFormat, ZeroPaddedDayMonthAndTime) {
-  std::tm march{};
-  march.tm_mday = 5;
-  march.tm_mon = 2;
-  march.tm_hour = 14;
-  march.tm_min = 7;
-  march.tm_sec = 9;
-  EXPECT_EQ(messLog::FormatLine(march, "opened"), "05.03 14.07.09 opened");
-
-  std::tm lastSecond{};
-  lastSecond.tm_mday = 31;
-  lastSecond.tm_mon = 11;
-  lastSecond.tm_hour = 23;
-  lastSecond.tm_min = 59;
-  lastSecond.tm_sec = 59;
-  EXPECT_EQ(messLog::FormatLine(lastSecond, ""), "31.12 23.59.59 ");
+  EXPECT_EQ(messLog::FormatLine(Local(5, 3, 14, 7, 9), "opened"), "05.03 14.07.09 opened");
+  EXPECT_EQ(messLog::FormatLine(Local(31, 12, 23, 59, 59), ""), "31.12 23.59.59 ");
 }
 
 TEST_F(MessLogFile, WritesOnlyLevelsUpToThreshold) {
-  messLog log("T", "", MESS_INFO);
-  log.setNameFile(Path("t.log"));
-  log.addMessage("too detailed", MESS_DEBUG);
-  EXPECT_FALSE(QFile::exists(Path("t.log")));
-  log.addMessage("at threshold", MESS_INFO);
-  log.addMessage("critical", MESS_CRITICAL);
-  log.addMessage("negative", static_cast<CriticalLevel>(-1));  // signed: below every level
-  QStringList const lines = ReadLines(Path("t.log"));
+  Open(MESS_INFO);
+  log_->addMessage("too detailed", MESS_DEBUG);
+  EXPECT_FALSE(QFile::exists(Path()));
+  log_->addMessage("at threshold", MESS_INFO);
+  log_->addMessage("critical", MESS_CRITICAL);
+  log_->addMessage("negative", static_cast<CriticalLevel>(-1));  // signed: below every level
+  const QStringList lines = Lines();
   ASSERT_EQ(lines.size(), 3);
   EXPECT_TRUE(lines[0].endsWith(" at threshold"));
   EXPECT_TRUE(lines[2].endsWith(" negative"));
-}
 
-TEST_F(MessLogFile, NegativeThresholdDropsEvenCritical) {
-  messLog log("T", "", static_cast<CriticalLevel>(-1));
-  log.setNameFile(Path("t.log"));
-  log.addMessage("dropped", MESS_CRITICAL);
-  EXPECT_FALSE(QFile::exists(Path("t.log")));
+  Open(static_cast<CriticalLevel>(-1));  // a negative threshold drops even critical lines
+  log_->addMessage("dropped", MESS_CRITICAL);
+  EXPECT_EQ(Lines().size(), 3);
 }
 
 TEST_F(MessLogFile, LineCarriesTodaysLocalTimestamp) {
-  messLog log("T", "", MESS_INFO);
-  log.setNameFile(Path("t.log"));
-  std::time_t const before = std::time(nullptr);
-  log.addMessage("started", MESS_INFO);
-  std::time_t const after = std::time(nullptr);
-  QStringList const lines = ReadLines(Path("t.log"));
-  ASSERT_EQ(lines.size(), 1);
-  QRegularExpression const shape("^\\d\\d\\.\\d\\d \\d\\d\\.\\d\\d\\.\\d\\d started$");
-  EXPECT_TRUE(shape.match(lines[0]).hasMatch()) << lines[0].toStdString();
-  std::tm local{};
+  Open(MESS_INFO);
+  const std::time_t before = std::time(nullptr);
+  log_->addMessage("started", MESS_INFO);
+  const std::time_t after = std::time(nullptr);
   QStringList stamps;
   for (std::time_t t : {before, after}) {
+    std::tm local{};
     localtime_r(&t, &local);
     stamps << messLog::FormatLine(local, "started");
   }
+  const QStringList lines = Lines();
+  ASSERT_EQ(lines.size(), 1);
   EXPECT_TRUE(stamps.contains(lines[0])) << lines[0].toStdString();
 }
 
 TEST_F(MessLogFile, PrintDataAppendsAndSkipsWhatItCannotWrite) {
-  QFile existing(Path("t.log"));
+  QFile existing(Path());
   ASSERT_TRUE(existing.open(QIODevice::WriteOnly));
   existing.write("kept\n");
   existing.close();
 
-  messLog log("T", "", MESS_INFO);
-  log.setNameFile(Path("t.log"));
-  log.printData("one");
-  log.printData("two");
-  EXPECT_EQ(ReadLines(Path("t.log")), (QStringList{"kept", "one", "two"}));
+  Open(MESS_INFO);
+  log_->printData("one");
+  log_->printData("two");
+  EXPECT_EQ(Lines(), (QStringList{"kept", "one", "two"}));
 
-  log.setNameFile(Path("missing/t.log"));  // the folder is not created
-  log.printData("lost");
+  log_->setNameFile(Path("missing/t.log"));  // the folder is not created
+  log_->printData("lost");
   EXPECT_FALSE(QFile::exists(Path("missing/t.log")));
-
-  log.setNameFile(QString());
-  log.printData("nowhere");
+  log_->setNameFile(QString());
+  log_->printData("nowhere");
 }
 
 TEST(MessLogDerivedFile, WritesIntoTempFolderOfWorkingDirectory) {
-  WorkingDirectory cwd;
-  ASSERT_TRUE(QDir().mkdir("Temp"));
+  QTemporaryDir dir;
+  const QString previous = QDir::currentPath();
+  QDir::setCurrent(dir.path());  // restored before any assertion can return
+  const bool made = QDir().mkdir("Temp");
   messLog log("CDataStoreModule");
   log.addMessage("hidden", MESS_DEBUG);
   log.addMessage("shown", MESS_INFO);
-  QStringList const lines = ReadLines("Temp/CDataStoreModule.log");
+  const QStringList lines = ReadLines("Temp/CDataStoreModule.log");
+  QDir::setCurrent(previous);
+  ASSERT_TRUE(made);
   ASSERT_EQ(lines.size(), 1);
   EXPECT_TRUE(lines[0].endsWith(" shown"));
 }

@@ -6,13 +6,15 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstddef>
 #include <cstdlib>
 #include <iterator>
+#include <string>
 #include <string_view>
 #include <vector>
 
 namespace {
+
+using namespace std::string_literals;
 
 constexpr unsigned short kSentinel = 0xBEEF;  // marks units a call must not touch
 
@@ -35,32 +37,29 @@ coreUncStringType Record(std::vector<unsigned short> const& units, std::uint32_t
   return coreUncStringType{length, charSize, reinterpret_cast<HostWord>(units.data())};
 }
 
-// The record's fields by value: gtest binds its arguments by reference, which
-// a packed field does not allow.
-std::uint32_t Length(CUnicodeStringData const& s) { return s.record().length; }
-unsigned CharSize(CUnicodeStringData const& s) { return s.record().charSize; }
-HostWord Data(CUnicodeStringData const& s) { return s.record().data; }
-
-unsigned char const* RecordBytes(CUnicodeStringData const& s) {
-  return reinterpret_cast<unsigned char const*>(s.record().data);
+// The record as "<length>x<charSize>:<its bytes>", "...:null" without data.
+std::string RecordText(CUnicodeStringData const& s) {
+  const coreUncStringType& r = s.record();
+  const std::size_t size = std::size_t{r.length} * r.charSize;
+  const auto* data = reinterpret_cast<const char*>(r.data);
+  return std::to_string(r.length) + "x" + std::to_string(r.charSize) + ":" +
+         (data == nullptr ? "null"s : std::string(data, size));
 }
 
-QString Text(unsigned short const* units) {
-  return QString::fromUtf16(reinterpret_cast<char16_t const*>(units));
-}
-
+QString Text(unsigned short const* units) { return QString::fromUtf16(reinterpret_cast<char16_t const*>(units)); }
 QString BufferText(CUnicodeStringData const& s) { return Text(s.buffer()); }
+
+template <std::size_t N>
+void Fill(unsigned short (&units)[N]) {
+  std::fill(std::begin(units), std::end(units), kSentinel);
+}
 
 }  // namespace
 
-TEST(UnicodeStringData, PackedLayoutAndEmptyStart) {
+TEST(UnicodeStringData, StartsInlineAndEmpty) {
   CUnicodeStringData s;
-  auto const* base = reinterpret_cast<unsigned char const*>(&s);
-  EXPECT_EQ(reinterpret_cast<unsigned char const*>(&s.record()) - base, 1);
-  EXPECT_EQ(reinterpret_cast<unsigned char const*>(s.buffer()) - base,
-            static_cast<std::ptrdiff_t>(1 + sizeof(coreUncStringType)));
-  EXPECT_EQ(*base, 1);  // the form flag: inline
-  EXPECT_EQ(Data(s), 0u);
+  EXPECT_EQ(*reinterpret_cast<unsigned char const*>(&s), 1);  // the form flag: inline
+  EXPECT_EQ(RecordText(s), "0x0:null");
   for (int i = 0; i < CUnicodeStringData::kBufferUnits; ++i) ASSERT_EQ(s.buffer()[i], 0) << i;
 }
 
@@ -69,15 +68,14 @@ TEST(UnicodeStringData, InlineAssignmentKeeps999UnitsAndTerminator) {
   CUnicodeStringData s;
   s = source.data();
   EXPECT_TRUE(s.isInline());
-  for (int i = 0; i < 999; ++i) ASSERT_EQ(s.buffer()[i], source[i]) << i;
+  EXPECT_TRUE(std::equal(source.begin(), source.begin() + 999, s.buffer()));
   EXPECT_EQ(s.buffer()[999], 0);
 
   s = static_cast<unsigned short const*>(nullptr);
   EXPECT_EQ(s.buffer()[0], 0);
 
-  std::vector<unsigned short> const shorter = Units(u"abc");
   s = source.data();
-  s = shorter.data();  // the longer old text is zeroed, not left behind
+  s = Units(u"abc").data();  // the longer old text is zeroed, not left behind
   EXPECT_EQ(BufferText(s), "abc");
   EXPECT_EQ(s.buffer()[4], 0);
 
@@ -90,26 +88,20 @@ TEST(UnicodeStringData, RecordAssignmentCopiesOrStaysEmpty) {
   CUnicodeStringData s;
   s = Record(source, 4);
   EXPECT_FALSE(s.isInline());
-  ASSERT_EQ(Length(s), 4u);
-  EXPECT_EQ(CharSize(s), 2u);
-  EXPECT_NE(Data(s), reinterpret_cast<HostWord>(source.data()));
+  EXPECT_NE(HostWord{s.record().data}, reinterpret_cast<HostWord>(source.data()));
   source[0] = u'z';  // the copy is the object's own
-  EXPECT_EQ(RecordBytes(s)[0], 'a');
+  EXPECT_EQ(RecordText(s), "4x2:a\0b\0c\0d\0"s);
 
-  for (coreUncStringType const& empty :
-       {Record(source, 0), Record(source, 4, 0), coreUncStringType{4, 2, 0}}) {
+  for (coreUncStringType const& empty : {Record(source, 0), Record(source, 4, 0), coreUncStringType{4, 2, 0}}) {
     s = Record(source, 4);
     s = empty;
     EXPECT_FALSE(s.isInline());
-    EXPECT_EQ(Length(s), 0u);
-    EXPECT_EQ(CharSize(s), 0u);
-    EXPECT_EQ(Data(s), 0u);
+    EXPECT_EQ(RecordText(s), "0x0:null");
   }
 
   s = Record(source, 4);
   s = s.record();  // from its own record
-  ASSERT_EQ(Length(s), 4u);
-  EXPECT_EQ(RecordBytes(s)[0], 'z');
+  EXPECT_EQ(RecordText(s), "4x2:z\0b\0c\0d\0"s);
 }
 
 TEST(UnicodeStringData, CopiesAreDeep) {
@@ -118,61 +110,51 @@ TEST(UnicodeStringData, CopiesAreDeep) {
   recordForm = Record(source, 3);
   CUnicodeStringData copy(recordForm);
   EXPECT_FALSE(copy.isInline());
-  ASSERT_EQ(Length(copy), 3u);
-  EXPECT_NE(Data(copy), Data(recordForm));
-  EXPECT_EQ(RecordBytes(copy)[2], 'b');
+  EXPECT_NE(HostWord{copy.record().data}, HostWord{recordForm.record().data});
+  EXPECT_EQ(RecordText(copy), "3x2:a\0b\0c\0"s);
 
   CUnicodeStringData inlineForm;
   inlineForm = source.data();
   copy = inlineForm;  // takes the inline form and drops the record
   EXPECT_TRUE(copy.isInline());
-  EXPECT_EQ(Data(copy), 0u);
+  EXPECT_EQ(RecordText(copy), "0x0:null");
   EXPECT_EQ(BufferText(copy), "abc");
 
   copy = copy;
   EXPECT_EQ(BufferText(copy), "abc");
 }
 
-TEST(UnicodeStringData, RawSetInline) {
+TEST(UnicodeStringData, RawSetCopiesBytesAndCutsTheInlineFormAtTheLastUnit) {
   CUnicodeStringData s;
   EXPECT_EQ(s.set(0, 2, static_cast<void const*>("x")), 0);
   EXPECT_EQ(s.set(1, 0, static_cast<void const*>("x")), 0);
 
-  char const bytes[] = "a\0b\0c\0";
-  EXPECT_EQ(s.set(3, 2, static_cast<void const*>(bytes)), 1);
+  EXPECT_EQ(s.set(3, 2, static_cast<void const*>("a\0b\0c\0")), 1);
   EXPECT_EQ(BufferText(s), "abc");
-  EXPECT_EQ(Data(s), 0u);
+  EXPECT_EQ(RecordText(s), "0x0:null");
 
   std::vector<unsigned short> const longer = Alphabet(1200);
   EXPECT_EQ(s.set(1200, 2, static_cast<void const*>(longer.data())), 1);
   EXPECT_EQ(s.buffer()[998], longer[998]);
   EXPECT_EQ(s.buffer()[999], 0);
-
   EXPECT_EQ(s.set(1000, 2, static_cast<void const*>(longer.data())), 1);  // fits exactly
   EXPECT_EQ(s.buffer()[999], longer[999]);
-}
 
-TEST(UnicodeStringData, RawSetRecord) {
   std::vector<unsigned short> const source = Units(u"abc");
-  CUnicodeStringData s;
   s = Record(source, 1);  // switches to the record form
   EXPECT_EQ(s.set(3, 2, static_cast<void const*>(source.data())), 1);
-  ASSERT_EQ(Length(s), 3u);
-  EXPECT_EQ(CharSize(s), 2u);
-  EXPECT_EQ(RecordBytes(s)[4], 'c');
+  EXPECT_EQ(RecordText(s), "3x2:a\0b\0c\0"s);
   EXPECT_EQ(s.buffer()[0], 0);
 }
 
-TEST(UnicodeStringData, UnitSetInlineTruncation) {
+TEST(UnicodeStringData, UnitSetTerminatesTheInlineFormAtTheLength) {
   std::vector<unsigned short> const source = Alphabet(1200);
   CUnicodeStringData s;
   EXPECT_EQ(s.set(1000, 2, source.data()), 1);
   EXPECT_EQ(s.buffer()[998], source[998]);
   EXPECT_EQ(s.buffer()[999], 0);  // the terminator overwrote the 1000th
-
   EXPECT_EQ(s.set(5, 2, source.data()), 1);
   EXPECT_EQ(BufferText(s), "abcde");
-
   EXPECT_EQ(s.set(0, 2, source.data()), 0);
   EXPECT_EQ(s.buffer()[0], 0);
 }
@@ -183,14 +165,9 @@ TEST(UnicodeStringData, UnitSetRecordRepeatsLowByteOfFirstCharacter) {
   CUnicodeStringData s;
   s = Record(start, 1);
   ASSERT_EQ(s.set(3, 2, source.data()), 1);
-  ASSERT_EQ(Length(s), 3u);
-  EXPECT_EQ(CharSize(s), 2u);
-  std::vector<unsigned char> const twoBytes(RecordBytes(s), RecordBytes(s) + 6);
-  EXPECT_EQ(twoBytes, (std::vector<unsigned char>{0x42, 0, 0x42, 0, 0x42, 0}));
-
+  EXPECT_EQ(RecordText(s), "3x2:\x42\0\x42\0\x42\0"s);
   ASSERT_EQ(s.set(2, 3, reinterpret_cast<QChar const*>(source.data())), 1);
-  std::vector<unsigned char> const threeBytes(RecordBytes(s), RecordBytes(s) + 6);
-  EXPECT_EQ(threeBytes, (std::vector<unsigned char>{0x42, 0, 0, 0x42, 0, 0}));
+  EXPECT_EQ(RecordText(s), "2x3:\x42\0\0\x42\0\0"s);
 }
 
 TEST(UnicodeString, FromRecordCutsAtZeroUnitOrLength) {
@@ -198,25 +175,20 @@ TEST(UnicodeString, FromRecordCutsAtZeroUnitOrLength) {
   CUnicodeString s;
   s = Record(embedded, 5);
   EXPECT_EQ(s.string(), "ab");
-  EXPECT_EQ(Length(s), 5u);  // the record keeps all of it
-  EXPECT_EQ(RecordBytes(s)[6], 'c');
+  EXPECT_EQ(RecordText(s), "5x2:a\0b\0\0\0c\0d\0"s);  // the record keeps all of it
 
   std::vector<unsigned short> const plain = Units(u"abcdef");
   s = Record(plain, 4);
   EXPECT_EQ(s.string(), "abcd");
-
   s = Record(plain, 4, 1);  // charSize is not consulted for the QString
   EXPECT_EQ(s.string(), "abcd");
-  EXPECT_EQ(Length(s), 4u);
-
+  EXPECT_EQ(RecordText(s), "4x1:a\0b\0"s);
   s = coreUncStringType{3, 2, 0};
   EXPECT_TRUE(s.string().isNull());
 
   coreUncStringType const whole = Record(plain, 6);
-  CUnicodeString constructed(&whole);
-  EXPECT_EQ(constructed.string(), "abcdef");
-  CUnicodeString fromNull(static_cast<coreUncStringType const*>(nullptr));
-  EXPECT_TRUE(fromNull.string().isNull());
+  EXPECT_EQ(CUnicodeString(&whole).string(), "abcdef");
+  EXPECT_TRUE(CUnicodeString(static_cast<coreUncStringType const*>(nullptr)).string().isNull());
 }
 
 TEST(UnicodeString, FromUnitsKeepsWholeQString) {
@@ -225,9 +197,7 @@ TEST(UnicodeString, FromUnitsKeepsWholeQString) {
   s = source.data();
   EXPECT_EQ(s.string().length(), 1200);
   EXPECT_EQ(s.buffer()[999], 0);
-
-  std::vector<unsigned short> const empty = Units(u"");
-  s = empty.data();
+  s = Units(u"").data();
   EXPECT_TRUE(s.string().isNull());
 }
 
@@ -236,7 +206,6 @@ TEST(UnicodeString, FromQString) {
   s = QString("abc");
   EXPECT_EQ(s.string(), "abc");
   EXPECT_EQ(BufferText(s), "abc");
-
   s = QString("");
   EXPECT_TRUE(s.string().isNull());
   EXPECT_EQ(s.buffer()[0], 0);
@@ -244,8 +213,7 @@ TEST(UnicodeString, FromQString) {
   std::vector<unsigned short> const start = Units(u"x");
   s = Record(start, 1);  // record form: the QString goes through the repeating set()
   s = QString("mno");
-  ASSERT_EQ(Length(s), 3u);
-  EXPECT_EQ(RecordBytes(s)[2], 'm');
+  EXPECT_EQ(RecordText(s), "3x2:m\0m\0m\0"s);
 
   CUnicodeString fromChars("local");
   EXPECT_EQ(fromChars.string(), "local");
@@ -254,59 +222,52 @@ TEST(UnicodeString, FromQString) {
 
 TEST(UnicodeString, ToUnicodeForms) {
   CUnicodeString s("abc");
-  coreUncStringType* record = s.toUnicode();
-  EXPECT_EQ(record, &s.record());
+  EXPECT_EQ(s.toUnicode(), &s.record());
   EXPECT_EQ(BufferText(s), "abc");  // inline form: the characters land in the buffer
-
-  unsigned short* terminated = s.toUnicodeC();
-  ASSERT_EQ(terminated, s.buffer());
+  ASSERT_EQ(s.toUnicodeC(), s.buffer());
   EXPECT_EQ(BufferText(s), "abc");
 
   CUnicodeString empty("");
   EXPECT_EQ(empty.toUnicodeC(), nullptr);
   EXPECT_EQ(empty.toUnicode(), &empty.record());
-  EXPECT_EQ(Length(empty), 0u);
+  EXPECT_EQ(RecordText(empty), "0x0:null");
 }
 
 TEST(UnicodeString, ToUnicodeCIntoCallerBuffer) {
   CUnicodeString s("abcdef");
   unsigned short out[8];
-  std::fill(std::begin(out), std::end(out), kSentinel);
+  Fill(out);
   EXPECT_EQ(s.toUnicodeC(out, 4), 6);
   EXPECT_EQ(Text(out), "abc");
   EXPECT_EQ(out[4], kSentinel);
   EXPECT_EQ(BufferText(s), "abc");
 
-  std::fill(std::begin(out), std::end(out), kSentinel);
+  Fill(out);
   EXPECT_EQ(s.toUnicodeC(out, 7), 6);
   EXPECT_EQ(Text(out), "abcdef");
   EXPECT_EQ(out[7], kSentinel);
 
-  std::fill(std::begin(out), std::end(out), kSentinel);
+  Fill(out);
   EXPECT_EQ(s.toUnicodeC(out, 0), 6);
   EXPECT_EQ(out[0], kSentinel);
   EXPECT_EQ(s.toUnicodeC(nullptr, 4), 0);
-
-  CUnicodeString empty;
-  EXPECT_EQ(empty.toUnicodeC(out, 4), 0);
+  EXPECT_EQ(CUnicodeString().toUnicodeC(out, 4), 0);
   EXPECT_EQ(out[0], kSentinel);
 }
 
 TEST(UnicodeUscpy, CopiesUpToFirstZeroUnit) {
   unsigned short dst[8];
-  std::fill(std::begin(dst), std::end(dst), kSentinel);
+  Fill(dst);
   EXPECT_EQ(uscpy(dst, QString()), dst);
   EXPECT_EQ(dst[0], kSentinel);
-
   uscpy(dst, QString(""));
   EXPECT_EQ(dst[0], 0);
   EXPECT_EQ(dst[1], kSentinel);
-
   uscpy(dst, QString("abc"));
   EXPECT_EQ(Text(dst), "abc");
   EXPECT_EQ(dst[4], kSentinel);
 
-  std::fill(std::begin(dst), std::end(dst), kSentinel);
+  Fill(dst);
   uscpy(dst, QString::fromUtf16(u"ab\0cd", 5));
   EXPECT_EQ(dst[2], 0);
   EXPECT_EQ(dst[3], kSentinel);

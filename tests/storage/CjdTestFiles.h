@@ -1,14 +1,15 @@
 // CjdTestFiles.h: scratch folders, raw data files written byte by byte from
-// the format, random records and symbols opened on existing files.
+// the format, random records, and symbols made new or opened on existing files.
 
 #ifndef DATASTORE_TESTS_STORAGE_CJDTESTFILES_H_
 #define DATASTORE_TESTS_STORAGE_CJDTESTFILES_H_
 
 #include <gtest/gtest.h>
 
+#include <QString>
+#include <QTemporaryDir>
 #include <algorithm>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -17,7 +18,6 @@
 #include <map>
 #include <memory>
 #include <random>
-#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
@@ -39,34 +39,22 @@ constexpr int kModeNewest = 0;
 constexpr int kModeRange = 1;
 constexpr int kModeOldest = 2;
 
-// A folder under the system's temporary folder, removed with its contents.
+// A temporary folder, removed with its contents.
 class ScratchDir {
  public:
-  ScratchDir() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "cjdtest-XXXXXX").string();
-    if (mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("mkdtemp failed");
-    path_ = pattern;
-  }
-  ~ScratchDir() {
-    std::error_code ignored;
-    std::filesystem::remove_all(path_, ignored);
-  }
-  ScratchDir(const ScratchDir&) = delete;
-  ScratchDir& operator=(const ScratchDir&) = delete;
-
-  std::string File(std::string const& name) const { return (path_ / name).string(); }
-  std::filesystem::path const& path() const { return path_; }
+  std::string File(std::string const& name) const { return dir_.filePath(QString::fromStdString(name)).toStdString(); }
+  std::filesystem::path path() const { return dir_.path().toStdString(); }
 
  private:
-  std::filesystem::path path_;
+  QTemporaryDir dir_;
 };
 
 // A temporary file of a rewrite left behind.
 inline bool HasTemporaryFiles(std::filesystem::path const& folder) {
-  for (auto const& entry : std::filesystem::directory_iterator(folder)) {
-    if (entry.path().extension() == ".tmp") return true;
-  }
-  return false;
+  auto const temporary = [](std::filesystem::directory_entry const& entry) {
+    return entry.path().extension() == ".tmp";
+  };
+  return std::any_of(std::filesystem::directory_iterator(folder), {}, temporary);
 }
 
 inline Bytes ReadFileBytes(std::string const& path) {
@@ -111,21 +99,17 @@ struct View {
 
 inline std::vector<View> TickViews() { return {{kFloatView, "Value"}, {kFloatView, "Volume"}}; }
 inline std::vector<View> CandleViews() {
-  return {{kFloatView, "Open"},
-          {kFloatView, "High"},
-          {kFloatView, "Low"},
-          {kFloatView, "Close"},
+  return {{kFloatView, "Open"}, {kFloatView, "High"}, {kFloatView, "Low"}, {kFloatView, "Close"},
           {kFloatView, "Volume"}};
 }
 
 // Where the fields of a header written by HeaderFields sit.
 struct HeaderLayout {
-  std::size_t headerSizeField;  // H
-  std::size_t viewCountField;   // v
-  std::size_t firstViewType;    // then every kViewSize bytes
-  std::size_t nameField;        // then title, kind, length, provider, code, point size
+  std::size_t headerSizeField;  // H, then v, then a view every kViewSize bytes
+  std::size_t viewCountField;
+  std::size_t firstViewType;
+  std::size_t nameField;  // then title, kind, length, provider, code, point size
   std::size_t titleField;
-  std::size_t kindField;
   std::size_t providerField;
   std::size_t codeField;
   std::size_t headerEnd;    // where the header writer stops
@@ -159,18 +143,13 @@ struct HeaderFields {
   }
 
   HeaderLayout Layout() const {
-    HeaderLayout layout{};
-    layout.headerSizeField = D() + cjd::kHeaderSizeFieldBase;
-    layout.viewCountField = layout.headerSizeField + sizeof(std::uint32_t);
-    layout.firstViewType = layout.viewCountField + sizeof(std::uint8_t);
-    layout.nameField = layout.firstViewType + views.size() * cjd::kViewSize;
-    layout.titleField = layout.nameField + cjd::kTextFieldSize;
-    layout.kindField = layout.titleField + cjd::kTextFieldSize;
-    layout.providerField = layout.kindField + sizeof(char) + sizeof(std::int32_t);
-    layout.codeField = layout.providerField + cjd::kTextFieldSize;
-    layout.headerEnd = layout.codeField + cjd::kTextFieldSize + sizeof(float);
-    layout.firstRecord = cjd::FirstRecordOffset(D(), H());
-    return layout;
+    const std::size_t sizeField = D() + cjd::kHeaderSizeFieldBase;
+    const std::size_t viewCount = sizeField + sizeof(std::uint32_t);
+    const std::size_t nameField = viewCount + sizeof(std::uint8_t) + views.size() * cjd::kViewSize;
+    const std::size_t providerField = nameField + 2 * cjd::kTextFieldSize + sizeof(char) + sizeof(std::int32_t);
+    return {sizeField,     viewCount, viewCount + sizeof(std::uint8_t), nameField, nameField + cjd::kTextFieldSize,
+            providerField, providerField + cjd::kTextFieldSize,
+            providerField + 2 * cjd::kTextFieldSize + sizeof(float), cjd::FirstRecordOffset(D(), H())};
   }
 
   // The header up to where the header writer stops (no reserved word).
@@ -219,16 +198,21 @@ inline HeaderFields TickFields() {
   return fields;
 }
 
-// One record: the time, then random value bytes.
-inline void AppendRecord(Bytes& out, std::int32_t time, unsigned int recordSize, std::mt19937& rng) {
-  AppendLittleEndian<std::int32_t>(out, time);
-  for (unsigned int i = cjd::kTimeSize; i < recordSize; ++i) out.push_back(static_cast<unsigned char>(rng()));
-}
-
+// Records of these times, each followed by random value bytes.
 inline Bytes MakeRecords(std::vector<std::int32_t> const& times, unsigned int recordSize, std::mt19937& rng) {
   Bytes out;
-  for (std::int32_t time : times) AppendRecord(out, time, recordSize, rng);
+  for (std::int32_t time : times) {
+    AppendLittleEndian<std::int32_t>(out, time);
+    for (unsigned int i = cjd::kTimeSize; i < recordSize; ++i) out.push_back(static_cast<unsigned char>(rng()));
+  }
   return out;
+}
+
+// `count` times `step` apart from `first`.
+inline std::vector<std::int32_t> TimesFrom(std::int32_t first, int count, std::int32_t step) {
+  std::vector<std::int32_t> times;
+  for (int i = 0; i < count; ++i) times.push_back(first + i * step);
+  return times;
 }
 
 inline std::vector<std::int32_t> TimesOf(Bytes const& records, unsigned int recordSize) {
@@ -273,20 +257,10 @@ inline Bytes Concatenated(Bytes first, Bytes const& second) {
 inline ::testing::AssertionResult SameRecords(Bytes const& actual, Bytes const& expected,
                                               unsigned int recordSize) {
   if (actual == expected) return ::testing::AssertionSuccess();
-  const std::vector<std::int32_t> actualTimes = TimesOf(actual, recordSize);
-  const std::vector<std::int32_t> expectedTimes = TimesOf(expected, recordSize);
-  std::size_t index = 0;
-  while (index < actualTimes.size() && index < expectedTimes.size() &&
-         std::memcmp(actual.data() + index * recordSize, expected.data() + index * recordSize, recordSize) ==
-             0) {
-    ++index;
-  }
-  auto failure = ::testing::AssertionFailure();
-  failure << actualTimes.size() << " records where " << expectedTimes.size() << " were expected; record "
-          << index;
-  if (index < actualTimes.size()) failure << " has time " << actualTimes[index];
-  if (index < expectedTimes.size()) failure << ", expected a record with time " << expectedTimes[index];
-  return failure;
+  const auto differ = std::mismatch(actual.begin(), actual.end(), expected.begin(), expected.end());
+  return ::testing::AssertionFailure() << actual.size() / recordSize << " records where "
+                                       << expected.size() / recordSize << " were expected; record "
+                                       << (differ.first - actual.begin()) / recordSize << " differs";
 }
 
 class TestOwner : public SymbolOwner {
@@ -333,19 +307,40 @@ inline Bytes AllRecords(CSymbol& symbol) {
   return out;
 }
 
-// The records as a fresh writable symbol sees them (a pending rollback
-// applied); empty when the header is refused.
-inline Bytes ReopenedRecords(std::string const& path) {
-  TestOwner owner;
+// The records as a fresh symbol reads them: a writable one applies a pending
+// rollback first, one with writes disabled never does. Empty when the header
+// is refused.
+inline Bytes RecordsOf(std::string const& path, bool writeEnabled = true) {
+  TestOwner owner(writeEnabled);
   std::unique_ptr<CSymbol> symbol = OpenSymbol(owner, path);
   return symbol != nullptr ? AllRecords(*symbol) : Bytes{};
 }
 
-// The records as a symbol with writes disabled reads them (no rollback).
-inline Bytes RecordsOfReader(std::string const& path) {
-  TestOwner reader(false);
-  std::unique_ptr<CSymbol> symbol = OpenSymbol(reader, path);
-  return symbol != nullptr ? AllRecords(*symbol) : Bytes{};
+// A symbol made as the store makes one from a request: name, period, code,
+// provider, and the default views of its period.
+inline std::unique_ptr<CSymbol> MakeSymbol(SymbolOwner* owner, const char* name, SYMBOL_PERIOD period,
+                                           const char* code = "EURUSD", const char* provider = "Demo") {
+  const std::u16string wideName = QString::fromLatin1(name).toStdU16String();
+  const std::u16string wideProvider = QString::fromLatin1(provider).toStdU16String();
+  const auto* wide = reinterpret_cast<const unsigned short*>(wideName.c_str());
+  std::string codeText = code;
+  auto symbol = std::make_unique<CSymbol>(owner, wide, period, wide, codeText.data(),
+                                          reinterpret_cast<const unsigned short*>(wideProvider.c_str()));
+  const bool ticks = period.kind == 'I' && period.length == 0;
+  for (View view : ticks ? TickViews() : CandleViews())
+    symbol->InsertDataPointView(static_cast<DATA_POINT_TYPES>(view.type), view.name.data());
+  return symbol;
+}
+
+inline CCandleDataPoint Candle(std::int32_t time, float close = 1.0f) {
+  CCandleDataPoint point;
+  point.time = time;
+  point.open = close - 1;
+  point.high = close + 1;
+  point.low = close - 2;
+  point.close = close;
+  point.volume = 10;
+  return point;
 }
 
 }  // namespace cjdtest

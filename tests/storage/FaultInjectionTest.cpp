@@ -32,30 +32,29 @@ class FaultInjectionTest : public ::testing::Test {
  protected:
   // A new file with `count` records, kTimeStep apart.
   std::string FreshFile(int count) {
-    std::vector<std::int32_t> times;
-    for (int i = 0; i < count; ++i) times.push_back(kFirstTime + i * kTimeStep);
-    stored_ = cjdtest::MakeRecords(times, fields_.RecordSize(), rng_);
+    stored_ = Records(cjdtest::TimesFrom(kFirstTime, count, kTimeStep));
     initial_ = fields_.File(stored_);
     const std::string path = dir_.File("faulty" + std::to_string(files_++) + ".cjd");
     cjdtest::WriteFileBytes(path, initial_);
     return path;
   }
 
-  std::int32_t LastTime() const { return cjdtest::TimesOf(stored_, fields_.RecordSize()).back(); }
-
-  // Records later than everything stored; `round` keeps rounds apart.
-  Bytes LaterBatch(int round) {
-    std::vector<std::int32_t> times;
-    for (int i = 1; i <= kBatchCount; ++i)
-      times.push_back(LastTime() + (round * kBatchCount + i) * kTimeStep);
+  Bytes Records(std::vector<std::int32_t> const& times) {
     return cjdtest::MakeRecords(times, fields_.RecordSize(), rng_);
   }
 
-  // Records between stored ones, and one replacing a stored record.
+  // Records later than everything stored; `round` keeps rounds apart.
+  Bytes LaterBatch(int round) {
+    const std::int32_t last = cjdtest::TimesOf(stored_, fields_.RecordSize()).back();
+    return Records(cjdtest::TimesFrom(last + (round * kBatchCount + 1) * kTimeStep, kBatchCount, kTimeStep));
+  }
+
+  // One record replacing a stored record, then records between stored ones.
   Bytes EarlierBatch() {
-    std::vector<std::int32_t> times{kFirstTime + 3 * kTimeStep};
-    for (int i = 1; i < kBatchCount; ++i) times.push_back(kFirstTime + i * 2 * kTimeStep + kTimeStep / 2);
-    return cjdtest::MakeRecords(times, fields_.RecordSize(), rng_);
+    std::vector<std::int32_t> times =
+        cjdtest::TimesFrom(kFirstTime + kTimeStep / 2, kBatchCount, 2 * kTimeStep);
+    times.front() = kFirstTime + 3 * kTimeStep;
+    return Records(times);
   }
 
   ::testing::AssertionResult Same(Bytes const& actual, Bytes const& expected) const {
@@ -121,7 +120,7 @@ TEST_F(FaultInjectionTest, AppendThatFailsLeavesStoredRecordsAndTheNextAppendIsC
         EXPECT_THAT(symbol->file()->lastError(), HasSubstr(path));
       }
       symbol.reset();
-      EXPECT_TRUE(Same(cjdtest::ReopenedRecords(path), afterFault)) << "the reopened file disagrees";
+      EXPECT_TRUE(Same(cjdtest::RecordsOf(path), afterFault)) << "the reopened file disagrees";
       symbol = Open(path);
       Bytes next = second;
       symbol->InsertData(kBatchCount, next.data());
@@ -200,7 +199,7 @@ TEST_F(FaultInjectionTest, ShortReadDuringAnInsertNeverDisordersTheFile) {
       std::unique_ptr<CSymbol> symbol = Open(path);
       const bool injected = InsertWithFaults(*symbol, batch, {.shortRead = faultPoint});
       symbol.reset();
-      const Bytes after = cjdtest::ReopenedRecords(path);
+      const Bytes after = cjdtest::RecordsOf(path);
       EXPECT_TRUE(cjdtest::TimesAscend(after, fields_.RecordSize())) << "records out of order";
       if (after != stored_) {
         EXPECT_TRUE(Same(after, cjdtest::MergeByTime(stored_, batch, fields_.RecordSize())));

@@ -1,7 +1,7 @@
 // FaultyFileSystem.h: the real file system with faults injected on demand:
-// a failing (or half-done) n-th write, or the process's death there, a short n-th read, short reads
-// throughout, failing renames and opens. It also counts reads that reach past
-// the end of their file.
+// a failing (or half-done) n-th write, or the process's death there, a short
+// n-th read, short reads throughout, failing renames and opens. It also counts
+// the bytes read and the reads that reach past the end of their file.
 
 #ifndef DATASTORE_TESTS_STORAGE_FAULTYFILESYSTEM_H_
 #define DATASTORE_TESTS_STORAGE_FAULTYFILESYSTEM_H_
@@ -36,13 +36,12 @@ class FaultyFileSystem : public FileSystem {
   int reads = 0;         // ReadAt calls since Arm()
   int faults = 0;        // faults injected since Arm()
   int readsPastEnd = 0;  // ReadAt calls that asked for bytes beyond the file's end
+  std::int64_t bytesRead = 0;
 
   void Arm(FaultPlan next) {
     plan = std::move(next);
-    writes = 0;
-    reads = 0;
-    faults = 0;
-    readsPastEnd = 0;
+    writes = reads = faults = readsPastEnd = 0;
+    bytesRead = 0;
   }
 
   std::unique_ptr<RandomAccessFile> Open(std::string const& path, OpenMode mode) override {
@@ -76,9 +75,10 @@ class FaultyFileSystem : public FileSystem {
       const std::int64_t size = real_->Size();
       if (size >= 0 && offset + n > static_cast<std::uint64_t>(size)) ++owner_.readsPastEnd;
       const bool shortened = ++owner_.reads == owner_.plan.shortRead || (owner_.plan.allReadsShort && n > 1);
-      if (!shortened) return real_->ReadAt(offset, buffer, n);
-      ++owner_.faults;
-      return real_->ReadAt(offset, buffer, n / 2);
+      if (shortened) ++owner_.faults;
+      const std::int64_t got = real_->ReadAt(offset, buffer, shortened ? n / 2 : n);
+      if (got > 0) owner_.bytesRead += got;
+      return got;
     }
 
     bool WriteAt(std::uint64_t offset, const void* data, std::size_t n) override {

@@ -2,9 +2,10 @@
 #include <gtest/gtest.h>
 
 #include <QDir>
+#include <QTemporaryDir>
 
+#include "CjdTestFiles.h"
 #include "ProviderPath.h"
-#include "StorageTestSupport.h"
 
 namespace {
 
@@ -35,12 +36,12 @@ TEST(EscapeTest, SeparatorsPercentAndControlsAreEscaped) {
 class SymbolPathTest : public ::testing::Test {
  protected:
   std::string PathOf(const char* name, SYMBOL_PERIOD period, QString const& folder, const char* code = "EURUSD") {
-    auto symbol = MakeSymbol(&owner, name, period, code, "Demo");
+    auto symbol = cjdtest::MakeSymbol(&owner, name, period, code, "Demo");
     EXPECT_EQ(symbol->Create(folder), 0);
     return symbol->file()->path();
   }
   QTemporaryDir dir;
-  TestOwner owner;
+  cjdtest::TestOwner owner;
 };
 
 TEST_F(SymbolPathTest, FileNamesOfTheFormat) {

@@ -29,14 +29,15 @@ constexpr int kSmallStored = 20;
 constexpr int kMaxStored = 300;
 constexpr int kMaxBatch = 60;
 constexpr int kLargeBatch = 400;
-constexpr int kTimesShown = 40;  // times printed per list on a mismatch
 constexpr int kMaxReportedMismatches = 5;
 
 // ---------------------------------------------------------------------------
 // NormalizeBatch and MergeRecords on small hand-made cases. Records are 8
 // bytes: the time and a 32-bit tag that tells which input a record came from.
 
-Bytes Records(std::vector<std::pair<std::int32_t, std::uint32_t>> const& timeAndTag) {
+using Tagged = std::vector<std::pair<std::int32_t, std::uint32_t>>;
+
+Bytes Records(Tagged const& timeAndTag) {
   Bytes out;
   for (auto const& [time, tag] : timeAndTag) {
     cjdtest::AppendLittleEndian<std::int32_t>(out, time);
@@ -46,64 +47,52 @@ Bytes Records(std::vector<std::pair<std::int32_t, std::uint32_t>> const& timeAnd
 }
 
 TEST(NormalizeBatchTest, SortsStablyAndKeepsTheLastRecordOfEachTime) {
-  const Bytes batch = Records({{30, 1}, {10, 2}, {30, 3}, {20, 4}, {10, 5}, {30, 6}});
-  EXPECT_EQ(NormalizeBatch(batch.data(), 6, kRecordSize), Records({{10, 5}, {20, 4}, {30, 6}}));
+  constexpr std::int32_t kMin = std::numeric_limits<std::int32_t>::min();
+  const struct {
+    Tagged batch;
+    Tagged normalized;
+  } cases[] = {
+      {{}, {}},
+      {{{4, 1}}, {{4, 1}}},
+      {{{-5, 1}, {0, 2}, {7, 3}}, {{-5, 1}, {0, 2}, {7, 3}}},
+      {{{30, 1}, {10, 2}, {30, 3}, {20, 4}, {10, 5}, {30, 6}}, {{10, 5}, {20, 4}, {30, 6}}},
+      {{{1, 1}, {kMin, 2}, {-1, 3}}, {{kMin, 2}, {-1, 3}, {1, 1}}},  // negative times first
+  };
+  for (auto const& [batch, normalized] : cases) {
+    SCOPED_TRACE(::testing::PrintToString(batch));
+    const Bytes records = Records(batch);
+    EXPECT_EQ(NormalizeBatch(records.data(), int(batch.size()), kRecordSize), Records(normalized));
+  }
 }
 
-TEST(NormalizeBatchTest, KeepsASortedBatchWithoutDuplicatesAsItIs) {
-  const Bytes batch = Records({{-5, 1}, {0, 2}, {7, 3}});
-  EXPECT_EQ(NormalizeBatch(batch.data(), 3, kRecordSize), batch);
-}
-
-TEST(NormalizeBatchTest, OrdersNegativeTimesBeforePositiveOnes) {
-  const Bytes batch = Records({{1, 1}, {std::numeric_limits<std::int32_t>::min(), 2}, {-1, 3}});
-  EXPECT_EQ(NormalizeBatch(batch.data(), 3, kRecordSize),
-            Records({{std::numeric_limits<std::int32_t>::min(), 2}, {-1, 3}, {1, 1}}));
-}
-
-TEST(NormalizeBatchTest, EmptyAndSingleBatches) {
-  const Bytes one = Records({{4, 1}});
-  EXPECT_TRUE(NormalizeBatch(one.data(), 0, kRecordSize).empty());
-  EXPECT_EQ(NormalizeBatch(one.data(), 1, kRecordSize), one);
-}
-
-TEST(MergeRecordsTest, EqualTimeReplacesOnlyTheFirstStoredRecordOfThatTime) {
-  const Bytes stored = Records({{10, 1}, {20, 2}, {20, 3}, {30, 4}});
-  const Bytes batch = Records({{20, 9}});
-  Bytes out;
-  EXPECT_EQ(MergeRecords(stored.data(), 4, batch.data(), 1, kRecordSize, out), 0);
-  EXPECT_EQ(out, Records({{10, 1}, {20, 9}, {20, 3}, {30, 4}}));
-}
-
-TEST(MergeRecordsTest, NewTimesAreInsertedInOrderAndCounted) {
-  const Bytes stored = Records({{10, 1}, {20, 2}, {30, 3}});
-  const Bytes batch = Records({{5, 7}, {20, 8}, {25, 9}, {40, 10}});
-  Bytes out;
-  EXPECT_EQ(MergeRecords(stored.data(), 3, batch.data(), 4, kRecordSize, out), 3);
-  EXPECT_EQ(out, Records({{5, 7}, {10, 1}, {20, 8}, {25, 9}, {30, 3}, {40, 10}}));
-}
-
-TEST(MergeRecordsTest, BatchBeforeOrAfterEverythingStored) {
-  const Bytes stored = Records({{10, 1}, {20, 2}});
-  const Bytes early = Records({{1, 5}, {2, 6}});
-  const Bytes late = Records({{21, 7}, {22, 8}});
-  Bytes before;
-  Bytes after;
-  EXPECT_EQ(MergeRecords(stored.data(), 2, early.data(), 2, kRecordSize, before), 2);
-  EXPECT_EQ(MergeRecords(stored.data(), 2, late.data(), 2, kRecordSize, after), 2);
-  EXPECT_EQ(before, Records({{1, 5}, {2, 6}, {10, 1}, {20, 2}}));
-  EXPECT_EQ(after, Records({{10, 1}, {20, 2}, {21, 7}, {22, 8}}));
-}
-
-TEST(MergeRecordsTest, EmptySidesAndOutputIsAppendedTo) {
-  const Bytes records = Records({{10, 1}, {20, 2}});
-  const Bytes marker = Records({{99, 99}});
-  Bytes intoEmpty = marker;
-  Bytes nothingNew = marker;
-  EXPECT_EQ(MergeRecords(nullptr, 0, records.data(), 2, kRecordSize, intoEmpty), 2);
-  EXPECT_EQ(MergeRecords(records.data(), 2, nullptr, 0, kRecordSize, nothingNew), 0);
-  EXPECT_EQ(intoEmpty, Records({{99, 99}, {10, 1}, {20, 2}}));
-  EXPECT_EQ(nothingNew, Records({{99, 99}, {10, 1}, {20, 2}}));
+// An equal time replaces only the first stored record of that time; the
+// result is appended to what the output already holds.
+TEST(MergeRecordsTest, MergesInOrderAndCountsTheNewTimes) {
+  const Tagged marker = {{99, 99}};
+  const struct {
+    Tagged stored, batch, merged;
+    int added;
+  } cases[] = {
+      {{{10, 1}, {20, 2}, {20, 3}, {30, 4}}, {{20, 9}}, {{10, 1}, {20, 9}, {20, 3}, {30, 4}}, 0},
+      {{{10, 1}, {20, 2}, {30, 3}},
+       {{5, 7}, {20, 8}, {25, 9}, {40, 10}},
+       {{5, 7}, {10, 1}, {20, 8}, {25, 9}, {30, 3}, {40, 10}},
+       3},
+      {{{10, 1}, {20, 2}}, {{1, 5}, {2, 6}}, {{1, 5}, {2, 6}, {10, 1}, {20, 2}}, 2},
+      {{{10, 1}, {20, 2}}, {{21, 7}, {22, 8}}, {{10, 1}, {20, 2}, {21, 7}, {22, 8}}, 2},
+      {{}, {{10, 1}, {20, 2}}, {{10, 1}, {20, 2}}, 2},
+      {{{10, 1}, {20, 2}}, {}, {{10, 1}, {20, 2}}, 0},
+  };
+  for (auto const& c : cases) {
+    SCOPED_TRACE(::testing::PrintToString(c.stored) + " + " + ::testing::PrintToString(c.batch));
+    const Bytes stored = Records(c.stored);
+    const Bytes batch = Records(c.batch);
+    Bytes out = Records(marker);
+    EXPECT_EQ(MergeRecords(stored.data(), int(c.stored.size()), batch.data(), int(c.batch.size()), kRecordSize,
+                           out),
+              c.added);
+    EXPECT_EQ(out, cjdtest::Concatenated(Records(marker), Records(c.merged)));
+  }
 }
 
 // ---------------------------------------------------------------------------
@@ -131,7 +120,8 @@ class CaseMaker {
     const unsigned int recordSize = case_.fields.RecordSize();
     const std::vector<std::int32_t> storedTimes = StoredTimes();
     case_.stored = cjdtest::MakeRecords(storedTimes, recordSize, rng_);
-    if (Chance(4)) case_.trailer = RandomBytes(Uniform(1, static_cast<int>(recordSize) - 1));
+    if (Chance(4)) case_.trailer.resize(static_cast<std::size_t>(Uniform(1, static_cast<int>(recordSize) - 1)));
+    for (unsigned char& byte : case_.trailer) byte = static_cast<unsigned char>(rng_());
     case_.withoutReserved = storedTimes.empty() && case_.trailer.empty() && Chance(3);
     case_.placement = static_cast<Placement>(Uniform(0, 4));
     const std::vector<std::int32_t> batchTimes = BatchTimes(storedTimes);
@@ -144,24 +134,16 @@ class CaseMaker {
   int Uniform(int low, int high) { return std::uniform_int_distribution<int>(low, high)(rng_); }
   bool Chance(int oneIn) { return Uniform(1, oneIn) == 1; }
 
-  Bytes RandomBytes(int count) {
-    Bytes out(static_cast<std::size_t>(count));
-    for (unsigned char& byte : out) byte = static_cast<unsigned char>(rng_());
-    return out;
+  std::int32_t Pick(std::vector<std::int32_t> const& times) {
+    return times[static_cast<std::size_t>(Uniform(0, static_cast<int>(times.size()) - 1))];
   }
 
   std::int32_t BaseTime() { return Chance(4) ? -kTimeStep * kMaxStored : 1'000'000'000; }
 
+  // None, one, a few or many.
   int StoredCount() {
-    switch (Uniform(0, 3)) {
-      case 0:
-        return 0;
-      case 1:
-        return 1;
-      case 2:
-        return Uniform(2, kSmallStored);
-    }
-    return Uniform(kSmallStored, kMaxStored);
+    const int kind = Uniform(0, 3);
+    return kind < 2 ? kind : kind == 2 ? Uniform(2, kSmallStored) : Uniform(kSmallStored, kMaxStored);
   }
 
   int BatchCount() {
@@ -211,9 +193,9 @@ class CaseMaker {
     for (int i = 0; i < count; ++i) {
       std::int32_t time = Uniform(low, high);
       if (!stored.empty() && case_.placement == Placement::Inside && Chance(3)) {
-        time = stored[static_cast<std::size_t>(Uniform(0, static_cast<int>(stored.size()) - 1))];
+        time = Pick(stored);
       } else if (!times.empty() && Chance(5)) {
-        time = times[static_cast<std::size_t>(Uniform(0, static_cast<int>(times.size()) - 1))];
+        time = Pick(times);
       }
       times.push_back(time);
     }
@@ -250,28 +232,14 @@ Bytes Inserted(Case const& testCase, std::string const& path, bool reference) {
   return cjdtest::ReadFileBytes(path);
 }
 
-std::string ListTimes(std::vector<std::int32_t> const& times) {
-  std::ostringstream out;
-  for (std::size_t i = 0; i < times.size() && i < static_cast<std::size_t>(kTimesShown); ++i)
-    out << times[i] << ' ';
-  if (times.size() > static_cast<std::size_t>(kTimesShown)) out << "... (" << times.size() << ")";
-  return out.str();
-}
-
+// The seed to rerun the case with, and where the files part.
 std::string Describe(Case const& testCase, Bytes const& actual, Bytes const& expected) {
-  const unsigned int recordSize = testCase.fields.RecordSize();
-  const auto firstRecord = testCase.fields.Layout().firstRecord;
-  const auto mismatch = std::mismatch(actual.begin(), actual.end(), expected.begin(), expected.end());
-  const auto offset = static_cast<std::size_t>(mismatch.first - actual.begin());
+  const auto offset = std::mismatch(actual.begin(), actual.end(), expected.begin(), expected.end()).first -
+                      actual.begin();
   std::ostringstream out;
-  out << "seed " << testCase.seed << ", record size " << recordSize << ", placement "
-      << static_cast<int>(testCase.placement) << ", trailer " << testCase.trailer.size()
-      << " bytes, without reserved " << testCase.withoutReserved
-      << "\n  stored: " << ListTimes(cjdtest::TimesOf(testCase.stored, recordSize))
-      << "\n  batch: " << ListTimes(cjdtest::TimesOf(testCase.batch, recordSize)) << "\n  sizes "
-      << actual.size() << " (InsertData) vs " << expected.size() << " (reference); first difference at "
-      << offset;
-  if (offset >= firstRecord) out << " (record " << (offset - firstRecord) / recordSize << ")";
+  out << "seed " << testCase.seed << ": " << actual.size() << " bytes (InsertData) vs " << expected.size()
+      << " (reference), first difference at " << offset << ", records from "
+      << testCase.fields.Layout().firstRecord << " of " << testCase.fields.RecordSize() << " bytes";
   return out.str();
 }
 

@@ -3,30 +3,37 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <QDir>
-#include <QFile>
 #include <QProcess>
+#include <QTemporaryDir>
 #include <cstring>
+#include <functional>
 #include <sstream>
 
+#include "CjdTestFiles.h"
+#include "FaultyFileSystem.h"
 #include "RecordCsv.h"
-#include "StorageTestSupport.h"
 
 namespace {
 
+using cjdtest::Bytes;
 using ::testing::HasSubstr;
 
 constexpr std::int32_t kStart = 1704164645;  // 2024-01-02T03:04:05Z
 constexpr std::int32_t kStep = 300;
 constexpr int kRecords = 3;
-constexpr int kPartialBytes = 10;
+constexpr std::size_t kCandleSize = sizeof(CCandleDataPoint);
+constexpr std::size_t kPartialBytes = 10;
 constexpr std::size_t kCandleFirstRecord = 3103;  // D 514 (one description) + H 2323 + 266
-constexpr char kJournalMagic[] = {'C', 'J', 'D', 'A', 'P', 'P', 'N', 'D'};
+constexpr int kRecordsWrite = 2;  // an append writes its journal entry, then its records
 
 struct Outcome {
-  int status = -1;     // exit code
-  std::string out;     // standard output
-  std::string err;     // standard error
+  int status = -1;  // exit code
+  std::string out;
+  std::string err;
 };
 
 Outcome Cjd(QStringList const& arguments, QString const& workingDirectory = QString()) {
@@ -38,25 +45,56 @@ Outcome Cjd(QStringList const& arguments, QString const& workingDirectory = QStr
           process.readAllStandardError().toStdString()};
 }
 
-void AppendBytes(std::string const& path, const void* bytes, std::size_t size) {
-  QFile file(QString::fromStdString(path));
-  ASSERT_TRUE(file.open(QIODevice::Append));
-  ASSERT_EQ(file.write(static_cast<const char*>(bytes), qint64(size)), qint64(size));
+Outcome Cjd(const char* command, std::string const& path) { return Cjd({command, QString::fromStdString(path)}); }
+
+std::vector<CCandleDataPoint> CandlesAt(std::vector<std::int32_t> const& times) {
+  std::vector<CCandleDataPoint> candles;
+  for (std::int32_t time : times) candles.push_back(cjdtest::Candle(time));
+  return candles;
 }
 
-void WriteFile(std::string const& path, std::string const& bytes) {
-  QFile file(QString::fromStdString(path));
-  ASSERT_TRUE(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
-  file.write(bytes.data(), qint64(bytes.size()));
+void Append(std::string const& path, Bytes const& bytes) {
+  cjdtest::WriteFileBytes(path, cjdtest::Concatenated(cjdtest::ReadFileBytes(path), bytes));
+}
+
+void AppendCandles(std::string const& path, std::vector<std::int32_t> const& times) {
+  const std::vector<CCandleDataPoint> candles = CandlesAt(times);
+  const auto* bytes = reinterpret_cast<const unsigned char*>(candles.data());
+  Append(path, Bytes(bytes, bytes + candles.size() * kCandleSize));
+}
+
+// Appends three candles in a process that dies half-way through writing
+// them: the file ends in an interrupted append, one and a half records.
+void DieDuringAppend(std::string const& path) {
+  const pid_t pid = fork();
+  if (pid == 0) {
+    cjdtest::FaultyFileSystem fileSystem;
+    cjdtest::TestOwner owner(true, &fileSystem);
+    std::unique_ptr<CSymbol> symbol = cjdtest::OpenSymbol(owner, path);
+    std::vector<CCandleDataPoint> candles = CandlesAt({kStart + 10 * kStep, kStart + 11 * kStep, kStart + 12 * kStep});
+    fileSystem.Arm({.failWrite = kRecordsWrite, .writeHalf = true, .dieAtWrite = true});
+    if (symbol != nullptr) symbol->InsertData(3, reinterpret_cast<unsigned char*>(candles.data()));
+    _exit(EXIT_SUCCESS);
+  }
+  int status = 0;
+  waitpid(pid, &status, 0);
+  ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == cjdtest::kDiedAtWrite) << "status " << status;
+}
+
+std::string CandleCsv(std::vector<CCandleDataPoint> const& records) {
+  std::ostringstream out;
+  WriteCsv(out, LayoutOf({'I', 5, 0}), reinterpret_cast<const unsigned char*>(records.data()), records.size());
+  return out.str();
 }
 
 class CjdTest : public ::testing::Test {
  protected:
   QString data() const { return dir.path() + "/data"; }
 
-  // A symbol of the given period with kRecords records kStep apart.
+  // A symbol of the given period with one description and kRecords records
+  // kStep apart.
   std::string MakeFile(const char* name, SYMBOL_PERIOD period, const char* provider = "Demo") {
-    auto symbol = MakeSymbol(&owner, name, period, name, provider);
+    auto symbol = cjdtest::MakeSymbol(&owner, name, period, name, provider);
     auto description = std::make_unique<STRING_DESCRIPTION>();
     std::strcpy(description->name, "source");
     std::strcpy(description->value, "test");
@@ -70,7 +108,7 @@ class CjdTest : public ::testing::Test {
       for (int i = 0; i < kRecords; ++i) ticks.push_back({kStart + i * kStep, 1.5f + i, 7});
       symbol->InsertData(kRecords, reinterpret_cast<unsigned char*>(ticks.data()));
     } else {
-      for (int i = 0; i < kRecords; ++i) candles.push_back(Candle(kStart + i * kStep, 1.25f + i));
+      for (int i = 0; i < kRecords; ++i) candles.push_back(cjdtest::Candle(kStart + i * kStep, 1.25f + i));
       symbol->InsertData(kRecords, reinterpret_cast<unsigned char*>(candles.data()));
     }
     return symbol->file()->path();
@@ -78,21 +116,12 @@ class CjdTest : public ::testing::Test {
   std::string MakeCandles() { return MakeFile("EURUSD", {'I', 5, 0}); }
 
   QTemporaryDir dir;
-  TestOwner owner;
+  cjdtest::TestOwner owner;
   std::vector<CCandleDataPoint> candles;  // what MakeFile stored, for candle periods
 };
 
-std::string CandleCsv(std::vector<CCandleDataPoint> const& records) {
-  std::ostringstream out;
-  WriteCsv(out, LayoutOf({'I', 5, 0}), reinterpret_cast<const unsigned char*>(records.data()), records.size());
-  return out.str();
-}
-
-// --- info -------------------------------------------------------------------
-
 TEST_F(CjdTest, InfoPrintsEveryHeaderField) {
-  const std::string path = MakeCandles();
-  const Outcome run = Cjd({"info", QString::fromStdString(path)});
+  const Outcome run = Cjd("info", MakeCandles());
   EXPECT_EQ(run.status, 0);
   for (const char* line :
        {"type: Component Jet Data File\n", "version: 1\n", "description area offset (D): 514\n",
@@ -103,22 +132,18 @@ TEST_F(CjdTest, InfoPrintsEveryHeaderField) {
         "partial record bytes: 0\n", "append journal: none pending\n"}) {
     EXPECT_THAT(run.out, HasSubstr(line));
   }
-  EXPECT_THAT(run.out, HasSubstr("file size: " + std::to_string(kCandleFirstRecord + kRecords * 24) + "\n"));
+  EXPECT_THAT(run.out, HasSubstr("file size: " + std::to_string(kCandleFirstRecord + kRecords * kCandleSize)));
 }
 
 TEST_F(CjdTest, InfoShowsPartialRecordAndPendingAppend) {
   const std::string path = MakeCandles();
-  const std::uint64_t cleanSize = FileBytes(path).size();
-  const char junk[kPartialBytes] = {};
-  AppendBytes(path, junk, sizeof junk);
-  EXPECT_THAT(Cjd({"info", QString::fromStdString(path)}).out, HasSubstr("partial record bytes: 10\n"));
-
-  unsigned char entry[sizeof kJournalMagic + sizeof cleanSize];
-  std::memcpy(entry, kJournalMagic, sizeof kJournalMagic);
-  std::memcpy(entry + sizeof kJournalMagic, &cleanSize, sizeof cleanSize);
-  WriteFile(path + ".journal", std::string(reinterpret_cast<char*>(entry), sizeof entry));
-  const Outcome run = Cjd({"info", QString::fromStdString(path)});
-  EXPECT_THAT(run.out, HasSubstr("readers see the first " + std::to_string(cleanSize) + " bytes"));
+  const Bytes clean = cjdtest::ReadFileBytes(path);
+  Append(path, Bytes(kPartialBytes));
+  EXPECT_THAT(Cjd("info", path).out, HasSubstr("partial record bytes: 10\n"));
+  cjdtest::WriteFileBytes(path, clean);
+  DieDuringAppend(path);
+  const Outcome run = Cjd("info", path);
+  EXPECT_THAT(run.out, HasSubstr("readers see the first " + std::to_string(clean.size()) + " bytes"));
   EXPECT_THAT(run.out, HasSubstr("partial record bytes: 0\n"));
   EXPECT_THAT(run.out, HasSubstr("whole records: 3\n"));
 }
@@ -128,17 +153,15 @@ TEST_F(CjdTest, InfoRefusesFilesThatDoNotLoad) {
   EXPECT_EQ(missing.status, 1);
   EXPECT_THAT(missing.err, HasSubstr("none.cjd: cannot open"));
   const std::string other = (dir.path() + "/other.cjd").toStdString();
-  WriteFile(other, std::string(4000, 'x'));
-  const Outcome foreign = Cjd({"info", QString::fromStdString(other)});
+  cjdtest::WriteFileBytes(other, Bytes(4000, 'x'));
+  const Outcome foreign = Cjd("info", other);
   EXPECT_EQ(foreign.status, 1);
   EXPECT_THAT(foreign.err, HasSubstr("not a data file of this version"));
   EXPECT_EQ(foreign.out, "");
 }
 
-// --- dump -------------------------------------------------------------------
-
 TEST_F(CjdTest, DumpPrintsAnAlignedTableOfAllRecords) {
-  const Outcome run = Cjd({"dump", QString::fromStdString(MakeCandles())});
+  const Outcome run = Cjd("dump", MakeCandles());
   EXPECT_EQ(run.status, 0);
   EXPECT_EQ(run.out,
             "time                  epoch       Open  High  Low    Close  Volume\n"
@@ -170,66 +193,69 @@ TEST_F(CjdTest, DumpSelectsFirstLastAndTimeRange) {
   const QString from = QString::number(kStart + kStep + 1);
   EXPECT_EQ(Cjd({"dump", path, "--csv", "--from", from, "--to", "2024-01-02T03:14:05Z"}).out,
             CandleCsv(Slice(candles.begin() + 1, candles.begin() + 2)));
-  EXPECT_EQ(Cjd({"dump", path, "--csv", "--from", QString::number(kStart), "--to", QString::number(kStart + 3 * kStep)}).out,
-            CandleCsv(candles));
+  const QString end = QString::number(kStart + 3 * kStep);
+  EXPECT_EQ(Cjd({"dump", path, "--csv", "--from", QString::number(kStart), "--to", end}).out, CandleCsv(candles));
 }
 
-// --- check ------------------------------------------------------------------
-
-class CjdFileTest : public CjdTest {
- protected:
-  void SetUp() override { path = MakeCandles(); }
-  Outcome Check() { return Cjd({"check", QString::fromStdString(path)}); }
-  void AppendCandle(std::int32_t time) {
-    const CCandleDataPoint candle = Candle(time);
-    AppendBytes(path, &candle, sizeof candle);
+// What check reports of each damage, and what repair makes of it: a repaired
+// file is the clean file again, a refused one is left as it was.
+TEST_F(CjdTest, CheckReportsAndRepairMendsOrRefuses) {
+  const std::string path = MakeCandles();
+  const Bytes clean = cjdtest::ReadFileBytes(path);
+  const Bytes partial(kPartialBytes, 1);
+  const struct {
+    const char* what;
+    std::function<void()> damage;
+    std::string check;  // its whole output; it exits 0 only on a clean file
+    int repairStatus;
+    std::string repair;  // a part of its output (of the errors when it refuses)
+  } cases[] = {
+      {"clean", [] {}, "clean: 3 records\n", 0, "nothing to repair: 3 whole records\n"},
+      {"partial record", [&] { Append(path, partial); },
+       "10 bytes of a partial record at the end\n1 problem\n", 0,
+       "cut 10 bytes of a partial record\n3 whole records remain\n"},
+      {"interrupted append",
+       [&] { DieDuringAppend(path); },
+       "an interrupted append is pending: the file is " + std::to_string(clean.size() + 3 * kCandleSize / 2) +
+           " bytes, readers see " + std::to_string(clean.size()) + "\n1 problem\n",
+       0, "rolled back an interrupted append\n3 whole records remain\n"},
+      {"out of order and a partial record",
+       [&] {
+         AppendCandles(path, {kStart + kStep, kStart + 10 * kStep, kStart});
+         Append(path, partial);
+       },
+       "10 bytes of a partial record at the end\n"
+       "record 3: time 1704164945 is not after 1704165245\n"
+       "record 5: time 1704164645 is not after 1704167645\n"
+       "3 problems\n",
+       1,
+       "cannot repair: record times out of order (record 3: time 1704164945 is not after 1704165245; 2 in all); "
+       "the file is unchanged\n"},
+      {"repeated time", [&] { AppendCandles(path, {kStart + 2 * kStep}); },
+       "record 3: time 1704165245 repeats the time of record 2\n1 problem\n", 1,
+       "cannot repair: record times out of order (record 3: time 1704165245 repeats the time of record 2; 1 in all)"},
+      {"description offset past the end",
+       [&] {
+         Bytes bytes = clean;
+         bytes[cjd::kDescriptionAreaOffsetField] = 0xff;
+         cjdtest::WriteFileBytes(path, bytes);
+       },
+       "header does not load: damaged header\n", 1, "header does not load"},
+  };
+  for (auto const& c : cases) {
+    SCOPED_TRACE(c.what);
+    cjdtest::WriteFileBytes(path, clean);
+    c.damage();
+    const Bytes damaged = cjdtest::ReadFileBytes(path);
+    const Outcome check = Cjd("check", path);
+    EXPECT_EQ(check.status, c.check.starts_with("clean:") ? 0 : 1);
+    EXPECT_EQ(check.out, c.check);
+    const Outcome repair = Cjd("repair", path);
+    EXPECT_EQ(repair.status, c.repairStatus);
+    EXPECT_THAT(c.repairStatus == 0 ? repair.out : repair.err, HasSubstr(c.repair));
+    EXPECT_EQ(cjdtest::ReadFileBytes(path), c.repairStatus == 0 ? clean : damaged);
   }
-  std::string path;
-};
-
-TEST_F(CjdFileTest, CleanFilePasses) {
-  const Outcome run = Check();
-  EXPECT_EQ(run.status, 0);
-  EXPECT_EQ(run.out, "clean: 3 records\n");
 }
-
-TEST_F(CjdFileTest, ReportsAPartialRecord) {
-  const char junk[kPartialBytes] = {};
-  AppendBytes(path, junk, sizeof junk);
-  const Outcome run = Check();
-  EXPECT_EQ(run.status, 1);
-  EXPECT_EQ(run.out, "10 bytes of a partial record at the end\n1 problem\n");
-}
-
-TEST_F(CjdFileTest, ReportsRecordsOutOfOrder) {
-  AppendCandle(kStart + kStep);
-  AppendCandle(kStart + 10 * kStep);
-  AppendCandle(kStart);
-  const Outcome run = Check();
-  EXPECT_EQ(run.status, 1);
-  EXPECT_EQ(run.out,
-            "record 3: time 1704164945 is not after 1704165245\n"
-            "record 5: time 1704164645 is not after 1704167645\n"
-            "2 problems\n");
-}
-
-TEST_F(CjdFileTest, ReportsDuplicateTimes) {
-  AppendCandle(kStart + 2 * kStep);
-  const Outcome run = Check();
-  EXPECT_EQ(run.status, 1);
-  EXPECT_THAT(run.out, HasSubstr("record 3: time 1704165245 repeats the time of record 2\n"));
-}
-
-TEST_F(CjdFileTest, ReportsAHeaderThatDoesNotLoad) {
-  std::vector<unsigned char> bytes = FileBytes(path);
-  bytes[258] = 0xff;  // D far beyond the end of the file
-  WriteFile(path, std::string(bytes.begin(), bytes.end()));
-  const Outcome run = Check();
-  EXPECT_EQ(run.status, 1);
-  EXPECT_EQ(run.out, "header does not load: damaged header\n");
-}
-
-// --- ls ---------------------------------------------------------------------
 
 TEST_F(CjdTest, ListsEveryProviderFolder) {
   MakeCandles();
@@ -245,69 +271,13 @@ TEST_F(CjdTest, ListsEveryProviderFolder) {
 TEST_F(CjdTest, ListsFilesThatDoNotLoadWithTheReason) {
   MakeCandles();
   QDir(data()).mkpath("Other/deep");
-  WriteFile((data() + "/Other/deep/broken.cjd").toStdString(), "short");
+  cjdtest::WriteFileBytes((data() + "/Other/deep/broken.cjd").toStdString(), {'s', 'h', 'o', 'r', 't'});
   const Outcome run = Cjd({"ls", "data"}, dir.path());
   EXPECT_EQ(run.status, 1);
   EXPECT_THAT(run.out, HasSubstr("Demo      EURUSD"));
   EXPECT_THAT(run.out, HasSubstr("deep      Other/deep/broken.cjd  does not load: truncated header\n"));
   EXPECT_EQ(Cjd({"ls", dir.path() + "/none"}).status, 1);
 }
-
-// --- repair -----------------------------------------------------------------
-
-TEST_F(CjdFileTest, RepairCutsAPartialRecord) {
-  const std::vector<unsigned char> clean = FileBytes(path);
-  const char junk[kPartialBytes] = {1, 2, 3};
-  AppendBytes(path, junk, sizeof junk);
-  const Outcome run = Cjd({"repair", QString::fromStdString(path)});
-  EXPECT_EQ(run.status, 0);
-  EXPECT_EQ(run.out, "cut 10 bytes of a partial record\n3 whole records remain\n");
-  EXPECT_EQ(FileBytes(path), clean);
-  EXPECT_EQ(Check().status, 0);
-}
-
-TEST_F(CjdFileTest, RepairRollsBackAPendingAppend) {
-  const std::vector<unsigned char> clean = FileBytes(path);
-  const std::uint64_t cleanSize = clean.size();
-  AppendCandle(kStart + 10 * kStep);
-  std::string entry(kJournalMagic, sizeof kJournalMagic);
-  entry.append(reinterpret_cast<const char*>(&cleanSize), sizeof cleanSize);
-  WriteFile(path + ".journal", entry);
-  EXPECT_EQ(Check().status, 1);
-  const Outcome run = Cjd({"repair", QString::fromStdString(path)});
-  EXPECT_EQ(run.status, 0);
-  EXPECT_EQ(run.out, "rolled back an interrupted append\n3 whole records remain\n");
-  EXPECT_EQ(FileBytes(path), clean);
-  EXPECT_EQ(Check().status, 0);
-}
-
-TEST_F(CjdFileTest, RepairLeavesACleanFileAlone) {
-  const std::vector<unsigned char> clean = FileBytes(path);
-  const Outcome run = Cjd({"repair", QString::fromStdString(path)});
-  EXPECT_EQ(run.status, 0);
-  EXPECT_EQ(run.out, "nothing to repair: 3 whole records\n");
-  EXPECT_EQ(FileBytes(path), clean);
-}
-
-TEST_F(CjdFileTest, RepairRefusesWhatItCannotMakeSound) {
-  AppendCandle(kStart);
-  const char junk[kPartialBytes] = {};
-  AppendBytes(path, junk, sizeof junk);
-  const std::vector<unsigned char> unsorted = FileBytes(path);
-  const Outcome run = Cjd({"repair", QString::fromStdString(path)});
-  EXPECT_EQ(run.status, 1);
-  EXPECT_THAT(run.err, HasSubstr("cannot repair: record times out of order (record 3: time 1704164645 is not after 1704165245; 1 in all)"));
-  EXPECT_THAT(run.err, HasSubstr("the file is unchanged"));
-  EXPECT_EQ(FileBytes(path), unsorted);
-
-  WriteFile(path, "not a data file");
-  const Outcome header = Cjd({"repair", QString::fromStdString(path)});
-  EXPECT_EQ(header.status, 1);
-  EXPECT_THAT(header.err, HasSubstr("header does not load"));
-  EXPECT_EQ(FileBytes(path).size(), std::strlen("not a data file"));
-}
-
-// --- command line -----------------------------------------------------------
 
 TEST(CjdCommandLineTest, HelpOnTheProgramAndEveryCommand) {
   const Outcome program = Cjd({"--help"});
@@ -322,19 +292,10 @@ TEST(CjdCommandLineTest, HelpOnTheProgramAndEveryCommand) {
 
 TEST(CjdCommandLineTest, BadArgumentsExitWith2) {
   const std::vector<QStringList> bad = {
-      {},
-      {"frobnicate"},
-      {"info"},
-      {"info", "a.cjd", "b.cjd"},
-      {"check", "a.cjd", "--bogus"},
-      {"dump", "a.cjd", "--first"},
-      {"dump", "a.cjd", "--first", "x"},
-      {"dump", "a.cjd", "--last", "-1"},
-      {"dump", "a.cjd", "--first", "1", "--last", "1"},
-      {"dump", "a.cjd", "--from", "100"},
-      {"dump", "a.cjd", "--from", "yesterday", "--to", "100"},
-      {"dump", "a.cjd", "--csv", "--csv"},
-      {"ls"},
+      {}, {"frobnicate"}, {"info"}, {"info", "a.cjd", "b.cjd"}, {"check", "a.cjd", "--bogus"},
+      {"dump", "a.cjd", "--first"}, {"dump", "a.cjd", "--first", "x"}, {"dump", "a.cjd", "--last", "-1"},
+      {"dump", "a.cjd", "--first", "1", "--last", "1"}, {"dump", "a.cjd", "--from", "100"},
+      {"dump", "a.cjd", "--from", "yesterday", "--to", "100"}, {"dump", "a.cjd", "--csv", "--csv"}, {"ls"},
   };
   for (QStringList const& arguments : bad) {
     const Outcome run = Cjd(arguments);
