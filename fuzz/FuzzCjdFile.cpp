@@ -1,6 +1,7 @@
 // fuzz_cjd_file: a stored symbol file that anyone could have written. The
 // input is the file followed by a trailer of request parameters; the symbol
-// is loaded, read in every mode, counted, and given a small insert.
+// is loaded (beside an append journal of any content), read in every mode,
+// counted, and given a small insert.
 //
 // Input: the file, then a cjdinput::Trailer (zero-filled when the input is
 // shorter than one).
@@ -92,6 +93,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
   const std::string path = scratch.File(kFileName);
   fuzzsupport::WriteFile(path, data, fileSize);
+  fuzzsupport::WriteFile(cjd::AppendJournalPath(path), trailer.journal, sizeof(trailer.journal));
   {
     CSymbol symbol(&owner, path.c_str());
     if (symbol.LoadProperties() == 0) {

@@ -7,7 +7,10 @@
 #include <cstddef>
 #include <cstdint>
 
-// fuzz_cjd_file: the file, then this trailer.
+#include "AppendJournal.h"
+
+// fuzz_cjd_file: the file, then this trailer; its journal bytes become the
+// file's append journal.
 namespace cjdinput {
 
 constexpr std::size_t kInsertBytes = 72;   // three candles
@@ -20,6 +23,7 @@ struct Trailer {
   std::int32_t invalidMode;                // moved outside 0 to 2 when inside
   std::uint8_t insertCount;                // records inserted, modulo 4
   std::uint8_t insertBytes[kInsertBytes];  // the inserted records, zero-filled
+  std::uint8_t journal[cjd::kJournalEntryBytes];  // the append journal beside the file
 };
 #pragma pack(pop)
 

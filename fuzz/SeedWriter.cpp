@@ -119,6 +119,16 @@ cjdinput::Trailer MakeTrailer(unsigned int recordSize) {
   return trailer;
 }
 
+// A journal that takes the file's last record for the first of two that an
+// append was cut short writing.
+void NoteCutAppend(Bytes const& file, unsigned int recordSize, cjdinput::Trailer& trailer) {
+  const std::uint64_t before = file.size() - recordSize;
+  Bytes appended(file.end() - recordSize, file.end());
+  appended.resize(2 * std::size_t(recordSize), 0);
+  const auto entry = cjd::EncodeAppendEntry(cjd::MakeAppendEntry(before, before, appended.data(), appended.size()));
+  std::memcpy(trailer.journal, entry.data(), entry.size());
+}
+
 void WriteCjdSeeds(std::filesystem::path const& out) {
   const fuzzsupport::ScratchDir scratch("fuzz-seeds");
   const std::vector<const char*> ticks = {"Value", "Volume"};
@@ -133,7 +143,9 @@ void WriteCjdSeeds(std::filesystem::path const& out) {
   for (SymbolSeed const& seed : seeds) {
     Bytes file = WriteSymbolFile(seed, scratch.path());
     const unsigned int recordSize = cjd::kTimeSize + sizeof(float) * unsigned(seed.views.size());
-    Append(file, MakeTrailer(recordSize));
+    cjdinput::Trailer trailer = MakeTrailer(recordSize);
+    if (seed.records > 0) NoteCutAppend(file, recordSize, trailer);
+    Append(file, trailer);
     WriteSeed(out / "fuzz_cjd_file", "symbol" + std::to_string(++number) + ".cjd", file);
   }
 }

@@ -13,6 +13,7 @@ constexpr std::size_t kBeforeOffset = sizeof(kJournalMarker);
 constexpr std::size_t kAfterOffset = kBeforeOffset + sizeof(std::uint64_t);
 constexpr std::size_t kHeadOffset = kAfterOffset + sizeof(std::uint64_t);
 constexpr std::size_t kEntrySize = kHeadOffset + kJournalHeadBytes;
+static_assert(kEntrySize == kJournalEntryBytes);
 
 // Opens the journal beside dataPath in mode; an absent journal is no error.
 std::unique_ptr<RandomAccessFile> OpenJournal(FileSystem& fileSystem, std::string const& dataPath, OpenMode mode) {
@@ -75,13 +76,18 @@ std::optional<std::uint64_t> InterruptedAppendSize(FileSystem& fileSystem, std::
   return entry->sizeBefore;
 }
 
+std::array<unsigned char, kJournalEntryBytes> EncodeAppendEntry(AppendJournalEntry const& entry) {
+  std::array<unsigned char, kJournalEntryBytes> bytes;
+  std::memcpy(bytes.data(), kJournalMarker, sizeof(kJournalMarker));
+  std::memcpy(bytes.data() + kBeforeOffset, &entry.sizeBefore, sizeof(entry.sizeBefore));
+  std::memcpy(bytes.data() + kAfterOffset, &entry.sizeAfter, sizeof(entry.sizeAfter));
+  std::memcpy(bytes.data() + kHeadOffset, entry.head, kJournalHeadBytes);
+  return bytes;
+}
+
 bool WriteAppendJournal(RandomAccessFile& journal, AppendJournalEntry const& entry) {
-  unsigned char bytes[kEntrySize];
-  std::memcpy(bytes, kJournalMarker, sizeof(kJournalMarker));
-  std::memcpy(bytes + kBeforeOffset, &entry.sizeBefore, sizeof(entry.sizeBefore));
-  std::memcpy(bytes + kAfterOffset, &entry.sizeAfter, sizeof(entry.sizeAfter));
-  std::memcpy(bytes + kHeadOffset, entry.head, kJournalHeadBytes);
-  return journal.WriteAt(0, bytes, kEntrySize);
+  const std::array<unsigned char, kJournalEntryBytes> bytes = EncodeAppendEntry(entry);
+  return journal.WriteAt(0, bytes.data(), bytes.size());
 }
 
 bool ClearAppendJournal(RandomAccessFile& journal) {

@@ -24,6 +24,7 @@
 #ifndef DATASTORE_STORAGE_APPENDJOURNAL_H_
 #define DATASTORE_STORAGE_APPENDJOURNAL_H_
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -33,7 +34,8 @@
 
 namespace cjd {
 
-constexpr std::size_t kJournalHeadBytes = 16;  // bytes of an append that identify it
+constexpr std::size_t kJournalHeadBytes = 16;   // bytes of an append that identify it
+constexpr std::size_t kJournalEntryBytes = 40;  // the whole entry
 
 struct AppendJournalEntry {
   std::uint64_t sizeBefore = 0;                // the data file's size before the append
@@ -59,6 +61,9 @@ std::optional<AppendJournalEntry> ReadAppendJournal(RandomAccessFile& journal);
 // part of, according to the journal beside it; nothing when there is none.
 std::optional<std::uint64_t> InterruptedAppendSize(FileSystem& fileSystem, std::string const& dataPath,
                                                    RandomAccessFile& data);
+
+// The entry's bytes as the journal holds them.
+std::array<unsigned char, kJournalEntryBytes> EncodeAppendEntry(AppendJournalEntry const& entry);
 
 bool WriteAppendJournal(RandomAccessFile& journal, AppendJournalEntry const& entry);
 bool ClearAppendJournal(RandomAccessFile& journal);
