@@ -76,6 +76,12 @@ std::optional<std::uint64_t> InterruptedAppendSize(FileSystem& fileSystem, std::
   return entry->sizeBefore;
 }
 
+std::unique_ptr<RandomAccessFile> OpenAppendJournalForWriting(FileSystem& fileSystem, std::string const& dataPath) {
+  std::unique_ptr<RandomAccessFile> journal = OpenJournal(fileSystem, dataPath, OpenMode::ReadWrite);
+  if (journal) return journal;
+  return fileSystem.Open(AppendJournalPath(dataPath), OpenMode::CreateTruncate);
+}
+
 std::array<unsigned char, kJournalEntryBytes> EncodeAppendEntry(AppendJournalEntry const& entry) {
   std::array<unsigned char, kJournalEntryBytes> bytes;
   std::memcpy(bytes.data(), kJournalMarker, sizeof(kJournalMarker));

@@ -27,6 +27,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 
@@ -64,6 +65,10 @@ std::optional<std::uint64_t> InterruptedAppendSize(FileSystem& fileSystem, std::
 
 // The entry's bytes as the journal holds them.
 std::array<unsigned char, kJournalEntryBytes> EncodeAppendEntry(AppendJournalEntry const& entry);
+
+// The journal beside dataPath opened for writing, created when it is absent;
+// null (with the file system's error text) when neither works.
+std::unique_ptr<RandomAccessFile> OpenAppendJournalForWriting(FileSystem& fileSystem, std::string const& dataPath);
 
 bool WriteAppendJournal(RandomAccessFile& journal, AppendJournalEntry const& entry);
 bool ClearAppendJournal(RandomAccessFile& journal);

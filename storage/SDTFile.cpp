@@ -351,12 +351,7 @@ void CSDTFile::RememberLastTime(std::uint64_t offset, const void* records, int c
 }
 
 bool CSDTFile::MarkAppend(cjd::AppendJournalEntry const& entry) {
-  const std::string journalPath = cjd::AppendJournalPath(path_);
-  if (!journal_) journal_ = fileSystem_->Open(journalPath, OpenMode::ReadWrite);
-  if (!journal_) {
-    FileSystem::clearErrorText();
-    journal_ = fileSystem_->Open(journalPath, OpenMode::CreateTruncate);
-  }
+  if (!journal_) journal_ = cjd::OpenAppendJournalForWriting(*fileSystem_, path_);
   if (!journal_) return Fail("cannot open journal");
   if (!cjd::WriteAppendJournal(*journal_, entry)) return Fail("cannot write journal");
   return true;
