@@ -84,12 +84,6 @@ int RecordingHost::Callback(void* context, unsigned int message, HostArg a, Host
   return 0;
 }
 
-std::vector<unsigned int> RecordingHost::messages() const {
-  std::vector<unsigned int> codes;
-  for (HostCall const& call : calls) codes.push_back(call.message);
-  return codes;
-}
-
 CModule& TestModule() {
   if (!testModule) {
     testModule = std::make_unique<CModule>("Import test", 1, 2, 3, "CImportTest",

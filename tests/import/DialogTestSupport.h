@@ -43,7 +43,6 @@ struct RecordingHost {
 
   static RecordingHost& instance();
   static int Callback(void* context, unsigned int message, HostArg a, HostArg b);
-  std::vector<unsigned int> messages() const;
 };
 
 // The module behind GetModule(), wired to RecordingHost; reset per test.

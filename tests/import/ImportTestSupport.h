@@ -67,9 +67,8 @@ class ExportDir {
     Write(name, EncodeMaster(records));
   }
   // F<n>.dat: a header record, then one record of R bytes per row.
-  void WriteData(int number, int recordLength, std::vector<std::vector<std::uint32_t>> const& rows,
-                 QString const& pattern = "F%1.dat") const {
-    Write(pattern.arg(number), EncodeDataFile(recordLength, rows));
+  void WriteData(int number, int recordLength, std::vector<std::vector<std::uint32_t>> const& rows) const {
+    Write(QStringLiteral("F%1.dat").arg(number), EncodeDataFile(recordLength, rows));
   }
 
  private:

@@ -21,12 +21,6 @@ namespace {
 namespace fs = std::filesystem;
 namespace M = HostMessage;
 
-// Packed fields are passed by value: gtest's macros bind references.
-template <typename T>
-T Unpacked(T field) {
-  return field;
-}
-
 const std::u16string kUnknownThrowText = u"Unknown throw in <CDataStoreModule>|../Module|91";
 constexpr std::uint32_t kExceptionLogType = 1;
 constexpr std::uint32_t kExceptionLogLevel = 5;
@@ -137,12 +131,12 @@ TEST_F(DataStoreLibraryTest, StartAsksForLanguagesFormattersAndLogSinkEachTime) 
               expected);
     EXPECT_EQ(StartCalls(host_), expected);
     const auto list = RecordOf<LANGUAGE_LIST_RECORD>(host_.calls(M::GetLanguages).at(0));
-    EXPECT_EQ(Unpacked(list.count), 2);
-    EXPECT_NE(Unpacked(list.entries), 0u);
+    EXPECT_EQ(std::int32_t{list.count}, 2);  // packed: copied for gtest
+    EXPECT_NE(HostWord{list.entries}, 0u);
     EXPECT_EQ(RecordOf<HostWord>(host_.calls(M::GetLogSink).at(0)), 0u);
     const auto formatters =
         RecordOf<DATETIME_FORMATTER_RECORD>(host_.calls(M::GetDateTimeFormatters).at(0));
-    EXPECT_EQ(Unpacked(formatters.qDateTimeFormatter), 0u);
+    EXPECT_EQ(HostWord{formatters.qDateTimeFormatter}, 0u);
   }
 }
 

@@ -475,7 +475,8 @@ TEST_F(DataStoreBadInputTest, HandlesNeverReturnedTouchNothing) {
   EXPECT_EQ(ds.readAll<Candle>(real), Series(1));
 }
 
-// A get delivers at most its count; a bad mode or a negative count delivers nothing.
+// A posted get delivers at most its count; a bad mode or a negative count
+// delivers nothing. The module's copy of the request must keep these checks.
 TEST_F(DataStoreBadInputTest, GetsNeverDeliverMoreThanTheyAskFor) {
   DataStoreSession& ds = restart();
   const HostWord handle = ds.open(SymbolParams{});
@@ -500,13 +501,6 @@ TEST_F(DataStoreBadInputTest, GetsNeverDeliverMoreThanTheyAskFor) {
     get.count = c.count;
     get.firstTime = 0;
     get.lastTime = kEveryRecord;
-    EXPECT_EQ(ds.send(M::GetDataSend, Arg(&get)), 0);
-    EXPECT_EQ(Unpacked(get.count), int(c.delivered.size()));
-    std::vector<Candle> expected = c.delivered;
-    expected.resize(buffer.size(), pattern);
-    EXPECT_EQ(buffer, expected);
-
-    get.count = c.count;
     const std::size_t before = sink_.completions().size();
     sink_.attach(get);
     ASSERT_EQ(ds.send(M::GetDataPost, Arg(&get)), 0);
@@ -538,14 +532,19 @@ TEST_F(DataStoreBadInputTest, InsertsWithoutRecordsStoreNothing) {
   EXPECT_EQ(ds.readAll<Candle>(handle), Series(2));
 }
 
+// ":Demo" was found by fuzz_host_records: Qt takes a path that begins with ':'
+// for a resource path, which is absolute, so such a provider must still name a
+// folder inside the data folder and nothing in the current folder.
 TEST_F(DataStoreBadInputTest, ProviderNamesStayOneFolderInsideTheDataFolder) {
-  const std::string escaping = "../x";
-  DataStoreSession& ds = restart(escaping);
-  const HostWord handle = ds.open(SymbolParams{.provider = escaping});
-  EXPECT_EQ(ds.insert(handle, Series(2)), 0);
-  EXPECT_EQ(ds.readAll<Candle>(handle), Series(2));
-  EXPECT_EQ(tree_.symbolFiles().size(), 1u);
-  EXPECT_EQ(tree_.entriesOutside({tree_.data()}), std::vector<fs::path>{});
+  for (const std::string provider : {"../x", ":Demo"}) {
+    SCOPED_TRACE(provider);
+    DataStoreSession& ds = restart(provider);
+    const HostWord handle = ds.open(SymbolParams{.provider = provider});
+    EXPECT_EQ(ds.insert(handle, Series(2)), 0);
+    EXPECT_EQ(ds.readAll<Candle>(handle), Series(2));
+    EXPECT_EQ(tree_.entriesOutside({tree_.data()}), std::vector<fs::path>{});
+  }
+  EXPECT_EQ(tree_.symbolFiles().size(), 2u);
 }
 
 TEST_F(DataStoreBadInputTest, SymbolNamesStayInsideTheProviderFolder) {
@@ -559,7 +558,10 @@ TEST_F(DataStoreBadInputTest, SymbolNamesStayInsideTheProviderFolder) {
   EXPECT_EQ(tree_.entriesOutside({tree_.providerFolder()}), std::vector<fs::path>{});
 }
 
-TEST_F(DataStoreBadInputTest, OpenPathOutsideTheDataFolderIsRefused) {
+// An empty or relative folder was found by fuzz_host_records: it passes the
+// check against the data folder, so whatever it opens must be made there too,
+// never in the current folder (the test tree's root).
+TEST_F(DataStoreBadInputTest, OpenPathMakesNothingOutsideTheDataFolder) {
   DataStoreSession& ds = restart();
   const fs::path outside[] = {tree_.root() / "outside", tree_.data() / ".." / "outside",
                               "../outside"};
@@ -569,24 +571,6 @@ TEST_F(DataStoreBadInputTest, OpenPathOutsideTheDataFolderIsRefused) {
     EXPECT_EQ(handle, 0u) << folder;
   }
   EXPECT_EQ(tree_.symbolFiles(), std::vector<fs::path>{});
-  EXPECT_EQ(tree_.entriesOutside({tree_.data()}), std::vector<fs::path>{});
-}
-
-// Found by fuzz_host_records: Qt takes a path that begins with ':' for a
-// resource path, which is absolute, so such a provider must still name a
-// folder inside the data folder and nothing in the current folder.
-TEST_F(DataStoreBadInputTest, ProviderNamesBeginningWithAColonStayInsideTheDataFolder) {
-  DataStoreSession& ds = restart();
-  const HostWord handle = ds.open(SymbolParams{.provider = ":Demo"});
-  EXPECT_EQ(ds.insert(handle, Series(2)), 0);
-  EXPECT_EQ(tree_.entriesOutside({tree_.data()}), std::vector<fs::path>{});
-}
-
-// Found by fuzz_host_records: a relative or empty folder passes the check
-// against the data folder, so whatever it opens must be made there too, never
-// in the current folder (the test tree's root).
-TEST_F(DataStoreBadInputTest, OpenPathRelativeFolderMakesNothingOutsideTheDataFolder) {
-  DataStoreSession& ds = restart();
   for (const fs::path& folder : {fs::path("relative"), fs::path()}) {
     HostWord handle = 0;
     ds.openPath(SymbolParams{}, folder, &handle);

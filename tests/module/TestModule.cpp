@@ -46,9 +46,3 @@ void ScriptedHost::Attach(CModule& module) {
   sinkRecords.clear();
   module.InitializeWrap(&ScriptedHost::Callback, nullptr, this, nullptr);
 }
-
-std::vector<unsigned int> ScriptedHost::Messages() const {
-  std::vector<unsigned int> messages;
-  for (const Call& call : calls) messages.push_back(call.message);
-  return messages;
-}

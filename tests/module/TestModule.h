@@ -31,10 +31,9 @@ struct ScriptedHost {
   static int Sink(LogRecord* record);
   // Resets the recorder and installs the callback (and a log sink) on `module`.
   void Attach(CModule& module);
-  std::vector<unsigned int> Messages() const;
 };
 
-// The module object the framework's tests use; reset by TestModuleFixture.
+// The module object the framework's tests use; reset per test.
 CModule& TestModule();
 void ResetTestModule();
 

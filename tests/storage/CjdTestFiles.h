@@ -51,10 +51,8 @@ class ScratchDir {
 
 // A temporary file of a rewrite left behind.
 inline bool HasTemporaryFiles(std::filesystem::path const& folder) {
-  auto const temporary = [](std::filesystem::directory_entry const& entry) {
-    return entry.path().extension() == ".tmp";
-  };
-  return std::any_of(std::filesystem::directory_iterator(folder), {}, temporary);
+  return std::any_of(std::filesystem::directory_iterator(folder), {},
+                     [](auto const& entry) { return entry.path().extension() == ".tmp"; });
 }
 
 inline Bytes ReadFileBytes(std::string const& path) {
@@ -97,10 +95,9 @@ struct View {
   std::string name;
 };
 
-inline std::vector<View> TickViews() { return {{kFloatView, "Value"}, {kFloatView, "Volume"}}; }
-inline std::vector<View> CandleViews() {
-  return {{kFloatView, "Open"}, {kFloatView, "High"}, {kFloatView, "Low"}, {kFloatView, "Close"},
-          {kFloatView, "Volume"}};
+inline std::vector<View> DefaultViews(bool ticks) {
+  if (ticks) return {{kFloatView, "Value"}, {kFloatView, "Volume"}};
+  return {{kFloatView, "Open"}, {kFloatView, "High"}, {kFloatView, "Low"}, {kFloatView, "Close"}, {kFloatView, "Volume"}};
 }
 
 // Where the fields of a header written by HeaderFields sit.
@@ -121,7 +118,7 @@ struct HeaderFields {
   std::string fileType = cjd::kFileType;
   std::uint16_t version = cjd::kVersion;
   std::vector<std::pair<std::string, std::string>> descriptions;
-  std::vector<View> views = CandleViews();
+  std::vector<View> views = DefaultViews(false);
   std::string name = "EURUSD";
   std::string title = "EURUSD";
   char kind = 'I';
@@ -193,7 +190,7 @@ struct HeaderFields {
 
 inline HeaderFields TickFields() {
   HeaderFields fields;
-  fields.views = TickViews();
+  fields.views = DefaultViews(true);
   fields.length = 0;
   return fields;
 }
@@ -236,11 +233,10 @@ inline bool TimesAscend(Bytes const& records, unsigned int recordSize) {
 inline Bytes MergeByTime(Bytes const& stored, Bytes const& batch, unsigned int recordSize) {
   std::map<std::int32_t, Bytes> byTime;
   for (Bytes const* records : {&stored, &batch}) {
-    for (std::size_t at = 0; at + recordSize <= records->size(); at += recordSize) {
-      const auto first = records->begin() + static_cast<long>(at);
-      std::int32_t time;
-      std::memcpy(&time, records->data() + at, sizeof(time));
-      byTime[time] = Bytes(first, first + recordSize);
+    const std::vector<std::int32_t> times = TimesOf(*records, recordSize);
+    for (std::size_t i = 0; i < times.size(); ++i) {
+      const auto first = records->begin() + static_cast<long>(i * recordSize);
+      byTime[times[i]] = Bytes(first, first + recordSize);
     }
   }
   Bytes out;
@@ -326,8 +322,7 @@ inline std::unique_ptr<CSymbol> MakeSymbol(SymbolOwner* owner, const char* name,
   std::string codeText = code;
   auto symbol = std::make_unique<CSymbol>(owner, wide, period, wide, codeText.data(),
                                           reinterpret_cast<const unsigned short*>(wideProvider.c_str()));
-  const bool ticks = period.kind == 'I' && period.length == 0;
-  for (View view : ticks ? TickViews() : CandleViews())
+  for (View view : DefaultViews(period.kind == 'I' && period.length == 0))
     symbol->InsertDataPointView(static_cast<DATA_POINT_TYPES>(view.type), view.name.data());
   return symbol;
 }

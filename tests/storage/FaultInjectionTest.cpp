@@ -130,7 +130,8 @@ TEST_F(FaultInjectionTest, AppendThatFailsLeavesStoredRecordsAndTheNextAppendIsC
   }
 }
 
-TEST_F(FaultInjectionTest, RewriteWhoseWritesFailLeavesTheOldFileByteForByte) {
+// Each write, the rename or the temporary file failing.
+TEST_F(FaultInjectionTest, RewriteThatFailsLeavesTheOldFileByteForByte) {
   for (bool writeHalf : {false, true}) {
     int faultPoint = 1;
     while (faultPoint <= kMaxFaultPoints &&
@@ -139,9 +140,6 @@ TEST_F(FaultInjectionTest, RewriteWhoseWritesFailLeavesTheOldFileByteForByte) {
     }
     EXPECT_GT(faultPoint, 1) << "a rewrite makes no write at all";
   }
-}
-
-TEST_F(FaultInjectionTest, RewriteWhoseRenameOrTemporaryFileFailsLeavesTheOldFile) {
   EXPECT_TRUE(RewriteFailsCleanly({.failRename = true}));
   EXPECT_TRUE(RewriteFailsCleanly({.failOpen = ".tmp"}));
 }

@@ -135,20 +135,31 @@ TEST_F(TimeSearchTest, FileWiderThanOneReadOfTheIndexBuild) {
   EXPECT_LE(BytesOfOneSearch(*symbol->file(), kFirstTime + kWideCount), TimeIndex::kBlockBytes);
 }
 
-// Appends of every size around a block keep the index: a search after each
-// still reads one block.
-TEST_F(TimeSearchTest, AppendsKeepTheIndexInStep) {
+// Appends of every size around a block keep the index; merges before stored
+// records rewrite the file, renewing the index of the rewritten part and
+// keeping the entries before it. A search after each reads one block.
+TEST_F(TimeSearchTest, InsertsKeepTheIndexInStep) {
   const int stride = Stride();
   std::unique_ptr<CSymbol> symbol = Stored(RunsOfTimes(2 * stride + 3, 2));
   CSDTFile& file = *symbol->file();
   ASSERT_TRUE(AgreesWithTheFile(file));
+  std::vector<std::vector<std::int32_t>> batches;
   std::int32_t next = TimesInFile().back() + kTimeStep;
   for (int count : {1, stride - 1, stride, stride + 1, 1, 3 * stride + 7}) {
-    SCOPED_TRACE("append of " + std::to_string(count));
-    Bytes batch = Records(cjdtest::TimesFrom(next, count, kTimeStep));
-    symbol->InsertData(count, batch.data());
+    batches.push_back(cjdtest::TimesFrom(next, count, kTimeStep));
     next += count * kTimeStep;
-    EXPECT_LE(BytesOfOneSearch(file, next - kTimeStep), TimeIndex::kBlockBytes);
+  }
+  batches.insert(batches.end(), {
+      {kFirstTime - 5 * kTimeStep, kFirstTime - kTimeStep},                                // before everything
+      {kFirstTime + 3 * stride * kTimeStep + 1, kFirstTime + 3 * stride * kTimeStep + 2},  // in the middle
+      {kFirstTime + stride * kTimeStep},                                                   // replaces a block start
+      {kFirstTime + 5 * kTimeStep + 3, next + kTimeStep},                                  // in the middle and after
+  });
+  for (std::vector<std::int32_t> const& times : batches) {
+    SCOPED_TRACE(std::to_string(times.size()) + " records from " + std::to_string(times.front()));
+    Bytes batch = Records(times);
+    symbol->InsertData(static_cast<int>(times.size()), batch.data());
+    EXPECT_LE(BytesOfOneSearch(file, times.back()), TimeIndex::kBlockBytes);
     ASSERT_TRUE(AgreesWithTheFile(file));
   }
 }
@@ -175,28 +186,6 @@ TEST_F(TimeSearchTest, StreamWritesKeepTheIndexInStepOrDropIt) {
   file.Seek(static_cast<long>(file.FirstRecordOffset() + std::uint64_t(2 * stride) * fields_.RecordSize()), SEEK_SET);
   ASSERT_EQ(file.Write(&earlier, sizeof(earlier)), 1);
   EXPECT_TRUE(AgreesWithTheFile(file));
-}
-
-// Merges before stored records rewrite the file; the rewritten part renews
-// the index and the part before it keeps its entries.
-TEST_F(TimeSearchTest, MergesThatRewriteKeepTheIndexInStep) {
-  const int stride = Stride();
-  std::unique_ptr<CSymbol> symbol = Stored(RunsOfTimes(6 * stride, 1));
-  CSDTFile& file = *symbol->file();
-  ASSERT_TRUE(AgreesWithTheFile(file));
-  const std::vector<std::vector<std::int32_t>> batches = {
-      {kFirstTime - 5 * kTimeStep, kFirstTime - kTimeStep},                      // before everything
-      {kFirstTime + 3 * stride * kTimeStep + 1, kFirstTime + 3 * stride * kTimeStep + 2},  // in the middle
-      {kFirstTime + stride * kTimeStep},                                         // replaces a block start
-      {kFirstTime + 5 * kTimeStep + 3, kFirstTime + 9 * stride * kTimeStep},     // in the middle and after
-  };
-  for (std::vector<std::int32_t> const& times : batches) {
-    SCOPED_TRACE("batch from " + std::to_string(times.front()));
-    Bytes batch = Records(times);
-    symbol->InsertData(static_cast<int>(times.size()), batch.data());
-    EXPECT_LE(BytesOfOneSearch(file, times.front()), TimeIndex::kBlockBytes);
-    ASSERT_TRUE(AgreesWithTheFile(file));
-  }
 }
 
 // Another writer changes the file between two searches of this object:

@@ -280,13 +280,11 @@ TEST_F(CjdTest, ListsFilesThatDoNotLoadWithTheReason) {
 }
 
 TEST(CjdCommandLineTest, HelpOnTheProgramAndEveryCommand) {
-  const Outcome program = Cjd({"--help"});
-  EXPECT_EQ(program.status, 0);
-  EXPECT_THAT(program.out, HasSubstr("usage: cjd COMMAND"));
-  for (const char* command : {"info", "dump", "check", "ls", "repair"}) {
-    const Outcome run = Cjd({command, "--help"});
+  for (const char* command : {"", "info", "dump", "check", "ls", "repair"}) {
+    const QStringList arguments = *command ? QStringList{command, "--help"} : QStringList{"--help"};
+    const Outcome run = Cjd(arguments);
     EXPECT_EQ(run.status, 0) << command;
-    EXPECT_THAT(run.out, HasSubstr(std::string("usage: cjd ") + command)) << command;
+    EXPECT_THAT(run.out, HasSubstr(std::string("usage: cjd ") + (*command ? command : "COMMAND"))) << command;
   }
 }
 
