@@ -9,6 +9,7 @@
 #include <QString>
 #include <QTemporaryDir>
 #include <algorithm>
+#include <bit>
 #include <cstdint>
 #include <cstring>
 #include <filesystem>
@@ -25,28 +26,23 @@
 #include "DataPoint.h"
 #include "FileFormat.h"
 #include "FileSystem.h"
+#include "RecordMerge.h"
 #include "Symbol.h"
 
 namespace cjdtest {
 
 using Bytes = std::vector<unsigned char>;
 
-constexpr unsigned int kTickRecordSize = 12;
-constexpr std::uint8_t kFloatView = DATA_POINT_FLOAT;
-
-// Request modes of GET_SYMBOL_DATA_REQUEST.
-constexpr int kModeNewest = 0;
-constexpr int kModeRange = 1;
-constexpr int kModeOldest = 2;
+// Request modes of GET_SYMBOL_DATA_REQUEST: newest records, a time range, oldest records.
+constexpr int kModeNewest = 0, kModeRange = 1, kModeOldest = 2;
 
 // A temporary folder, removed with its contents.
-class ScratchDir {
- public:
-  std::string File(std::string const& name) const { return dir_.filePath(QString::fromStdString(name)).toStdString(); }
-  std::filesystem::path path() const { return dir_.path().toStdString(); }
-
- private:
-  QTemporaryDir dir_;
+struct ScratchDir {
+  std::string File(std::string const& name) const {
+    return dir.filePath(QString::fromStdString(name)).toStdString();
+  }
+  std::filesystem::path path() const { return dir.path().toStdString(); }
+  QTemporaryDir dir;
 };
 
 // A temporary file of a rewrite left behind.
@@ -70,16 +66,15 @@ inline void WriteFileBytes(std::string const& path, Bytes const& bytes) {
 
 // Integers as the format stores them: little-endian, as wide as their type.
 template <typename T>
-void AppendLittleEndian(Bytes& out, T value) {
-  const auto bits = static_cast<std::uint64_t>(value);
-  for (std::size_t i = 0; i < sizeof(T); ++i) out.push_back(static_cast<unsigned char>(bits >> (8 * i)));
+void PutLittleEndian(Bytes& out, std::size_t offset, T value) {
+  for (std::size_t i = 0; i < sizeof(T); ++i)
+    out.at(offset + i) = static_cast<unsigned char>(static_cast<std::uint64_t>(value) >> (8 * i));
 }
 
 template <typename T>
-void PutLittleEndian(Bytes& out, std::size_t offset, T value) {
-  const auto bits = static_cast<std::uint64_t>(value);
-  for (std::size_t i = 0; i < sizeof(T); ++i)
-    out.at(offset + i) = static_cast<unsigned char>(bits >> (8 * i));
+void AppendLittleEndian(Bytes& out, T value) {
+  out.resize(out.size() + sizeof(T));
+  PutLittleEndian<T>(out, out.size() - sizeof(T), value);
 }
 
 // A text field: the length byte, then the text zero-filled to 255 bytes.
@@ -96,22 +91,12 @@ struct View {
 };
 
 inline std::vector<View> DefaultViews(bool ticks) {
-  if (ticks) return {{kFloatView, "Value"}, {kFloatView, "Volume"}};
-  return {{kFloatView, "Open"}, {kFloatView, "High"}, {kFloatView, "Low"}, {kFloatView, "Close"}, {kFloatView, "Volume"}};
+  std::vector<View> views;
+  for (const char* name :
+       ticks ? std::vector{"Value", "Volume"} : std::vector{"Open", "High", "Low", "Close", "Volume"})
+    views.push_back({DATA_POINT_FLOAT, name});
+  return views;
 }
-
-// Where the fields of a header written by HeaderFields sit.
-struct HeaderLayout {
-  std::size_t headerSizeField;  // H, then v, then a view every kViewSize bytes
-  std::size_t viewCountField;
-  std::size_t firstViewType;
-  std::size_t nameField;  // then title, kind, length, provider, code, point size
-  std::size_t titleField;
-  std::size_t providerField;
-  std::size_t codeField;
-  std::size_t headerEnd;    // where the header writer stops
-  std::size_t firstRecord;  // D + H + 266
-};
 
 // A header, written field by field from the format (not by the code under test).
 struct HeaderFields {
@@ -139,15 +124,7 @@ struct HeaderFields {
     return size;
   }
 
-  HeaderLayout Layout() const {
-    const std::size_t sizeField = D() + cjd::kHeaderSizeFieldBase;
-    const std::size_t viewCount = sizeField + sizeof(std::uint32_t);
-    const std::size_t nameField = viewCount + sizeof(std::uint8_t) + views.size() * cjd::kViewSize;
-    const std::size_t providerField = nameField + 2 * cjd::kTextFieldSize + sizeof(char) + sizeof(std::int32_t);
-    return {sizeField,     viewCount, viewCount + sizeof(std::uint8_t), nameField, nameField + cjd::kTextFieldSize,
-            providerField, providerField + cjd::kTextFieldSize,
-            providerField + 2 * cjd::kTextFieldSize + sizeof(float), cjd::FirstRecordOffset(D(), H())};
-  }
+  std::size_t FirstRecord() const { return cjd::FirstRecordOffset(D(), H()); }
 
   // The header up to where the header writer stops (no reserved word).
   Bytes Header() const {
@@ -173,16 +150,14 @@ struct HeaderFields {
     AppendLittleEndian<std::int32_t>(out, length);
     AppendTextField(out, provider);
     AppendTextField(out, code);
-    std::uint32_t pointBits;
-    std::memcpy(&pointBits, &pointSize, sizeof(pointBits));
-    AppendLittleEndian<std::uint32_t>(out, pointBits);
+    AppendLittleEndian(out, std::bit_cast<std::uint32_t>(pointSize));
     return out;
   }
 
   // The header padded with zeros to the first record, then the records.
   Bytes File(Bytes const& records) const {
     Bytes out = Header();
-    out.resize(Layout().firstRecord, 0);
+    out.resize(FirstRecord(), 0);
     out.insert(out.end(), records.begin(), records.end());
     return out;
   }
@@ -200,7 +175,8 @@ inline Bytes MakeRecords(std::vector<std::int32_t> const& times, unsigned int re
   Bytes out;
   for (std::int32_t time : times) {
     AppendLittleEndian<std::int32_t>(out, time);
-    for (unsigned int i = cjd::kTimeSize; i < recordSize; ++i) out.push_back(static_cast<unsigned char>(rng()));
+    for (unsigned int i = cjd::kTimeSize; i < recordSize; ++i)
+      out.push_back(static_cast<unsigned char>(rng()));
   }
   return out;
 }
@@ -214,11 +190,8 @@ inline std::vector<std::int32_t> TimesFrom(std::int32_t first, int count, std::i
 
 inline std::vector<std::int32_t> TimesOf(Bytes const& records, unsigned int recordSize) {
   std::vector<std::int32_t> times;
-  for (std::size_t at = 0; at + recordSize <= records.size(); at += recordSize) {
-    std::int32_t time;
-    std::memcpy(&time, records.data() + at, sizeof(time));
-    times.push_back(time);
-  }
+  for (std::size_t at = 0; at + recordSize <= records.size(); at += recordSize)
+    times.push_back(RecordTime(&records[at]));
   return times;
 }
 
@@ -227,26 +200,22 @@ inline bool TimesAscend(Bytes const& records, unsigned int recordSize) {
   return std::adjacent_find(times.begin(), times.end(), std::greater_equal<>()) == times.end();
 }
 
+inline Bytes Concatenated(Bytes first, Bytes const& second) {
+  first.insert(first.end(), second.begin(), second.end());
+  return first;
+}
+
 // Records with distinct times after inserting a batch one record at a time:
 // a batch record replaces the stored record of its time, later batch records
 // win over earlier ones.
 inline Bytes MergeByTime(Bytes const& stored, Bytes const& batch, unsigned int recordSize) {
   std::map<std::int32_t, Bytes> byTime;
-  for (Bytes const* records : {&stored, &batch}) {
-    const std::vector<std::int32_t> times = TimesOf(*records, recordSize);
-    for (std::size_t i = 0; i < times.size(); ++i) {
-      const auto first = records->begin() + static_cast<long>(i * recordSize);
-      byTime[times[i]] = Bytes(first, first + recordSize);
-    }
-  }
+  const Bytes all = Concatenated(stored, batch);
+  for (std::size_t at = 0; at + recordSize <= all.size(); at += recordSize)
+    byTime[RecordTime(&all[at])] = Bytes(all.begin() + long(at), all.begin() + long(at + recordSize));
   Bytes out;
   for (auto const& [time, record] : byTime) out.insert(out.end(), record.begin(), record.end());
   return out;
-}
-
-inline Bytes Concatenated(Bytes first, Bytes const& second) {
-  first.insert(first.end(), second.begin(), second.end());
-  return first;
 }
 
 // Equal record bytes, or the counts and the first record that differs.
@@ -254,23 +223,20 @@ inline ::testing::AssertionResult SameRecords(Bytes const& actual, Bytes const& 
                                               unsigned int recordSize) {
   if (actual == expected) return ::testing::AssertionSuccess();
   const auto differ = std::mismatch(actual.begin(), actual.end(), expected.begin(), expected.end());
-  return ::testing::AssertionFailure() << actual.size() / recordSize << " records where "
-                                       << expected.size() / recordSize << " were expected; record "
-                                       << (differ.first - actual.begin()) / recordSize << " differs";
+  return ::testing::AssertionFailure()
+         << actual.size() / recordSize << " records where " << expected.size() / recordSize
+         << " were expected; record " << (differ.first - actual.begin()) / recordSize << " differs";
 }
 
-class TestOwner : public SymbolOwner {
- public:
+struct TestOwner : SymbolOwner {
   explicit TestOwner(bool writeEnabled = true, FileSystem* fileSystem = nullptr)
-      : writeEnabled_(writeEnabled), fileSystem_(fileSystem) {}
-  bool IsWriteEnabled() const override { return writeEnabled_; }
+      : writeEnabled(writeEnabled), fileSystem(fileSystem) {}
+  bool IsWriteEnabled() const override { return writeEnabled; }
   FileSystem& GetFileSystem() const override {
-    return fileSystem_ != nullptr ? *fileSystem_ : FileSystem::Default();
+    return fileSystem != nullptr ? *fileSystem : FileSystem::Default();
   }
-
- private:
-  bool writeEnabled_;
-  FileSystem* fileSystem_;
+  bool writeEnabled;
+  FileSystem* fileSystem;
 };
 
 // A symbol on an existing file, header loaded and file opened; null when the
@@ -284,13 +250,8 @@ inline std::unique_ptr<CSymbol> OpenSymbol(SymbolOwner& owner, std::string const
 
 inline GET_SYMBOL_DATA_REQUEST MakeRequest(int mode, int count, void* buffer, int firstTime = 0,
                                            int lastTime = 0) {
-  GET_SYMBOL_DATA_REQUEST request{};
-  request.mode = mode;
-  request.count = count;
-  request.firstTime = firstTime;
-  request.lastTime = lastTime;
-  request.buffer = reinterpret_cast<HostWord>(buffer);
-  return request;
+  // handle, mode, first and last time, count, buffer, no completion
+  return {0, mode, firstTime, lastTime, count, reinterpret_cast<HostWord>(buffer), 0, 0};
 }
 
 // Every whole record of the symbol, read through GetData (oldest first).

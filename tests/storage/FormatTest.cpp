@@ -4,8 +4,8 @@
 
 #include <QDir>
 #include <QTemporaryDir>
-#include <algorithm>
 #include <cstring>
+#include <fstream>
 
 #include "CjdTestFiles.h"
 
@@ -24,10 +24,6 @@ std::string TextAt(Bytes const& bytes, std::size_t offset) {
   return std::string(reinterpret_cast<const char*>(bytes.data()) + offset + 1, bytes[offset]);
 }
 
-bool ZeroFrom(Bytes const& bytes, std::size_t from, std::size_t to) {
-  return std::all_of(bytes.begin() + from, bytes.begin() + to, [](unsigned char byte) { return byte == 0; });
-}
-
 class FormatTest : public ::testing::Test {
  protected:
   void SetUp() override { QDir(dir.path()).mkdir("Demo"); }
@@ -39,28 +35,21 @@ class FormatTest : public ::testing::Test {
   cjdtest::TestOwner owner;
 };
 
+// Five candle views: D = 2, H = 1038 + 5 * 257, records from D + H + 266.
+// The header writer does not write the reserved word before the records.
 TEST_F(FormatTest, CandleHeaderBytes) {
   auto symbol = cjdtest::MakeSymbol(&owner, "EURUSD", {'I', 15, 0});
   const Bytes bytes = cjdtest::ReadFileBytes(Created(symbol));
-  ASSERT_EQ(bytes.size(), 2587u);  // the reserved word is not written
+  ASSERT_EQ(bytes.size(), 2587u);
+  EXPECT_EQ(bytes, cjdtest::HeaderFields{}.Header());
   EXPECT_EQ(TextAt(bytes, 0), "Component Jet Data File");
-  EXPECT_TRUE(ZeroFrom(bytes, 24, 256));
   EXPECT_EQ(At<std::uint16_t>(bytes, 256), 1);
   EXPECT_EQ(At<std::uint32_t>(bytes, 258), 2u);     // D
-  EXPECT_EQ(At<std::uint16_t>(bytes, 262), 0);      // n
-  EXPECT_EQ(At<std::uint32_t>(bytes, 264), 2323u);  // H = 1038 + 5 * 257
+  EXPECT_EQ(At<std::uint16_t>(bytes, 262), 0);      // no descriptions
+  EXPECT_EQ(At<std::uint32_t>(bytes, 264), 2323u);  // H
   EXPECT_EQ(bytes[268], 5);
-  const char* names[] = {"Open", "High", "Low", "Close", "Volume"};
-  for (int view = 0; view < 5; ++view) {
-    EXPECT_EQ(bytes[269 + view * 257], DATA_POINT_FLOAT);
-    EXPECT_EQ(TextAt(bytes, 270 + view * 257), names[view]);
-  }
   EXPECT_EQ(TextAt(bytes, 1554), "EURUSD");  // name
-  EXPECT_EQ(TextAt(bytes, 1810), "EURUSD");  // title
-  EXPECT_EQ(bytes[2066], 'I');
   EXPECT_EQ(At<std::int32_t>(bytes, 2067), 15);
-  EXPECT_EQ(TextAt(bytes, 2071), "Demo");
-  EXPECT_EQ(TextAt(bytes, 2327), "EURUSD");
   EXPECT_FLOAT_EQ(At<float>(bytes, 2583), 0.0001f);
   EXPECT_EQ(symbol->file()->FirstRecordOffset(), 2591u);
 }
@@ -77,9 +66,16 @@ TEST_F(FormatTest, FirstRecordFollowsTheReservedWord) {
   EXPECT_EQ(symbol->file()->Tell(), 1820);  // counting rewinds to the first record
   const Bytes bytes = cjdtest::ReadFileBytes(path);
   ASSERT_EQ(bytes.size(), 1832u);
-  EXPECT_TRUE(ZeroFrom(bytes, 1816, 1820));
+  EXPECT_EQ(At<std::int32_t>(bytes, 1816), 0);
   EXPECT_EQ(At<std::int32_t>(bytes, 1820), 1000);
   EXPECT_FLOAT_EQ(At<float>(bytes, 1824), 1.5f);
+  // A partial record left by a crash is not counted; the next append goes over it.
+  std::ofstream(path, std::ios::app | std::ios::binary).write("\x01\x02\x03\x04\x05", 5);
+  EXPECT_EQ(symbol->GetDataPointCount(), 1);
+  tick.time = 2000;
+  symbol->InsertData(1, reinterpret_cast<unsigned char*>(&tick));
+  EXPECT_EQ(cjdtest::ReadFileBytes(path).size(), 1844u);
+  EXPECT_EQ(At<std::int32_t>(cjdtest::ReadFileBytes(path), 1832), 2000);
 }
 
 // With two descriptions everything after them moves by 1024 bytes. The

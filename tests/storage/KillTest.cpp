@@ -1,7 +1,8 @@
 // A child process inserts large batches (appends and rewrites) and is killed
 // with SIGKILL at random moments. After every kill the file must load and
 // hold exactly the records from before or after the insert that was under
-// way; the next child goes on from there.
+// way; the next child goes on from there. Then deaths placed exactly: at each
+// write of an append and of a rewrite in turn.
 
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -11,7 +12,6 @@
 #include <chrono>
 #include <cstdint>
 #include <filesystem>
-#include <iostream>
 #include <random>
 #include <string>
 #include <thread>
@@ -29,56 +29,40 @@ constexpr int kKills = 200;
 constexpr std::uint32_t kSeed = 4242;
 constexpr int kMaxSleepMicroseconds = 20'000;
 constexpr int kFinishedStepOneIn = 4;  // of the rounds, these wait until the first step is done
-constexpr int kStoredCount = 50;       // records before a placed death
-constexpr int kDeathBatchCount = 10;
-constexpr int kMaxDeathPoints = 32;  // more writes than one insert makes
-constexpr std::int32_t kFirstTime = 1'000'000;
-constexpr std::int32_t kTimeStep = 60;
 
 // The steps of the kill test. Each file takes kStepsPerFile steps; the first
 // appends to an empty file, later ones either append after everything stored
-// or land among the stored records (a rewrite).
+// or land among the stored records (a rewrite, one in kRewriteOneIn).
 constexpr int kStepsPerFile = 4;
 constexpr unsigned int kRecordSize = 24;  // candle records
-constexpr int kMinAppend = 10'000;
 constexpr int kMaxAppend = 100'000;
-constexpr int kMinRewrite = 1'000;
-constexpr int kMaxRewrite = 20'000;
-constexpr int kRewriteOneIn = 3;  // of the steps after a file's first
+constexpr int kRewriteOneIn = 3;
 constexpr std::int32_t kBaseTime = 1'000'000'000;
+constexpr std::int32_t kTimeStep = 60;
 // Each step owns a time span no append can fill, so an append of step j is
 // later than everything steps before j stored.
 constexpr std::int32_t kStepSpan = (kMaxAppend + 1) * kTimeStep;
 
 constexpr int FileOfStep(int step) { return step / kStepsPerFile; }
 
-struct Step {
-  bool rewrite = false;
-  int count = 0;
-  Bytes records;
-};
-
-// The batch of a step, the same whenever it is made. A rewrite takes any
-// second from the first stored bar up to its step's span: mostly new times
-// between stored bars, some replacing stored ones.
-Step MakeStep(int step) {
+// The batch of a step, the same whenever it is made: 10,000 to 100,000
+// appended records, or a rewrite of 1,000 to 20,000 records at any second
+// from the first stored bar up to its step's span, mostly new times between
+// stored bars, some replacing stored ones.
+Bytes MakeStep(int step) {
   std::seed_seq seeds{kSeed, static_cast<std::uint32_t>(step)};
   std::mt19937 rng(seeds);
   auto uniform = [&rng](int low, int high) { return std::uniform_int_distribution<int>(low, high)(rng); };
   const int stepInFile = step % kStepsPerFile;
   const std::int32_t start = kBaseTime + stepInFile * kStepSpan;
-  Step result;
-  result.rewrite = stepInFile > 0 && uniform(1, kRewriteOneIn) == 1;
   std::vector<std::int32_t> times;
-  if (result.rewrite) {
-    times.resize(static_cast<std::size_t>(uniform(kMinRewrite, kMaxRewrite)));
+  if (stepInFile > 0 && uniform(1, kRewriteOneIn) == 1) {
+    times.resize(static_cast<std::size_t>(uniform(1'000, 20'000)));
     for (std::int32_t& time : times) time = uniform(kBaseTime, start - 1);
   } else {
-    times = cjdtest::TimesFrom(start, uniform(kMinAppend, kMaxAppend), kTimeStep);
+    times = cjdtest::TimesFrom(start, uniform(10'000, kMaxAppend), kTimeStep);
   }
-  result.count = static_cast<int>(times.size());
-  result.records = cjdtest::MakeRecords(times, kRecordSize, rng);
-  return result;
+  return cjdtest::MakeRecords(times, kRecordSize, rng);
 }
 
 // The child: inserts the steps of its file from `first` on, announcing each
@@ -88,9 +72,9 @@ Step MakeStep(int step) {
     cjdtest::TestOwner owner;
     std::unique_ptr<CSymbol> symbol = cjdtest::OpenSymbol(owner, path);
     for (int step = first; symbol != nullptr && FileOfStep(step) == FileOfStep(first); ++step) {
-      Step batch = MakeStep(step);
+      Bytes batch = MakeStep(step);
       if (write(announceFd, &step, sizeof(step)) != sizeof(step)) break;
-      symbol->InsertData(batch.count, batch.records.data());
+      symbol->InsertData(static_cast<int>(batch.size() / kRecordSize), batch.data());
     }
   }
   _exit(EXIT_SUCCESS);
@@ -120,19 +104,14 @@ class KillTest : public ::testing::Test {
   // random moment after it, and kills it.
   Round RunChild() {
     int fds[2];
-    if (pipe(fds) != 0) return {};
-    const pid_t pid = fork();
+    Round round;
+    const pid_t pid = pipe(fds) == 0 ? fork() : -1;
+    if (pid < 0) return round;  // no step announced: CheckFile fails
     if (pid == 0) {
       close(fds[0]);
       InsertSteps(path_, step_, fds[1]);
     }
     close(fds[1]);
-    Round round;
-    if (pid < 0) {
-      close(fds[0]);
-      ADD_FAILURE() << "cannot fork";
-      return round;
-    }
     const bool awaitFinishedStep = std::uniform_int_distribution<int>(1, kFinishedStepOneIn)(rng_) == 1;
     if (ReadAnnouncement(fds[0], round.lastAnnounced) && awaitFinishedStep) {
       ReadAnnouncement(fds[0], round.lastAnnounced);
@@ -152,36 +131,30 @@ class KillTest : public ::testing::Test {
     return round;
   }
 
-  // The batch of step_, made once.
-  Step const& CurrentStep() {
-    if (madeStep_ != step_) {
-      batch_ = MakeStep(step_);
-      madeStep_ = step_;
-    }
-    return batch_;
-  }
-
   // The records after inserting step_ into state_ (NormalizeBatch and
   // MergeRecords are checked against record-by-record insertion elsewhere).
-  Bytes AfterCurrentStep() {
-    Step const& step = CurrentStep();
-    const Bytes batch = NormalizeBatch(step.records.data(), step.count, kRecordSize);
+  Bytes AfterStep() const {
+    const Bytes batch =
+        NormalizeBatch(batch_.data(), static_cast<int>(batch_.size() / kRecordSize), kRecordSize);
     Bytes merged;
     MergeRecords(state_.data(), static_cast<int>(state_.size() / kRecordSize), batch.data(),
                  static_cast<int>(batch.size() / kRecordSize), kRecordSize, merged);
     return merged;
   }
 
-  void AdvanceTo(int step) {
-    for (; step_ < step; ++step_) state_ = AfterCurrentStep();
+  void Advance(Bytes after) {
+    state_ = std::move(after);
+    batch_ = MakeStep(++step_);
   }
 
   // The file as a fresh writable symbol finds it (a pending rollback
   // applied) holds the records from before or after the step under way; the
-  // model moves on to the step the next child starts with.
+  // model moves on to the step the next child starts with. Readers with
+  // writes disabled never roll back, so they read the file as the killed
+  // child left it; they must not see a half-done insert either.
   void CheckFile(Round const& round) {
     ASSERT_GE(round.lastAnnounced, step_) << "the child announced no step";
-    AdvanceTo(round.lastAnnounced);
+    while (step_ < round.lastAnnounced) Advance(AfterStep());
     const Bytes readerRecords = cjdtest::RecordsOf(path_, false);  // before anyone rolls back
     cjdtest::TestOwner owner;
     std::unique_ptr<CSymbol> symbol = cjdtest::OpenSymbol(owner, path_);
@@ -192,35 +165,28 @@ class KillTest : public ::testing::Test {
     ASSERT_TRUE(cjdtest::TimesAscend(records, kRecordSize)) << "disordered in step " << step_;
     const bool writerFoundBefore = round.killed && records == state_;
     const bool readerFoundBefore = round.killed && readerRecords == state_;
-    ++outcomes_[CurrentStep().rewrite][writerFoundBefore];
     if (writerFoundBefore && readerFoundBefore) return;
-    Bytes after = AfterCurrentStep();
+    Bytes after = AfterStep();
     if (!readerFoundBefore) {
       EXPECT_TRUE(cjdtest::SameRecords(readerRecords, after, kRecordSize))
           << "a reader saw a half-done insert in step " << step_;
     }
     if (writerFoundBefore) return;
     ASSERT_TRUE(cjdtest::SameRecords(records, after, kRecordSize)) << "in step " << step_;
-    state_.swap(after);
-    ++step_;
+    Advance(std::move(after));
   }
 
   cjdtest::ScratchDir dir_;
   std::string path_;
-  Bytes state_;           // the records before step_
-  int step_ = 0;          // the next step a child starts with
-  Step batch_;            // the batch of step madeStep_
-  int madeStep_ = -1;
+  Bytes state_;                // the records before step_
+  int step_ = 0;               // the next step a child starts with
+  Bytes batch_ = MakeStep(0);  // the batch of step_
   std::mt19937 rng_{kSeed};
-  int outcomes_[2][2] = {};  // [rewrite][found before the step] counts
 };
 
-// Readers with writes disabled never roll back, so they read the file as the
-// killed child left it; they must not see a half-done insert either.
 TEST_F(KillTest, FileHoldsTheStateBeforeOrAfterTheInsertUnderWay) {
   int kills = 0;
-  int file = -1;
-  while (kills < kKills) {
+  for (int file = -1; kills < kKills;) {
     if (FileOfStep(step_) != file) {
       file = FileOfStep(step_);
       StartFile();
@@ -229,67 +195,45 @@ TEST_F(KillTest, FileHoldsTheStateBeforeOrAfterTheInsertUnderWay) {
     kills += round.killed ? 1 : 0;
     ASSERT_NO_FATAL_FAILURE(CheckFile(round)) << "after kill " << kills;
   }
-  std::cout << "kills: " << kills << ", steps done: " << step_
-            << "; appends found before/after: " << outcomes_[0][1] << "/" << outcomes_[0][0]
-            << ", rewrites found before/after: " << outcomes_[1][1] << "/" << outcomes_[1][0] << "\n";
 }
 
-// The same deaths, placed exactly: the inserting process ends in the middle
-// of each write of an append, then of a rewrite, in turn.
-class PlacedDeathTest : public ::testing::TestWithParam<bool> {
- protected:
-  // Runs the insert in a child that dies at write `point` after writing half
-  // of it; false when the insert made fewer writes and finished.
-  bool DiesAtWrite(int point, Bytes batch) {
-    const pid_t pid = fork();
-    if (pid == 0) {
-      cjdtest::FaultyFileSystem fileSystem;
-      cjdtest::TestOwner owner(true, &fileSystem);
-      std::unique_ptr<CSymbol> symbol = cjdtest::OpenSymbol(owner, path_);
-      fileSystem.Arm({.failWrite = point, .writeHalf = true, .dieAtWrite = true});
-      if (symbol != nullptr) symbol->InsertData(kDeathBatchCount, batch.data());
-      _exit(EXIT_SUCCESS);
+// The inserting process ends in the middle of each write of an append, then
+// of a rewrite, in turn, after writing half of it.
+TEST_F(KillTest, DeathAtEachWriteOfAnAppendOrARewriteLeavesTheStateBeforeOrAfter) {
+  const std::string path = dir_.File("death.cjd");
+  for (bool rewrite : {false, true}) {
+    int point = 1;
+    for (; point <= 32; ++point) {  // more writes than one insert makes
+      SCOPED_TRACE(std::string(rewrite ? "rewrite" : "append") + ", died at write " + std::to_string(point));
+      const Bytes stored =
+          cjdtest::MakeRecords(cjdtest::TimesFrom(kBaseTime, 50, kTimeStep), kRecordSize, rng_);
+      const std::int32_t from = kBaseTime + (rewrite ? kTimeStep / 2 : 50 * kTimeStep);
+      Bytes batch = cjdtest::MakeRecords(cjdtest::TimesFrom(from, 10, kTimeStep), kRecordSize, rng_);
+      const Bytes after = cjdtest::MergeByTime(stored, batch, kRecordSize);
+      cjdtest::WriteFileBytes(path, cjdtest::HeaderFields{}.File(stored));
+      const pid_t pid = fork();
+      if (pid == 0) {
+        cjdtest::FaultyFileSystem fileSystem;
+        cjdtest::TestOwner owner(true, &fileSystem);
+        std::unique_ptr<CSymbol> symbol = cjdtest::OpenSymbol(owner, path);
+        fileSystem.Arm({.failWrite = point, .writeHalf = true, .dieAtWrite = true});
+        if (symbol != nullptr) symbol->InsertData(10, batch.data());
+        _exit(EXIT_SUCCESS);
+      }
+      int status = 0;
+      waitpid(pid, &status, 0);
+      ASSERT_TRUE(WIFEXITED(status)) << "status " << status;
+      if (WEXITSTATUS(status) != cjdtest::kDiedAtWrite) break;  // the insert made fewer writes and finished
+      for (bool writeEnabled : {false, true}) {                 // a reader first: it never rolls back
+        const Bytes found = cjdtest::RecordsOf(path, writeEnabled);
+        if (found != stored) {
+          EXPECT_TRUE(cjdtest::SameRecords(found, after, kRecordSize))
+              << (writeEnabled ? "a writer, after its rollback" : "a reader with writes disabled");
+        }
+      }
     }
-    int status = 0;
-    waitpid(pid, &status, 0);
-    EXPECT_TRUE(WIFEXITED(status)) << "status " << status;
-    return WIFEXITED(status) && WEXITSTATUS(status) == cjdtest::kDiedAtWrite;
+    EXPECT_GT(point, 1) << "the insert made no write";
   }
-
-  cjdtest::ScratchDir dir_;
-  std::string path_ = dir_.File("death.cjd");
-  cjdtest::HeaderFields fields_;
-  std::mt19937 rng_{11};
-};
-
-TEST_P(PlacedDeathTest, WritersAndReadersFindTheStateBeforeOrAfter) {
-  const bool rewrite = GetParam();
-  const unsigned int recordSize = fields_.RecordSize();
-  const std::vector<std::int32_t> storedTimes = cjdtest::TimesFrom(kFirstTime, kStoredCount, kTimeStep);
-  const std::vector<std::int32_t> batchTimes =
-      rewrite ? cjdtest::TimesFrom(kFirstTime + kTimeStep / 2, kDeathBatchCount, kTimeStep)
-              : cjdtest::TimesFrom(kFirstTime + kStoredCount * kTimeStep, kDeathBatchCount, kTimeStep);
-  int point = 1;
-  for (; point <= kMaxDeathPoints; ++point) {
-    SCOPED_TRACE("died at write " + std::to_string(point));
-    const Bytes stored = cjdtest::MakeRecords(storedTimes, recordSize, rng_);
-    const Bytes batch = cjdtest::MakeRecords(batchTimes, recordSize, rng_);
-    const Bytes after = cjdtest::MergeByTime(stored, batch, recordSize);
-    cjdtest::WriteFileBytes(path_, fields_.File(stored));
-    if (!DiesAtWrite(point, batch)) break;
-    const Bytes reader = cjdtest::RecordsOf(path_, false);
-    const Bytes writer = cjdtest::RecordsOf(path_);
-    if (reader != stored) {
-      EXPECT_TRUE(cjdtest::SameRecords(reader, after, recordSize)) << "a reader with writes disabled";
-    }
-    if (writer != stored) {
-      EXPECT_TRUE(cjdtest::SameRecords(writer, after, recordSize)) << "a writer, after its rollback";
-    }
-  }
-  EXPECT_GT(point, 1) << "the insert made no write";
 }
-
-INSTANTIATE_TEST_SUITE_P(AppendAndRewrite, PlacedDeathTest, ::testing::Bool(),
-                         [](auto const& info) { return info.param ? "Rewrite" : "Append"; });
 
 }  // namespace

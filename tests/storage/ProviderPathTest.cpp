@@ -33,27 +33,23 @@ TEST(EscapeTest, SeparatorsPercentAndControlsAreEscaped) {
   EXPECT_EQ(ProviderFolderName("Demo"), "Demo");
 }
 
-class SymbolPathTest : public ::testing::Test {
- protected:
-  void SetUp() override { QDir(dir.path()).mkdir("Demo"); }
-  std::string PathOf(const char* name, SYMBOL_PERIOD period, QString const& folder, const char* code = "EURUSD") {
-    auto symbol = cjdtest::MakeSymbol(&owner, name, period, code, "Demo");
-    EXPECT_EQ(symbol->Create(dir.path() + folder), 0);
-    return symbol->file()->path();
-  }
+// The folder is joined as given; names that would leave it are escaped.
+TEST(SymbolPathTest, FileNamesOfTheFormat) {
   QTemporaryDir dir;
   cjdtest::TestOwner owner;
+  QDir(dir.path()).mkdir("Demo");
   const std::string root = dir.path().toStdString();
-};
-
-// The folder is joined as given; names that would leave it are escaped.
-TEST_F(SymbolPathTest, FileNamesOfTheFormat) {
-  EXPECT_EQ(PathOf("EURUSD", {'I', 15, 0}, "/Demo"), root + "/Demo/EURUSD_I15_EURUSD.cjd");
-  EXPECT_EQ(PathOf("EURUSD", {'I', 15, 0}, ""), root + "/DemoEURUSD_I15_EURUSD.cjd");
-  EXPECT_EQ(PathOf("EURUSD", {'I', 0, 0}, "/Demo/"), root + "/Demo/EURUSD_I0_EURUSD.cjd");
-  EXPECT_EQ(PathOf("EURUSD", {'D', 3, 0}, "/Demo"), root + "/Demo/EURUSD_D_EURUSD.cjd");
-  EXPECT_EQ(PathOf("EUR/USD", {'I', 5, 0}, "/Demo"), root + "/Demo/EUR%2FUSD_I5_EURUSD.cjd");
-  EXPECT_EQ(PathOf("X", {'M', 0, 0}, "/Demo", "../../etc"), root + "/Demo/X_M_..%2F..%2Fetc.cjd");
+  auto pathOf = [&](const char* name, SYMBOL_PERIOD period, const char* folder, const char* code = "EURUSD") {
+    auto symbol = cjdtest::MakeSymbol(&owner, name, period, code);
+    EXPECT_EQ(symbol->Create(dir.path() + folder), 0);
+    return symbol->file()->path();
+  };
+  EXPECT_EQ(pathOf("EURUSD", {'I', 15, 0}, "/Demo"), root + "/Demo/EURUSD_I15_EURUSD.cjd");
+  EXPECT_EQ(pathOf("EURUSD", {'I', 15, 0}, ""), root + "/DemoEURUSD_I15_EURUSD.cjd");
+  EXPECT_EQ(pathOf("EURUSD", {'I', 0, 0}, "/Demo/"), root + "/Demo/EURUSD_I0_EURUSD.cjd");
+  EXPECT_EQ(pathOf("EURUSD", {'D', 3, 0}, "/Demo"), root + "/Demo/EURUSD_D_EURUSD.cjd");
+  EXPECT_EQ(pathOf("EUR/USD", {'I', 5, 0}, "/Demo"), root + "/Demo/EUR%2FUSD_I5_EURUSD.cjd");
+  EXPECT_EQ(pathOf("X", {'M', 0, 0}, "/Demo", "../../etc"), root + "/Demo/X_M_..%2F..%2Fetc.cjd");
   EXPECT_EQ(QDir(dir.path() + "/Demo").entryList(QDir::Files).size(), 5);
 }
 
