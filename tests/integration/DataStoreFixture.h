@@ -4,7 +4,8 @@
 //
 // The tree of one test (the working directory while the test runs, so that
 // the module's file log "./temp/dataStore.log" lands in it):
-//   <root>/lib*.so   fresh copies of the library, one per load
+//   <root>/lib       fresh copies of the library, one per load, so that the
+//                    module's static state starts fresh whatever ran before
 //   <root>/config    the host's configuration folder (pelto.cfg)
 //   <root>/data      the host's data folder; created by the module
 //   <root>/temp      the module's file log
@@ -13,45 +14,45 @@
 #define DATASTORE_TESTS_INTEGRATION_DATASTOREFIXTURE_H_
 
 #include <gtest/gtest.h>
-#include <sys/types.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <condition_variable>
-#include <cstdint>
+#include <cstdlib>
+#include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <functional>
+#include <iterator>
 #include <limits>
 #include <memory>
 #include <mutex>
-#include <ostream>
+#include <sstream>
 #include <string>
 #include <thread>
+#include <type_traits>
 #include <vector>
 
 #include "HostBoundary.h"
-#include "LibraryCopy.h"
 #include "ModuleHost.h"
 
 namespace datastore_test {
 
 namespace fs = std::filesystem;
+namespace M = HostMessage;
 
 constexpr char kProvider[] = "Test";
-constexpr char kGameModeEvent[] = "Quendal Game Mode";
-constexpr char kDataStoreEvent[] = "DataStoreEvent";
 constexpr HostWord kModuleId = 0x5150;          // the handle the host assigns at registration
 constexpr unsigned int kGetDone = 9101;         // completion code of posted gets
 constexpr unsigned int kInsertDone = 9102;      // completion code of posted inserts
 constexpr std::chrono::seconds kWaitLimit{10};  // longest wait for something that must happen
 constexpr int kEveryRecord = std::numeric_limits<std::int32_t>::max();  // a count that counts all
-constexpr std::int32_t kFirstTime = 1000;       // time of the first record of a series
-constexpr std::int32_t kStep = 60;              // seconds between the records of a series
+constexpr std::int32_t kFirstTime = 1000;  // time of the first record of a series
+constexpr std::int32_t kStep = 60;         // seconds between the records of a series
 
-enum GetMode : std::int32_t {
-  kNewest = 0,     // the last count records
-  kTimeRange = 1,  // the records between two times
-  kOldest = 2,     // the first count records
-};
+// Modes of a get: the last count records, those between two times, the first count records.
+enum GetMode : std::int32_t { kNewest = 0, kTimeRange = 1, kOldest = 2 };
 
 // Records exactly as a caller hands them to the store.
 #pragma pack(push, 1)
@@ -66,8 +67,11 @@ struct Tick {  // intraday period of length 0
   bool operator==(const Tick&) const = default;
 };
 #pragma pack(pop)
-void PrintTo(const Candle& candle, std::ostream* out);
-void PrintTo(const Tick& tick, std::ostream* out);
+
+inline void PrintTo(const Candle& c, std::ostream* out) {
+  *out << "{" << c.time << ": " << c.open << " " << c.high << " " << c.low << " " << c.close << " "
+       << c.volume << "}";
+}
 
 // Packed fields are passed by value: gtest's macros bind references.
 template <typename T>
@@ -76,9 +80,17 @@ T Unpacked(T field) {
 }
 
 // A candle whose values all derive from its time and a tag.
-Candle MakeCandle(std::int32_t time, float tag = 0);
+inline Candle MakeCandle(std::int32_t time, float tag = 0) {
+  const float base = static_cast<float>(time % 1000) + tag;
+  return Candle{time, base, base + 2, base - 1, base + 1, tag + 7};
+}
+
 // count candles kStep apart, the first at first.
-std::vector<Candle> Series(int count, std::int32_t first = kFirstTime, float tag = 0);
+inline std::vector<Candle> Series(int count, std::int32_t first = kFirstTime, float tag = 0) {
+  std::vector<Candle> candles;
+  for (int i = 0; i < count; ++i) candles.push_back(MakeCandle(first + i * kStep, tag));
+  return candles;
+}
 
 // What a caller names when it opens a symbol.
 struct SymbolParams {
@@ -88,8 +100,29 @@ struct SymbolParams {
   std::string code = "EURUSD";
   std::string provider = kProvider;
 };
-SYMBOL_NAME_PERIOD ToRecord(const SymbolParams& params);
-SYMBOL_NAME_PERIOD_PATH ToRecord(const SymbolParams& params, const fs::path& folder);
+
+// Wide fields lie at odd offsets of packed records: copied as bytes.
+inline void CopyWide(void* field, const std::u16string& text) {
+  std::memcpy(field, text.data(),
+              std::min<std::size_t>(text.size(), kHostWideNameUnits - 1) * sizeof(char16_t));
+}
+
+inline SYMBOL_NAME_PERIOD ToRecord(const SymbolParams& params) {
+  SYMBOL_NAME_PERIOD record{};
+  std::strncpy(record.provider, params.provider.c_str(), sizeof record.provider - 1);
+  CopyWide(reinterpret_cast<char*>(&record) + offsetof(SYMBOL_NAME_PERIOD, name), params.name);
+  std::strncpy(record.code, params.code.c_str(), sizeof record.code - 1);
+  record.period.kind = params.kind;
+  record.period.length = params.length;
+  return record;
+}
+
+inline SYMBOL_NAME_PERIOD_PATH ToRecord(const SymbolParams& params, const fs::path& folder) {
+  SYMBOL_NAME_PERIOD_PATH record{};
+  record.symbol = ToRecord(params);
+  CopyWide(reinterpret_cast<char*>(&record) + offsetof(SYMBOL_NAME_PERIOD_PATH, path), folder.u16string());
+  return record;
+}
 
 template <typename Point>
 GET_SYMBOL_DATA_REQUEST GetRequest(HostWord handle, std::int32_t mode, std::vector<Point>& buffer) {
@@ -115,56 +148,247 @@ HostArg Arg(Record* record) {
   return reinterpret_cast<HostArg>(record);
 }
 
-// The temporary tree of one test; see the top of this file.
+inline std::string ReadBytes(const fs::path& file) {  // empty when it cannot be read
+  std::ifstream in(file, std::ios::binary);
+  std::ostringstream bytes;
+  bytes << in.rdbuf();
+  return bytes.str();
+}
+
+// The temporary tree of one test; see the top of this file. Removed with the object.
 class TestTree {
  public:
-  TestTree();
-  std::string copyLibrary();  // a fresh copy of the library
-  const fs::path& root() const { return files_.dir(); }
-  fs::path config() const { return root() / "config"; }
-  fs::path data() const { return root() / "data"; }
+  TestTree() {
+    std::string pattern = (fs::temp_directory_path() / "datastore_test_XXXXXX").string();
+    root_ = ::mkdtemp(pattern.data());
+    for (const char* folder : {"lib", "config", "temp"}) fs::create_directories(root_ / folder);
+  }
+  ~TestTree() { fs::remove_all(root_); }
+  TestTree(const TestTree&) = delete;
+  TestTree& operator=(const TestTree&) = delete;
+
+  std::string copyLibrary() {  // a fresh copy of the library
+    const fs::path copy = root_ / "lib" / ("libdatastore_" + std::to_string(copies_++) + ".so");
+    fs::copy_file(DATASTORE_MODULE_PATH, copy);
+    return copy.string();
+  }
+  const fs::path& root() const { return root_; }
+  fs::path config() const { return root_ / "config"; }
+  fs::path data() const { return root_ / "data"; }
   fs::path providerFolder() const { return data() / kProvider; }
-  fs::path log() const { return root() / "temp" / "dataStore.log"; }
+  fs::path log() const { return root_ / "temp" / "dataStore.log"; }
+
   // Writes config()/pelto.cfg: section DATASTORE with lines, CR LF line ends.
-  void writeConfig(const std::vector<std::string>& lines) const;
+  void writeConfig(const std::vector<std::string>& lines) const {
+    std::ofstream out(config() / "pelto.cfg", std::ios::binary);
+    out << "[DATASTORE]\r\n";
+    for (const std::string& line : lines) out << line << "\r\n";
+  }
+
   // Every file and folder of the tree that lies in none of the folders given,
   // apart from the library copies, the configuration and the log.
-  std::vector<fs::path> entriesOutside(const std::vector<fs::path>& folders) const;
-  std::vector<fs::path> symbolFiles() const;  // every *.cjd of the tree, sorted
+  std::vector<fs::path> entriesOutside(std::vector<fs::path> allowed) const {
+    allowed.insert(allowed.end(), {root_ / "lib", config(), log().parent_path()});
+    const auto within = [](const fs::path& path, const fs::path& folder) {  // or folder itself
+      const fs::path relative = path.lexically_normal().lexically_relative(folder.lexically_normal());
+      return !relative.empty() && *relative.begin() != "..";
+    };
+    std::vector<fs::path> outside;
+    for (const fs::directory_entry& entry : fs::recursive_directory_iterator(root_)) {
+      const fs::path& path = entry.path();
+      const auto covers = [&](const fs::path& folder) {  // inside, or a folder on the way
+        return within(path, folder) || within(folder, path);
+      };
+      if (std::none_of(allowed.begin(), allowed.end(), covers)) outside.push_back(path);
+    }
+    return outside;
+  }
+
+  std::vector<fs::path> symbolFiles() const {  // every *.cjd of the tree, sorted
+    std::vector<fs::path> files;
+    for (const fs::directory_entry& entry : fs::recursive_directory_iterator(root_)) {
+      if (entry.is_regular_file() && entry.path().extension() == ".cjd") files.push_back(entry.path());
+    }
+    std::sort(files.begin(), files.end());
+    return files;
+  }
 
  private:
-  LibraryCopy files_;  // the root; removed with the object
-  int copies_ = 0;     // library copies made
+  fs::path root_;
+  int copies_ = 0;  // library copies made
 };
 
-// One loaded copy of the library, answered by a reference host.
-class DataStoreSession {
+// Receives completion calls: its host's address is the completion context of
+// the requests attached to it, so a call that reaches it proves that the
+// module passed that context through. Keeps each call with a copy of the
+// request copy it was handed and of that copy's records (candles); the copy is
+// valid during the call only.
+class CompletionSink {
  public:
-  DataStoreSession(TestTree& tree, const std::string& provider);
-  ~DataStoreSession();  // unloads; the host sends 3005 first if the module still runs
-  DataStoreSession(const DataStoreSession&) = delete;
-  DataStoreSession& operator=(const DataStoreSession&) = delete;
+  struct Completion {
+    unsigned int message = 0;             // kGetDone or kInsertDone
+    HostArg address = 0;                  // a: the module's copy of the request
+    std::thread::id thread;               // calling thread
+    GET_SYMBOL_DATA_REQUEST get{};        // the copy, for kGetDone
+    INSERT_SYMBOL_DATA_REQUEST insert{};  // the copy, for kInsertDone
+    std::vector<Candle> points;           // the copy's records
+  };
 
-  ModuleHost& host() { return host_; }
-  HostWord moduleAddress() { return reinterpret_cast<HostWord>(host_.moduleObject()); }
-  void start();  // Initialize, then 3007 and 3004, as a terminal starts a module
-  int send(unsigned int message, HostArg a = 0, HostArg b = 0) { return host_.send(message, a, b); }
+  CompletionSink() {
+    host_.setHandler([this](unsigned int message, HostArg a, HostArg) {
+      Completion completion;
+      completion.message = message;
+      completion.address = a;
+      completion.thread = std::this_thread::get_id();
+      const Candle* points = nullptr;
+      std::int32_t count = 0;
+      if (message == kGetDone) {
+        std::memcpy(&completion.get, reinterpret_cast<const void*>(a), sizeof completion.get);
+        points = reinterpret_cast<const Candle*>(completion.get.buffer);
+        count = completion.get.count;
+      } else if (message == kInsertDone) {
+        std::memcpy(&completion.insert, reinterpret_cast<const void*>(a), sizeof completion.insert);
+        points = reinterpret_cast<const Candle*>(completion.insert.data);
+        count = completion.insert.number;
+      }
+      if (points != nullptr && count > 0) completion.points.assign(points, points + count);
+      std::unique_lock<std::mutex> lock(mu_);
+      completions_.push_back(std::move(completion));
+      holding_ = holdNext_;
+      holdNext_ = false;
+      changed_.notify_all();
+      changed_.wait(lock, [this] { return !holding_; });
+      return 0;
+    });
+  }
+  ~CompletionSink() { release(); }
 
-  int open(const SymbolParams& params, HostWord* handle);                              // 6001
-  int openPath(const SymbolParams& params, const fs::path& folder, HostWord* handle);  // 6008
-  HostWord open(const SymbolParams& params);  // 6001; records a failure and gives 0 if refused
+  HostWord context() { return reinterpret_cast<HostWord>(&host_); }
+  template <typename Request>
+  void attach(Request& request) {  // completion here, by kGetDone or kInsertDone
+    request.completionContext = context();
+    request.completionCode = std::is_same_v<Request, GET_SYMBOL_DATA_REQUEST> ? kGetDone : kInsertDone;
+  }
+  void holdNext() {  // the next call waits inside the sink until release()
+    std::lock_guard<std::mutex> lock(mu_);
+    holdNext_ = true;
+  }
+  bool waitHeld() {  // true once a call waits; false after kWaitLimit
+    std::unique_lock<std::mutex> lock(mu_);
+    return changed_.wait_for(lock, kWaitLimit, [this] { return holding_; });
+  }
+  void release() {
+    std::lock_guard<std::mutex> lock(mu_);
+    holdNext_ = false;
+    holding_ = false;
+    changed_.notify_all();
+  }
+  // True once count calls arrived; false after limit.
+  bool waitFor(std::size_t count, std::chrono::seconds limit = kWaitLimit) {
+    std::unique_lock<std::mutex> lock(mu_);
+    return changed_.wait_for(lock, limit, [&] { return completions_.size() >= count; });
+  }
+  std::vector<Completion> completions() const {
+    std::lock_guard<std::mutex> lock(mu_);
+    return completions_;
+  }
 
+ private:
+  ModuleHost host_;                      // never loads a module: only its address is used
+  mutable std::mutex mu_;                // guards everything below
+  std::condition_variable changed_;      // signalled on every change below
+  std::vector<Completion> completions_;  // in arrival order
+  bool holdNext_ = false;                // the next call is held
+  bool holding_ = false;                 // a call waits for release()
+};
+
+inline int ThreadCount() {  // the threads of this process
+  const fs::directory_iterator tasks("/proc/self/task");
+  return static_cast<int>(std::distance(fs::begin(tasks), fs::end(tasks)));
+}
+
+inline bool WaitUntil(const std::function<bool()>& check) {  // false if check() is not true in kWaitLimit
+  const auto deadline = std::chrono::steady_clock::now() + kWaitLimit;
+  while (!check()) {
+    if (std::chrono::steady_clock::now() > deadline) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+  }
+  return true;
+}
+
+// The thread tid of this process waits on a lock or a condition: state 'S' in
+// /proc/self/task/<tid>/stat, which reads "tid (name) state ...".
+inline bool ThreadSleeps(pid_t tid) {
+  const std::string stat = ReadBytes(fs::path("/proc/self/task") / std::to_string(tid) / "stat");
+  const std::size_t nameEnd = stat.rfind(')');
+  return nameEnd != std::string::npos && nameEnd + 2 < stat.size() && stat[nameEnd + 2] == 'S';
+}
+
+// Each test runs in a fresh tree, which is its working directory meanwhile,
+// and talks to the module through the protocol helpers below.
+class DataStoreFixture : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    previousDirectory_ = fs::current_path();
+    fs::current_path(tree_.root());
+  }
+  void TearDown() override {
+    sink_.release();
+    host_.reset();
+    fs::current_path(previousDirectory_);
+  }
+
+  // Unloads the running copy, if any, and loads a fresh one with provider as
+  // the host's current data provider.
+  void load(const std::string& provider = kProvider) {
+    host_.reset();
+    host_ = std::make_unique<ModuleHost>();
+    EXPECT_TRUE(host_->load(tree_.copyLibrary())) << host_->error();
+    host_->setFolder(VD_FOLDER_CONFIG, tree_.config().u16string());
+    host_->setFolder(VD_FOLDER_DATA, tree_.data().u16string());
+    host_->setDataSource(provider);
+    host_->setModuleHandle(kModuleId);
+  }
+  // The same, then starts it as a terminal does: Initialize, 3007, 3004.
+  void restart(const std::string& provider = kProvider) {
+    load(provider);
+    host_->initialize();
+    EXPECT_EQ(send(M::InitModule), 0);
+    EXPECT_EQ(send(M::Start), 0);
+  }
+
+  int send(unsigned int message, HostArg a = 0, HostArg b = 0) { return host_->send(message, a, b); }
+  int open(const SymbolParams& params, HostWord* handle) {  // 6001
+    SYMBOL_NAME_PERIOD record = ToRecord(params);
+    return send(M::OpenSymbol, Arg(&record), Arg(handle));
+  }
+  int openPath(const SymbolParams& params, const fs::path& folder, HostWord* handle) {  // 6008
+    SYMBOL_NAME_PERIOD_PATH record = ToRecord(params, folder);
+    return send(M::OpenSymbolPath, Arg(&record), Arg(handle));
+  }
+  HostWord open(const SymbolParams& params) {  // 6001; records a failure and gives 0 if refused
+    HostWord handle = 0;
+    EXPECT_EQ(open(params, &handle), 0);
+    EXPECT_NE(handle, 0u);
+    return handle;
+  }
   template <typename Point>
   int insert(HostWord handle, std::vector<Point> points) {  // 6003
     INSERT_SYMBOL_DATA_REQUEST request = InsertRequest(handle, points);
-    return send(HostMessage::InsertDataSend, Arg(&request));
+    return send(M::InsertDataSend, Arg(&request));
   }
-  int count(HostWord handle);  // 6007 over every record; -1 if refused
+  int count(HostWord handle) {  // 6007 over every record; -1 if refused
+    GET_SYMBOL_DATA_REQUEST request{};
+    request.handle = handle;
+    request.mode = kNewest;
+    request.count = kEveryRecord;
+    return send(M::GetDataCountSend, Arg(&request)) == 0 ? request.count : -1;
+  }
   template <typename Point>
   std::vector<Point> get(HostWord handle, std::int32_t mode, int capacity) {  // 6005
     std::vector<Point> buffer(static_cast<std::size_t>(capacity));
     GET_SYMBOL_DATA_REQUEST request = GetRequest(handle, mode, buffer);
-    EXPECT_EQ(send(HostMessage::GetDataSend, Arg(&request)), 0);
+    EXPECT_EQ(send(M::GetDataSend, Arg(&request)), 0);
     buffer.resize(static_cast<std::size_t>(std::max(request.count, 0)));
     return buffer;
   }
@@ -174,77 +398,22 @@ class DataStoreSession {
   std::vector<Point> readAll(HostWord handle) {
     return get<Point>(handle, kOldest, std::max(count(handle), 0) + 1);
   }
-
- private:
-  ModuleHost host_;  // loads the copy; its destructor unloads it
-};
-
-// Receives completion calls: its host's address is the completion context of
-// the requests attached to it, so a call that reaches it proves that the
-// module passed that context through. Keeps each call with a copy of the
-// request copy it was handed and of that copy's records (candles).
-class CompletionSink {
- public:
-  struct Completion {
-    unsigned int message = 0;             // kGetDone or kInsertDone
-    HostArg address = 0;                  // a: the module's copy of the request
-    HostArg b = 0;
-    std::thread::id thread;               // calling thread
-    GET_SYMBOL_DATA_REQUEST get{};        // the copy, for kGetDone
-    INSERT_SYMBOL_DATA_REQUEST insert{};  // the copy, for kInsertDone
-    std::vector<Candle> points;           // the copy's records
-  };
-
-  CompletionSink();
-  ~CompletionSink();  // releases a held call
-  CompletionSink(const CompletionSink&) = delete;
-  CompletionSink& operator=(const CompletionSink&) = delete;
-
-  HostWord context() { return reinterpret_cast<HostWord>(&host_); }
-  void attach(GET_SYMBOL_DATA_REQUEST& request);     // completion by kGetDone here
-  void attach(INSERT_SYMBOL_DATA_REQUEST& request);  // completion by kInsertDone here
-  void holdNext();   // the next call waits inside the sink until release()
-  bool waitHeld();   // true once a call waits; false after kWaitLimit
-  void release();
-  // True once count calls arrived; false after limit.
-  bool waitFor(std::size_t count, std::chrono::seconds limit = kWaitLimit);
-  std::vector<Completion> completions() const;
-
- private:
-  int receive(unsigned int message, HostArg a, HostArg b);
-
-  ModuleHost host_;                      // never loads a module: only its address is used
-  mutable std::mutex mu_;                // guards everything below
-  std::condition_variable changed_;      // signalled on every change below
-  std::vector<Completion> completions_;  // in arrival order
-  bool holdNext_ = false;                // the next call is held
-  bool holding_ = false;                 // a call waits for release()
-};
-
-int ThreadCount();  // the threads of this process
-// The same, once runtimes that start a helper thread along with the first
-// thread of the process (ThreadSanitizer does) have done so.
-int BaselineThreadCount();
-bool WaitUntil(const std::function<bool()>& check);  // false if check() is not true in kWaitLimit
-bool ThreadSleeps(pid_t tid);  // the thread tid of this process waits on a lock or a condition
-std::string ReadBytes(const fs::path& file);  // empty when it cannot be read
-
-// Each test runs in a fresh tree, which is its working directory meanwhile.
-class DataStoreFixture : public ::testing::Test {
- protected:
-  void SetUp() override;
-  void TearDown() override;
-  // Unloads the running copy, if any, and starts a fresh one with provider
-  // as the host's current data provider.
-  DataStoreSession& restart(const std::string& provider = kProvider);
   // 6004 / 6006 of a request whose completion comes to sink_.
-  int postInsert(HostWord handle, std::vector<Candle>& points);
-  int postGet(HostWord handle, std::int32_t mode, std::vector<Candle>& buffer);
+  int postInsert(HostWord handle, std::vector<Candle>& points) {
+    INSERT_SYMBOL_DATA_REQUEST request = InsertRequest(handle, points);
+    sink_.attach(request);
+    return send(M::InsertDataPost, Arg(&request));
+  }
+  int postGet(HostWord handle, std::int32_t mode, std::vector<Candle>& buffer) {
+    GET_SYMBOL_DATA_REQUEST request = GetRequest(handle, mode, buffer);
+    sink_.attach(request);
+    return send(M::GetDataPost, Arg(&request));
+  }
 
   TestTree tree_;
-  CompletionSink sink_;  // outlives the session: the worker may call it until unload
-  std::unique_ptr<DataStoreSession> session_;
-  fs::path previousDirectory_;  // restored after the test
+  CompletionSink sink_;               // outlives the module: the worker may call it until unload
+  std::unique_ptr<ModuleHost> host_;  // the loaded copy; unloads (after 3005) when reset
+  fs::path previousDirectory_;        // restored after the test
 };
 
 }  // namespace datastore_test
