@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <string>
+#include <tuple>
 
 #include "ProgramRun.h"
 
@@ -29,10 +30,7 @@ TEST_F(DshostTest, GetAndCountSelectWhatInsertStored) {
   const Outcome insert = dshost("insert EUR/USD I0", kHeader + kRows[0] + kRows[1] + kRows[2]);
   ASSERT_EQ(insert.status, 0) << insert.err;
   EXPECT_EQ(insert.out, "inserted 3 records\n");
-  const struct {
-    const char* selection;
-    std::string expected;
-  } kCases[] = {
+  const std::pair<const char*, std::string> kCases[] = {
       {"", kHeader + kRows[0] + kRows[1] + kRows[2]},
       {"--last 2", kHeader + kRows[1] + kRows[2]},
       {"--first 1", kHeader + kRows[0]},
@@ -41,23 +39,23 @@ TEST_F(DshostTest, GetAndCountSelectWhatInsertStored) {
       {"--from 2024-01-02T03:04:06Z --to 1704164646", kHeader + kRows[1]},
       {"--from 1704164646", kHeader + kRows[1] + kRows[2]},
   };
-  for (const auto& c : kCases) {
-    SCOPED_TRACE(c.selection);
-    const Outcome get = dshost(std::string("get EUR/USD I0 ") + c.selection);
+  for (const auto& [selection, expected] : kCases) {
+    SCOPED_TRACE(selection);
+    const Outcome get = dshost(std::string("get EUR/USD I0 ") + selection);
     ASSERT_EQ(get.status, 0) << get.err;
-    EXPECT_EQ(get.out, c.expected);
-    const Outcome count = dshost(std::string("count EUR/USD I0 ") + c.selection);
+    EXPECT_EQ(get.out, expected);
+    const Outcome count = dshost(std::string("count EUR/USD I0 ") + selection);
     ASSERT_EQ(count.status, 0) << count.err;
-    const auto lines = std::count(c.expected.begin(), c.expected.end(), '\n');
+    const auto lines = std::count(expected.begin(), expected.end(), '\n');
     EXPECT_EQ(count.out, std::to_string(lines - 1) + "\n");
   }
 }
 
 TEST_F(DshostTest, CandlesInsertedInAnyColumnOrderUnderAProvider) {
   const Outcome insert = dshost("--provider Demo insert ES.Z4 D --code ESZ4",
-                            "Volume,Close,Low,High,Open,time\n"
-                            "10,4.5,3.5,5,4,2024-01-03\n"
-                            "20,5.5,4.5,6,5,2024-01-02\n");
+                                "Volume,Close,Low,High,Open,time\n"
+                                "10,4.5,3.5,5,4,2024-01-03\n"
+                                "20,5.5,4.5,6,5,2024-01-02\n");
   ASSERT_EQ(insert.status, 0) << insert.err;
   EXPECT_TRUE(fs::is_directory(dir_ / "data" / "Demo"));
   const Outcome get = dshost("--provider Demo get ES.Z4 D --code ESZ4");
@@ -70,13 +68,17 @@ TEST_F(DshostTest, CandlesInsertedInAnyColumnOrderUnderAProvider) {
       << "another provider's symbol";
 }
 
-TEST_F(DshostTest, BadArgumentsAndInputFailWithAMessage) {
-  const struct {
-    const char* arguments;
-    const char* input;
-    int status;
-    const char* error;
-  } kCases[] = {
+// Help exits 0; bad arguments and input fail with a message before the
+// module is started.
+TEST_F(DshostTest, HelpOnEveryCommandAndAMessageForBadArguments) {
+  for (const char* arguments : {"--help", "info --help", "get --help", "count -h", "insert --help",
+                                "import --help", "gui --help", "screenshot -h"}) {
+    const Outcome run = dshost(arguments);
+    EXPECT_EQ(run.status, 0) << arguments;
+    EXPECT_EQ(run.out.rfind("Usage: dshost", 0), 0u) << arguments << ": " << run.out;
+  }
+  // Arguments, standard input, exit status, a part of the message.
+  const std::tuple<const char*, const char*, int, const char*> kCases[] = {
       {"get EUR/USD X5", "", 2, "bad period 'X5'"},
       {"get EUR/USD", "", 2, "usage: dshost"},
       {"count EUR/USD I0 --bogus 1", "", 2, "unknown option --bogus"},
@@ -86,23 +88,13 @@ TEST_F(DshostTest, BadArgumentsAndInputFailWithAMessage) {
       {"frob", "", 2, "unknown command 'frob'"},
       {"insert EUR/USD I0", "epoch,Value,Volume\n1,2,3\n2,x,3\n", 1, "line 3: bad value 'x'"},
   };
-  for (const auto& c : kCases) {
-    const Outcome run = dshost(c.arguments, c.input);
-    EXPECT_EQ(run.status, c.status) << c.arguments;
-    EXPECT_NE(run.err.find(c.error), std::string::npos) << c.arguments << ": " << run.err;
-    EXPECT_EQ(run.out, "") << c.arguments;
+  for (const auto& [arguments, input, status, error] : kCases) {
+    const Outcome run = dshost(arguments, input);
+    EXPECT_EQ(run.status, status) << arguments;
+    EXPECT_NE(run.err.find(error), std::string::npos) << arguments << ": " << run.err;
+    EXPECT_EQ(run.out, "") << arguments;
   }
   EXPECT_FALSE(fs::exists(dir_ / "data")) << "the module was never started";
-}
-
-TEST_F(DshostTest, HelpOfTheProgramAndOfEveryCommand) {
-  for (const char* arguments :
-       {"--help", "info --help", "get --help", "count -h", "insert --help", "import --help",
-        "gui --help", "screenshot -h"}) {
-    const Outcome run = dshost(arguments);
-    EXPECT_EQ(run.status, 0) << arguments;
-    EXPECT_EQ(run.out.rfind("Usage: dshost", 0), 0u) << arguments << ": " << run.out;
-  }
 }
 
 }  // namespace

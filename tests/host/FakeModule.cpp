@@ -16,10 +16,6 @@ struct FakeState {
   FakeReceived received;            // what the host sent
 } gState;
 
-int Forward(const FakeCall& call) {
-  return gState.callback(gState.context, call.message, call.a, call.b);
-}
-
 }  // namespace
 
 FAKE_EXPORT void* GetModule() { return &gState; }
@@ -34,7 +30,10 @@ FAKE_EXPORT void Initialize(HostCallback callback, HostCallback, void* context, 
 
 FAKE_EXPORT int ReceiveMessage(void*, unsigned int message, HostArg a, HostArg) {
   switch (message) {
-    case kFakeForward: return Forward(*reinterpret_cast<FakeCall*>(a));
+    case kFakeForward: {
+      const auto* call = reinterpret_cast<const FakeCall*>(a);
+      return gState.callback(gState.context, call->message, call->a, call->b);
+    }
     case kFakeLastReceived: *reinterpret_cast<FakeReceived*>(a) = gState.received; return 0;
     case HostMessage::ReceiveEvent:
       ++gState.received.events;

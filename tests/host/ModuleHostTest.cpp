@@ -3,11 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <QDateTime>
-#include <QString>
+#include <QTemporaryDir>
 #include <atomic>
-#include <cstddef>
 #include <cstring>
-#include <filesystem>
 #include <fstream>
 #include <memory>
 #include <stdexcept>
@@ -17,16 +15,15 @@
 
 namespace {
 
-namespace fs = std::filesystem;
 namespace M = HostMessage;
+
+constexpr unsigned int kUnknownMessage = 7001;  // no answer of the host's own
 
 // Packed fields are passed by value: gtest's macros bind references.
 template <typename T>
 T Unpacked(T field) {
   return field;
 }
-
-constexpr unsigned int kUnknownMessage = 7001;  // no answer of the host's own
 
 template <typename T>
 HostArg Arg(T* pointer) {
@@ -41,20 +38,19 @@ int Forward(ModuleHost& host, unsigned int message, HostArg a = 0, HostArg b = 0
   return host.send(kFakeForward, Arg(&call));
 }
 
+// Has the fake module send message with record as a; returns the record as
+// the host left it.
+template <typename Record>
+Record Asked(ModuleHost& host, unsigned int message, Record record = {}) {
+  Forward(host, message, Arg(&record));
+  return record;
+}
+
 FakeReceived Received(ModuleHost& host) {
   FakeReceived received;
   host.send(kFakeLastReceived, Arg(&received));
   return received;
 }
-
-// A fresh folder, removed with the object.
-struct TempDir {
-  TempDir() : path(fs::temp_directory_path() / ("module_host_test_" + std::to_string(::getpid()))) {
-    fs::create_directories(path);
-  }
-  ~TempDir() { fs::remove_all(path); }
-  fs::path path;
-};
 
 class ModuleHostTest : public ::testing::Test {
  protected:
@@ -67,14 +63,14 @@ class ModuleHostTest : public ::testing::Test {
 };
 
 TEST(ModuleHostLoadTest, ReportsMissingFileLibraryAndExport) {
-  TempDir dir;
+  QTemporaryDir dir;
   ModuleHost host;
-  EXPECT_FALSE(host.load((dir.path / "absent.so").string()));
+  EXPECT_FALSE(host.load(dir.filePath("absent.so").toStdString()));
   EXPECT_NE(host.error().find("absent.so"), std::string::npos) << host.error();
 
-  const fs::path text = dir.path / "text.so";
+  const std::string text = dir.filePath("text.so").toStdString();
   std::ofstream(text) << "not a library";
-  EXPECT_FALSE(host.load(text.string()));
+  EXPECT_FALSE(host.load(text));
   EXPECT_NE(host.error().find("cannot load"), std::string::npos) << host.error();
 
   EXPECT_FALSE(host.load(FAKE_MODULE_NO_INFO_PATH));
@@ -84,31 +80,45 @@ TEST(ModuleHostLoadTest, ReportsMissingFileLibraryAndExport) {
   ASSERT_TRUE(host.load(FAKE_MODULE_PATH)) << host.error();
   EXPECT_TRUE(host.error().empty());
   EXPECT_STREQ(host.info().name, "Fake module");
-  EXPECT_NE(host.moduleObject(), nullptr);
 }
 
-TEST_F(ModuleHostTest, RecordIsCopiedOnEntryBeforeTheAnswer) {
-  EVENT_CREATION_RECORD first{}, second{};
-  std::strcpy(first.name, "Alpha");
-  std::strcpy(second.name, "Beta");
+// Every call is recorded with a copy of its record taken before the answer;
+// messages without an answer of the host's own go to the handler, and a
+// known message without its record is refused.
+TEST_F(ModuleHostTest, RecordsEveryCallAndRoutesIt) {
+  EVENT_CREATION_RECORD first{"Alpha", 0}, second{"Beta", 0};
   Forward(host_, M::CreateEvent, Arg(&first));
   Forward(host_, M::CreateEvent, Arg(&second));
-
   EXPECT_EQ(Unpacked(first.handle), ModuleHost::kFirstEventHandle);
   EXPECT_EQ(Unpacked(second.handle), ModuleHost::kFirstEventHandle + 1);
-  const auto calls = host_.calls(M::CreateEvent);
-  ASSERT_EQ(calls.size(), 2u);
-  EXPECT_EQ(calls[0].a, Arg(&first));
-  EXPECT_EQ(calls[0].thread, std::this_thread::get_id());
-  ASSERT_EQ(calls[0].record.size(), sizeof(EVENT_CREATION_RECORD));
-  EVENT_CREATION_RECORD copy;
-  std::memcpy(&copy, calls[0].record.data(), sizeof copy);
-  EXPECT_STREQ(copy.name, "Alpha");
-  EXPECT_EQ(Unpacked(copy.handle), 0u);
+  const auto created = host_.calls(M::CreateEvent);
+  ASSERT_EQ(created.size(), 2u);
+  EXPECT_EQ(created[0].a, Arg(&first));
+  const EVENT_CREATION_RECORD onEntry{"Alpha", 0};
+  const auto* bytes = reinterpret_cast<const unsigned char*>(&onEntry);
+  EXPECT_EQ(created[0].record, std::vector<unsigned char>(bytes, bytes + sizeof onEntry));
   const auto events = host_.createdEvents();
   ASSERT_EQ(events.size(), 2u);
   EXPECT_EQ(events[1].name, "Beta");
   EXPECT_EQ(events[1].handle, Unpacked(second.handle));
+
+  EXPECT_EQ(Forward(host_, kUnknownMessage, 5, 6), 0);
+  host_.setHandler([](unsigned int message, HostArg a, HostArg b) {
+    return message == kUnknownMessage ? static_cast<int>(a + b) : -1;
+  });
+  EXPECT_EQ(Forward(host_, kUnknownMessage, 5, 6), 11);
+  EXPECT_EQ(Forward(host_, M::RefreshMenu), 0);
+  const auto unknown = host_.calls(kUnknownMessage);
+  ASSERT_EQ(unknown.size(), 2u);
+  EXPECT_EQ(unknown[1].b, 6);
+  EXPECT_TRUE(unknown[1].record.empty());
+
+  host_.clearRecords();
+  EXPECT_EQ(Forward(host_, M::GetFolder), 1);
+  EXPECT_EQ(Forward(host_, M::GetLogSink), 1);
+  EXPECT_EQ(Forward(host_, M::EmitEvent, 1, 0), 1);
+  EXPECT_EQ(host_.calls().size(), 3u);
+  EXPECT_TRUE(host_.emits().empty());
 }
 
 TEST_F(ModuleHostTest, RecordsConcurrentCallsWithTheirThreads) {
@@ -139,57 +149,13 @@ TEST_F(ModuleHostTest, RecordsConcurrentCallsWithTheirThreads) {
   }
 }
 
-TEST_F(ModuleHostTest, OtherMessagesGoToTheHandler) {
-  EXPECT_EQ(Forward(host_, kUnknownMessage, 5, 6), 0);
-  unsigned int seen = 0;
-  host_.setHandler([&](unsigned int message, HostArg a, HostArg b) {
-    seen = message;
-    return static_cast<int>(a + b);
-  });
-  EXPECT_EQ(Forward(host_, kUnknownMessage, 5, 6), 11);
-  EXPECT_EQ(seen, kUnknownMessage);
-  seen = 0;
-  Forward(host_, M::RefreshMenu);
-  EXPECT_EQ(seen, 0u);
-  const auto calls = host_.calls(kUnknownMessage);
-  ASSERT_EQ(calls.size(), 2u);
-  EXPECT_EQ(calls[1].a, 5);
-  EXPECT_EQ(calls[1].b, 6);
-  EXPECT_TRUE(calls[1].record.empty());
-}
-
-// That the very object thrown reaches the caller, after the call was
-// recorded, is checked through the data store library.
-TEST_F(ModuleHostTest, ThrowLeavesTheRecordUnansweredUntilCleared) {
-  host_.throwOn(M::GetDateTimeFormatters, std::make_exception_ptr(std::runtime_error("failure")));
-  DATETIME_FORMATTER_RECORD record{};
-  EXPECT_THROW(Forward(host_, M::GetDateTimeFormatters, Arg(&record)), std::runtime_error);
-  EXPECT_EQ(Unpacked(record.qDateTimeFormatter), 0u);
-  host_.clearThrow(M::GetDateTimeFormatters);
-  EXPECT_EQ(Forward(host_, M::GetDateTimeFormatters, Arg(&record)), 0);
-  EXPECT_NE(Unpacked(record.qDateTimeFormatter), 0u);
-}
-
-TEST_F(ModuleHostTest, KnownMessageWithoutItsRecordIsRefused) {
-  EXPECT_EQ(Forward(host_, M::GetFolder), 1);
-  EXPECT_EQ(Forward(host_, M::GetLogSink), 1);
-  EXPECT_EQ(Forward(host_, M::EmitEvent, 1, 0), 1);
-  EXPECT_EQ(host_.calls().size(), 3u);
-  EXPECT_TRUE(host_.emits().empty());
-}
-
 TEST_F(ModuleHostTest, AnswersLanguagesInTwoSteps) {
-  LANGUAGE_LIST_RECORD list{};
-  Forward(host_, M::GetLanguageCount, Arg(&list));
-  EXPECT_EQ(Unpacked(list.count), 0);
-
+  EXPECT_EQ(Unpacked(Asked<LANGUAGE_LIST_RECORD>(host_, M::GetLanguageCount).count), 0);
   host_.setLanguages({{"English", false}, {"Chinese (Simplified)", true}, {"German", false}});
-  Forward(host_, M::GetLanguageCount, Arg(&list));
-  EXPECT_EQ(Unpacked(list.count), 3);
+  EXPECT_EQ(Unpacked(Asked<LANGUAGE_LIST_RECORD>(host_, M::GetLanguageCount).count), 3);
   LANGUAGE_ENTRY entries[3]{};
-  list.count = 2;  // the module may ask for fewer than there are
-  list.entries = reinterpret_cast<HostWord>(entries);
-  Forward(host_, M::GetLanguages, Arg(&list));
+  // The module may ask for fewer than there are.
+  Asked(host_, M::GetLanguages, LANGUAGE_LIST_RECORD{2, reinterpret_cast<HostWord>(entries)});
   EXPECT_STREQ(entries[0].name, "English");
   EXPECT_EQ(Unpacked(entries[0].isCurrent), 0u);
   EXPECT_STREQ(entries[1].name, "Chinese (Simplified)");
@@ -201,25 +167,20 @@ TEST_F(ModuleHostTest, InterfaceLookupReadsThirdNameBeforeSecond) {
   host_.setInterface("A", "B", "C", 0x55);
   constexpr HostWord kUntouched = 0xDEAD;
   HostWord slot = kUntouched;
-  INTERFACE_REQUEST_RECORD record{};
-  auto* bytes = reinterpret_cast<char*>(&record);
-  std::strcpy(bytes, "A");
-  std::strcpy(bytes + kHostNameField, "C");
-  std::strcpy(bytes + 2 * kHostNameField, "B");
-  record.resultSlot = reinterpret_cast<HostWord>(&slot);
+  INTERFACE_REQUEST_RECORD record{"A", "C", "B", 1, reinterpret_cast<HostWord>(&slot)};
   Forward(host_, M::GetMainMenu, Arg(&record));
   EXPECT_EQ(slot, 0x55u);
 
   slot = kUntouched;
-  std::strcpy(bytes + kHostNameField, "B");
-  std::strcpy(bytes + 2 * kHostNameField, "C");
+  std::strcpy(record.third, "B");
+  std::strcpy(record.second, "C");
   Forward(host_, M::GetInterface, Arg(&record));
   EXPECT_EQ(slot, kUntouched);
 }
 
-// The data source and a configured module handle are checked through the
-// data store library in the integration tests.
-TEST_F(ModuleHostTest, AnswersFoldersAndRegistration) {
+// The configured answers, cut to fit and refused while unconfigured: folders,
+// registration, data source, window, translations; and the host's log sink.
+TEST_F(ModuleHostTest, AnswersWhatWasConfigured) {
   FOLDER_REQUEST_RECORD folder{};
   folder.folderType = VD_FOLDER_DATA;
   EXPECT_EQ(Forward(host_, M::GetFolder, Arg(&folder)), 1);
@@ -234,15 +195,35 @@ TEST_F(ModuleHostTest, AnswersFoldersAndRegistration) {
   EXPECT_EQ(Forward(host_, M::GetWorkFolder, Arg(work.data())), 0);
   EXPECT_EQ(std::u16string(work.data()), u"/home/w\u00e9rk");
 
-  REGISTRATION_RECORD registration{};
-  registration.moduleOrHandle = 0x1000;
-  Forward(host_, M::RegisterModule, Arg(&registration));
-  EXPECT_EQ(Unpacked(registration.moduleOrHandle), 0x1000u);
+  host_.setModuleHandle(0x2000);
+  host_.setUseWorkFolder(1);
+  host_.setMainWindowId(0x77);
+  host_.setDataSource("Demo");
+  EXPECT_EQ(Unpacked(Asked<REGISTRATION_RECORD>(host_, M::RegisterModule).moduleOrHandle), 0x2000u);
+  EXPECT_EQ(Asked<std::int32_t>(host_, M::UseWorkFolder), 1);
+  EXPECT_EQ(Asked<HostWord>(host_, M::GetMainWindowId), 0x77u);
+  EXPECT_EQ(Asked<HostWord>(host_, M::GetLogSink), reinterpret_cast<HostWord>(host_.logSink()));
+  SOURCE_RECORD source{};
+  Forward(host_, M::GetDataSource, 0, Arg(&source));
+  EXPECT_STREQ(source.provider, "Demo");
+  Asked(host_, M::InsertTranslation, TRANSLATION_INSERT_RECORD{"Import", "title", "Data Import"});
+  const auto translations = host_.translations();
+  ASSERT_EQ(translations.size(), 1u);
+  EXPECT_EQ(translations[0].context + "/" + translations[0].key + "/" + translations[0].text,
+            "Import/title/Data Import");
 }
 
+// A throwing answer leaves the record as it was; the throw can be cleared.
+// That the very object thrown reaches the caller is checked through the
+// data store library.
 TEST_F(ModuleHostTest, DateTimeFormattersFormatQtObjects) {
+  host_.throwOn(M::GetDateTimeFormatters, std::make_exception_ptr(std::runtime_error("failure")));
   DATETIME_FORMATTER_RECORD record{};
-  Forward(host_, M::GetDateTimeFormatters, Arg(&record));
+  EXPECT_THROW(Forward(host_, M::GetDateTimeFormatters, Arg(&record)), std::runtime_error);
+  EXPECT_EQ(Unpacked(record.qDateTimeFormatter), 0u);
+  host_.clearThrow(M::GetDateTimeFormatters);
+  EXPECT_EQ(Forward(host_, M::GetDateTimeFormatters, Arg(&record)), 0);
+
   const QDateTime moment(QDate(2001, 2, 3), QTime(4, 5, 6));
   const QString format = QStringLiteral("yyyy-MM-dd hh:mm:ss");
   QString text;
@@ -255,23 +236,15 @@ TEST_F(ModuleHostTest, DateTimeFormattersFormatQtObjects) {
   EXPECT_EQ(text, QStringLiteral("2001"));
 
   host_.setDateTimeFormatters(false);
-  DATETIME_FORMATTER_RECORD none{};
-  Forward(host_, M::GetDateTimeFormatters, Arg(&none));
+  const auto none = Asked<DATETIME_FORMATTER_RECORD>(host_, M::GetDateTimeFormatters);
   EXPECT_EQ(Unpacked(none.qDateTimeFormatter), 0u);
   EXPECT_EQ(Unpacked(none.timeValueFormatter), 0u);
 }
 
 TEST_F(ModuleHostTest, EventsReachCurrentSubscribersOnly) {
-  auto subscribe = [&](const char* name, HostWord handle, HostWord module) {
-    EVENT_SUBSCRIPTION_RECORD record{};
-    std::strcpy(record.name, name);
-    record.moduleHandle = handle;
-    record.module = module;
-    Forward(host_, M::SubscribeEvent, Arg(&record));
-  };
-  subscribe("Game", 11, 0xA0);
-  subscribe("Game", 12, 0xB0);
-  subscribe("Other", 11, 0xA0);
+  EVENT_SUBSCRIPTION_RECORD subscriptions[] = {
+      {"Game", 0, 11, 0xA0, -1}, {"Game", 0, 12, 0xB0, -1}, {"Other", 0, 11, 0xA0, -1}};
+  for (auto& record : subscriptions) Forward(host_, M::SubscribeEvent, Arg(&record));
   EXPECT_EQ(host_.raiseEvent("Game", kEventGameModeStarts), 2);
   FakeReceived received = Received(host_);
   EXPECT_EQ(received.events, 2);
@@ -284,6 +257,14 @@ TEST_F(ModuleHostTest, EventsReachCurrentSubscribersOnly) {
   EXPECT_EQ(host_.raiseEvent("Other", kEventGameModeEnds), 0);
   EXPECT_EQ(host_.raiseEvent("Game", kEventGameModeEnds), 1);
   EXPECT_EQ(Unpacked(Received(host_).event.addressedHostId), 12u);
+
+  VDEvent emitted{};
+  emitted.sender = 11;
+  Forward(host_, M::EmitEvent, 7, Arg(&emitted));
+  const auto emits = host_.emits();
+  ASSERT_EQ(emits.size(), 1u);
+  EXPECT_EQ(emits[0].handle, 7u);
+  EXPECT_EQ(Unpacked(emits[0].event.sender), 11u);
 }
 
 TEST_F(ModuleHostTest, MenuItemsGetIdsAndCanBePressed) {
@@ -304,29 +285,18 @@ TEST_F(ModuleHostTest, MenuItemsGetIdsAndCanBePressed) {
   EXPECT_EQ(std::u16string(received.item.text), u"Data Import...");
 }
 
-// Log sinks have no context: two hosts must still get only their own records.
+// Log sinks have no context: two hosts must still get only their own records,
+// and hosts beyond the slots get no sink until one is freed.
 TEST(ModuleHostSinkTest, EachHostGetsOnlyItsOwnLogRecords) {
-  TempDir dir;
-  const std::u16string moduleA = u"A", moduleB = u"B", textA = u"first", textB = u"second";
+  const std::u16string moduleA = u"A", textA = u"first", textB = u"second";
   LogRecord recordA{Word(moduleA), 1, 5, Word(textA)};
-  LogRecord recordB{Word(moduleB), 0, 2, Word(textB)};
+  LogRecord recordB{0, 0, 2, Word(textB)};
   ModuleHost hostA;
   HostLogSink sinkB = nullptr;
   {
     ModuleHost hostB;
-    for (auto [host, name] : {std::pair{&hostA, "fake_a.so"}, std::pair{&hostB, "fake_b.so"}}) {
-      fs::copy_file(FAKE_MODULE_PATH, dir.path / name);
-      ASSERT_TRUE(host->load((dir.path / name).string())) << host->error();
-      host->initialize();
-    }
-    ASSERT_NE(hostA.moduleObject(), hostB.moduleObject());
-    HostWord slotA = 0, slotB = 0;
-    Forward(hostA, M::GetLogSink, Arg(&slotA));
-    Forward(hostB, M::GetLogSink, Arg(&slotB));
-    const auto sinkA = reinterpret_cast<HostLogSink>(slotA);
-    sinkB = reinterpret_cast<HostLogSink>(slotB);
-    ASSERT_EQ(sinkA, hostA.logSink());
-    ASSERT_EQ(sinkB, hostB.logSink());
+    const HostLogSink sinkA = hostA.logSink();
+    sinkB = hostB.logSink();
     ASSERT_NE(sinkA, sinkB);
 
     std::thread([&] { EXPECT_EQ(sinkA(&recordA), 0); }).join();
@@ -343,24 +313,19 @@ TEST(ModuleHostSinkTest, EachHostGetsOnlyItsOwnLogRecords) {
     ASSERT_EQ(logsB.size(), 1u);
     EXPECT_EQ(logsB[0].text, u"second");
     EXPECT_EQ(logsB[0].level, 2u);
-    EXPECT_EQ(hostA.calls().size(), 1u);
-    EXPECT_EQ(hostB.calls().size(), 1u);
+    EXPECT_TRUE(hostA.calls().empty());
   }
   EXPECT_EQ(sinkB(&recordB), 1);  // its host is gone: dropped, not misrouted
   EXPECT_EQ(hostA.logs().size(), 1u);
-}
 
-TEST(ModuleHostSinkTest, HostsBeyondTheSlotsGetNoSinkUntilOneIsFreed) {
-  std::vector<std::unique_ptr<ModuleHost>> hosts;
-  for (int i = 0; i < ModuleHost::kSinkSlots; ++i) {
+  std::vector<std::unique_ptr<ModuleHost>> hosts;  // with hostA, one a slot
+  for (int i = 1; i < ModuleHost::kSinkSlots; ++i) {
     hosts.push_back(std::make_unique<ModuleHost>());
     ASSERT_NE(hosts.back()->logSink(), nullptr) << i;
   }
-  ModuleHost extra;
-  EXPECT_EQ(extra.logSink(), nullptr);
+  EXPECT_EQ(ModuleHost().logSink(), nullptr);
   hosts.pop_back();
-  ModuleHost next;
-  EXPECT_NE(next.logSink(), nullptr);
+  EXPECT_NE(ModuleHost().logSink(), nullptr);
 }
 
 }  // namespace

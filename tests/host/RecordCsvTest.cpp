@@ -8,6 +8,7 @@
 #include <cstring>
 #include <limits>
 #include <sstream>
+#include <tuple>
 #include <utility>
 
 #include "SymbolRequest.h"
@@ -31,12 +32,6 @@ std::vector<unsigned char> Pack(const std::vector<Row>& rows) {
   return bytes;
 }
 
-std::string Write(const RecordLayout& layout, const std::vector<unsigned char>& records) {
-  std::ostringstream out;
-  WriteCsv(out, layout, records.data(), records.size() / layout.recordSize());
-  return out.str();
-}
-
 // The error of reading text, or "" when it reads.
 std::string ReadError(const RecordLayout& layout, const std::string& text,
                       std::vector<unsigned char>* records) {
@@ -45,26 +40,20 @@ std::string ReadError(const RecordLayout& layout, const std::string& text,
   return ReadCsv(in, layout, records, &error) ? "" : error;
 }
 
-TEST(PeriodTest, ParsesEveryKind) {
-  const struct {
-    const char* text;
-    char kind;
-    std::int32_t length;
-  } kCases[] = {{"I0", 'I', 0}, {"I5", 'I', 5}, {"I1440", 'I', 1440}, {"D", 'D', 0},
-                {"W", 'W', 0},  {"M", 'M', 0},  {"Y", 'Y', 0}};
-  for (const auto& c : kCases) {
+TEST(PeriodTest, ParsesEveryKindAndRejectsAnythingElse) {
+  const std::tuple<const char*, char, std::int32_t> kCases[] = {
+      {"I0", 'I', 0}, {"I5", 'I', 5}, {"I1440", 'I', 1440}, {"D", 'D', 0},
+      {"W", 'W', 0},  {"M", 'M', 0},  {"Y", 'Y', 0}};
+  for (const auto& [text, kind, length] : kCases) {
     SYMBOL_PERIOD period{};
     std::string error;
-    ASSERT_TRUE(ParsePeriod(c.text, &period, &error)) << c.text << ": " << error;
-    EXPECT_EQ(period.kind, c.kind);
-    EXPECT_EQ(std::int32_t{period.length}, c.length);
+    ASSERT_TRUE(ParsePeriod(text, &period, &error)) << text << ": " << error;
+    EXPECT_EQ(period.kind, kind);
+    EXPECT_EQ(std::int32_t{period.length}, length);
     EXPECT_EQ(std::int32_t{period.extra}, 0);
   }
-}
-
-TEST(PeriodTest, RejectsAnythingElse) {
-  for (const char* text : {"", "I", "i5", "X", "DD", "D1", "I-1", "I+1", "I5x", " I5", "I5 ",
-                           "I99999999999"}) {
+  for (const char* text :
+       {"", "I", "i5", "X", "DD", "D1", "I-1", "I+1", "I5x", " I5", "I5 ", "I99999999999"}) {
     SYMBOL_PERIOD period{'Q', 7, 7};
     std::string error;
     EXPECT_FALSE(ParsePeriod(text, &period, &error)) << "'" << text << "'";
@@ -73,97 +62,72 @@ TEST(PeriodTest, RejectsAnythingElse) {
   }
 }
 
-TEST(SymbolRequestTest, DefaultCodeKeepsAsciiLettersAndDigits) {
+// The default code keeps ASCII letters and digits; a request is filled in or
+// refused for an empty or overlong text.
+TEST(SymbolRequestTest, FillsTheFieldsOrRefusesTheTexts) {
   EXPECT_EQ(DefaultCode(u"EUR/USD"), "EURUSD");
   EXPECT_EQ(DefaultCode(u"ES.Z4 fut-2"), "ESZ4fut2");
   EXPECT_EQ(DefaultCode(u"Газпром"), "");
-}
-
-TEST(SymbolRequestTest, FillsTheFieldsAtTheirOffsets) {
   SYMBOL_NAME_PERIOD request{};
   std::string error;
-  ASSERT_TRUE(MakeSymbolRequest("Demo", u"EUR/USD", "EURUSD", SYMBOL_PERIOD{'I', 15, 0}, &request,
-                                &error));
-  const auto* bytes = reinterpret_cast<const unsigned char*>(&request);
-  EXPECT_EQ(std::memcmp(bytes + 255, "Demo", 5), 0);
-  EXPECT_EQ(std::memcmp(bytes + 765, u"EUR/USD", 8 * sizeof(char16_t)), 0);
-  EXPECT_EQ(std::memcmp(bytes + 1275, "EURUSD", 7), 0);
-  EXPECT_EQ(bytes[1530], 'I');
-  std::int32_t length = 0;
-  std::memcpy(&length, bytes + 1531, sizeof length);
-  EXPECT_EQ(length, 15);
-}
+  ASSERT_TRUE(
+      MakeSymbolRequest("Demo", u"EUR/USD", "EURUSD", SYMBOL_PERIOD{'I', 15, 0}, &request, &error));
+  EXPECT_STREQ(request.provider, "Demo");
+  EXPECT_EQ(std::memcmp(request.name, u"EUR/USD", sizeof u"EUR/USD"), 0);
+  EXPECT_STREQ(request.code, "EURUSD");
+  EXPECT_EQ(request.period.kind, 'I');
+  EXPECT_EQ(std::int32_t{request.period.length}, 15);
 
-TEST(SymbolRequestTest, RefusesEmptyAndOverlongTexts) {
   const std::string longest(254, 'x');
   const std::u16string longestName(254, u'x');
-  SYMBOL_NAME_PERIOD request{};
-  std::string error;
   EXPECT_TRUE(MakeSymbolRequest(longest, longestName, longest, kTicks, &request, &error));
   EXPECT_EQ(char16_t{request.name[254]}, 0);
-  const struct {
-    std::string provider;
-    std::u16string name;
-    std::string code;
-  } kBad[] = {{"", u"A", "A"}, {longest + "x", u"A", "A"}, {"P", u"", "A"},
-              {"P", longestName + u"x", "A"}, {"P", u"A", ""}, {"P", u"A", longest + "x"}};
-  for (const auto& bad : kBad) {
-    SYMBOL_NAME_PERIOD fresh{};
-    EXPECT_FALSE(MakeSymbolRequest(bad.provider, bad.name, bad.code, kTicks, &fresh, &error));
+  const std::tuple<std::string, std::u16string, std::string> kBad[] = {
+      {"", u"A", "A"}, {longest + "x", u"A", "A"}, {"P", u"", "A"}, {"P", longestName + u"x", "A"},
+      {"P", u"A", ""}, {"P", u"A", longest + "x"}};
+  for (const auto& [provider, name, code] : kBad) {
+    EXPECT_FALSE(MakeSymbolRequest(provider, name, code, kTicks, &request, &error));
   }
   EXPECT_NE(error.find("--code"), std::string::npos) << error;
 }
 
-TEST(TimeTest, FormatsAndParsesBothWays) {
-  const struct {
-    std::int32_t time;
-    const char* iso;
-  } kCases[] = {{0, "1970-01-01T00:00:00Z"},
-                {1704164645, "2024-01-02T03:04:05Z"},
-                {951782400, "2000-02-29T00:00:00Z"},
-                {-1, "1969-12-31T23:59:59Z"},
-                {std::numeric_limits<std::int32_t>::min(), "1901-12-13T20:45:52Z"},
-                {std::numeric_limits<std::int32_t>::max(), "2038-01-19T03:14:07Z"}};
-  for (const auto& c : kCases) {
-    EXPECT_EQ(FormatTime(c.time), c.iso);
-    std::int32_t parsed = 1;
-    std::string error;
-    ASSERT_TRUE(ParseTime(c.iso, &parsed, &error)) << error;
-    EXPECT_EQ(parsed, c.time) << c.iso;
-    ASSERT_TRUE(ParseTime(std::to_string(c.time), &parsed, &error)) << error;
-    EXPECT_EQ(parsed, c.time);
-  }
-}
-
-TEST(TimeTest, AcceptsADateAloneAndAMissingZ) {
-  std::int32_t time = 0;
+TEST(TimeTest, FormatsAndParsesBothWaysAndRejectsTheRest) {
+  const std::pair<std::int32_t, const char*> kCases[] = {
+      {0, "1970-01-01T00:00:00Z"},
+      {1704164645, "2024-01-02T03:04:05Z"},
+      {951782400, "2000-02-29T00:00:00Z"},
+      {-1, "1969-12-31T23:59:59Z"},
+      {std::numeric_limits<std::int32_t>::min(), "1901-12-13T20:45:52Z"},
+      {std::numeric_limits<std::int32_t>::max(), "2038-01-19T03:14:07Z"}};
+  std::int32_t parsed = 1;
   std::string error;
-  ASSERT_TRUE(ParseTime("2024-01-02", &time, &error));
-  EXPECT_EQ(time, 1704153600);
-  ASSERT_TRUE(ParseTime("2024-01-02T03:04:05", &time, &error));
-  EXPECT_EQ(time, 1704164645);
-}
+  for (const auto& [time, iso] : kCases) {
+    EXPECT_EQ(FormatTime(time), iso);
+    ASSERT_TRUE(ParseTime(iso, &parsed, &error)) << error;
+    EXPECT_EQ(parsed, time) << iso;
+    ASSERT_TRUE(ParseTime(std::to_string(time), &parsed, &error)) << error;
+    EXPECT_EQ(parsed, time);
+  }
+  ASSERT_TRUE(ParseTime("2024-01-02", &parsed, &error));  // a date alone is its midnight
+  EXPECT_EQ(parsed, 1704153600);
+  ASSERT_TRUE(ParseTime("2024-01-02T03:04:05", &parsed, &error));  // the Z may be left out
+  EXPECT_EQ(parsed, 1704164645);
 
-TEST(TimeTest, RejectsMalformedAndOutOfRangeTimes) {
-  for (const char* text : {"", "abc", "12abc", "+5", "2024-1-2", "2024-02-30", "2023-02-29",
-                           "2024-13-01", "2024-01-02T24:00:00Z", "2024-01-02T03:60:00Z",
-                           "2024-01-02T03:04:60Z", "2024-01-02 03:04:05", "2024-01-02T03:04Z",
-                           "2024-01-02T03:04:05ZZ", "2038-01-19T03:14:08Z",
-                           "1901-12-13T20:45:51Z", "2147483648", "-2147483649"}) {
-    std::int32_t time = 7;
-    std::string error;
-    EXPECT_FALSE(ParseTime(text, &time, &error)) << "'" << text << "'";
-    EXPECT_EQ(time, 7);
+  for (const char* text :
+       {"", "abc", "12abc", "+5", "2024-1-2", "2024-02-30", "2023-02-29", "2024-13-01",
+        "2024-01-02T24:00:00Z", "2024-01-02T03:60:00Z", "2024-01-02T03:04:60Z",
+        "2024-01-02 03:04:05", "2024-01-02T03:04Z", "2024-01-02T03:04:05ZZ", "2038-01-19T03:14:08Z",
+        "1901-12-13T20:45:51Z", "2147483648", "-2147483649"}) {
+    parsed = 7;
+    error.clear();
+    EXPECT_FALSE(ParseTime(text, &parsed, &error)) << "'" << text << "'";
+    EXPECT_EQ(parsed, 7);
     EXPECT_FALSE(error.empty());
   }
 }
 
 TEST(CsvTest, RecordsRoundTripBitForBit) {
-  const struct {
-    SYMBOL_PERIOD period;
-    std::vector<Row> rows;
-    const char* text;
-  } kCases[] = {
+  const std::tuple<SYMBOL_PERIOD, std::vector<Row>, const char*> kCases[] = {
       {kTicks,
        {{1704164645, {1.0845f, 100.0f}},
         {1704164646, {0.1f, 3.40282347e38f}},
@@ -180,11 +144,13 @@ TEST(CsvTest, RecordsRoundTripBitForBit) {
        "2024-01-03T00:00:00Z,1704240000,1.2,1.3,1.15,1.29,0\n"},
       {kTicks, {}, "time,epoch,Value,Volume\n"},  // a header alone holds no records
   };
-  for (const auto& c : kCases) {
-    const RecordLayout layout = LayoutOf(c.period);
-    const std::vector<unsigned char> records = Pack(c.rows);
-    const std::string text = Write(layout, records);
-    EXPECT_EQ(text, c.text);
+  for (const auto& [period, rows, expected] : kCases) {
+    const RecordLayout layout = LayoutOf(period);
+    const std::vector<unsigned char> records = Pack(rows);
+    std::ostringstream out;
+    WriteCsv(out, layout, records.data(), rows.size());
+    const std::string text = out.str();
+    EXPECT_EQ(text, expected);
     std::vector<unsigned char> read;
     ASSERT_EQ(ReadError(layout, text, &read), "");
     EXPECT_EQ(read, records) << "the sign of zero included";
@@ -211,10 +177,7 @@ TEST(CsvTest, ReadsColumnsInAnyOrderAndCase) {
 
 TEST(CsvTest, RejectsBadInputNamingItsLine) {
   const RecordLayout layout = LayoutOf(kTicks);
-  const struct {
-    const char* text;
-    const char* error;
-  } kCases[] = {
+  const std::pair<const char*, const char*> kCases[] = {
       {"", "line 1: no header line"},
       {"\n\n", "line 1: no header line"},
       {"epoch,Value\n", "line 1: missing column Volume"},
@@ -232,10 +195,10 @@ TEST(CsvTest, RejectsBadInputNamingItsLine) {
       {"epoch,time,Value,Volume\n0,1970-01-01T00:00:01Z,1,2\n",
        "line 2: time 1970-01-01T00:00:01Z and epoch 0 disagree"},
   };
-  for (const auto& c : kCases) {
+  for (const auto& [text, expected] : kCases) {
     std::vector<unsigned char> read = {0xAB};
-    const std::string error = ReadError(layout, c.text, &read);
-    EXPECT_EQ(error.substr(0, std::strlen(c.error)), c.error) << c.text;
+    const std::string error = ReadError(layout, text, &read);
+    EXPECT_EQ(error.substr(0, std::strlen(expected)), expected) << text;
     EXPECT_EQ(read, std::vector<unsigned char>{0xAB}) << "left as it was";
   }
 }
