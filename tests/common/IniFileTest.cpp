@@ -35,14 +35,6 @@ class IniFileTest : public ::testing::Test {
     char out[256];
     return ini.ReadString(section, key, "", out, sizeof out) == 0 ? out : "<none>";
   }
-  // The file's bytes after one WriteString into a file holding before.
-  std::string AfterWrite(const std::string& before, const char* section, const char* key,
-                         const char* value) {
-    Store(before);
-    inifiles ini(path_.c_str());
-    EXPECT_EQ(ini.WriteString(section, key, value), 0);
-    return Stored();
-  }
 
   std::string dir_;
   std::string path_;
@@ -50,21 +42,17 @@ class IniFileTest : public ::testing::Test {
 
 }  // namespace
 
-TEST_F(IniFileTest, MissingFileReadsAsEmpty) {
+TEST_F(IniFileTest, MissingFileReadsAsEmptyAndAnUnwritableOneKeepsChangesInMemory) {
   inifiles ini(path_.c_str());
   EXPECT_TRUE(ini.IsEmpty());
   EXPECT_EQ(ini.ReadInteger("DATASTORE", "EnableWrite", 7), 7);
   EXPECT_TRUE(ini.ReadBool("DATASTORE", "EnableWrite", true));
   EXPECT_DOUBLE_EQ(ini.ReadFloat("DATASTORE", "Rate", 1.25), 1.25);
   EXPECT_FALSE(std::filesystem::exists(path_));
-}
 
-TEST_F(IniFileTest, KeysIgnoreCaseAndSpacesSectionsDoNot) {
-  Store("[DATASTORE]\r\n  enablewrite  = 1\r\n");
-  EXPECT_TRUE(inifiles(path_.c_str()).ReadBool("DATASTORE", "EnableWrite", false));
-  EXPECT_EQ(Read("DATASTORE", " EnableWrite"), "<none>");   // the asked key is not trimmed
-  Store("[datastore]\r\n  enablewrite  = 1\r\n");
-  EXPECT_FALSE(inifiles(path_.c_str()).ReadBool("DATASTORE", "EnableWrite", false));
+  inifiles unwritable((dir_ + "/no-such-folder/pelto.cfg").c_str());
+  EXPECT_EQ(unwritable.WriteInteger("S", "k", 3), 0);
+  EXPECT_EQ(unwritable.ReadInteger("S", "k", 0), 3);
 }
 
 TEST_F(IniFileTest, ValuesAreTrimmedAndBoolsAreNumbers) {
@@ -80,12 +68,14 @@ TEST_F(IniFileTest, ValuesAreTrimmedAndBoolsAreNumbers) {
   EXPECT_DOUBLE_EQ(ini.ReadFloat("S", "last", 0), 2.5);
 }
 
-TEST_F(IniFileTest, HeaderMatchesInsideALineAndTheNextSectionEndsIt) {
-  Store("note=[S]\r\na=1\r\n[T] b=2\r\n[U]\r\n[V]\r\nc=3\r\n");
-  EXPECT_EQ(Read("S", "a"), "1");
-  EXPECT_EQ(Read("T", "b"), "2");        // the rest of the header line is read too
-  EXPECT_EQ(Read("S", "b"), "<none>");
+TEST_F(IniFileTest, KeysIgnoreCaseAndSpacesButSectionHeadersMatchExactlyAnywhere) {
+  Store("note=[S]\r\n  keY  = 1\r\n[T] b=2\r\n[U]\r\n[V]\r\nc=3\r\n[datastore]\r\nd=4\r\n");
+  EXPECT_EQ(Read("S", "Key"), "1");
+  EXPECT_EQ(Read("S", " Key"), "<none>");  // the asked key is not trimmed
+  EXPECT_EQ(Read("T", "b"), "2");          // the rest of the header line is read too
+  EXPECT_EQ(Read("S", "b"), "<none>");     // the next section ends it
   EXPECT_EQ(Read("U", "c"), "<none>");
+  EXPECT_EQ(Read("DATASTORE", "d"), "<none>");
 }
 
 TEST_F(IniFileTest, ReadNeverWritesBehindTheCallersBuffer) {
@@ -107,23 +97,26 @@ TEST_F(IniFileTest, ReadNeverWritesBehindTheCallersBuffer) {
   EXPECT_STREQ(untouched, "###");
 }
 
-TEST_F(IniFileTest, NewSectionsAreAppendedAfterALineEnd) {
-  EXPECT_EQ(AfterWrite("", "DATASTORE", "EnableWrite", "1"),
-            "\r\n[DATASTORE]\r\nEnableWrite=1\r\n");   // an empty file has no CR LF at its end
-  EXPECT_EQ(AfterWrite("[A]\r\nx=1\r\n", "B", "k", "v"), "[A]\r\nx=1\r\n[B]\r\nk=v\r\n");
-  EXPECT_EQ(AfterWrite("[A]\r\nx=1", "B", "k", "v"), "[A]\r\nx=1\r\n[B]\r\nk=v\r\n");
-}
-
-TEST_F(IniFileTest, NewKeysBecomeTheSectionsLastLine) {
-  EXPECT_EQ(AfterWrite("[A]\r\nx=1", "A", "k", "v"), "[A]\r\nx=1\r\nk=v\r\n");
-  EXPECT_EQ(AfterWrite("[A]\r\nx=1\r\n[B]\r\ny=2\r\n", "A", "k", "v"),
-            "[A]\r\nx=1\r\nk=v\r\n[B]\r\ny=2\r\n");
-  // The line end is chosen by the end of the file, not by the insertion point.
-  EXPECT_EQ(AfterWrite("[A]\r\n[B]\r\ny=2", "A", "k", "v"), "[A]\r\n\r\nk=v\r\n[B]\r\ny=2");
-  EXPECT_EQ(AfterWrite("[A]", "A", "k", "v"), "[A]\r\nk=v\r\n");
-  // A bare header at the end but not at the start: its insertion point lies
-  // beyond the buffer, so nothing is written.
-  EXPECT_EQ(AfterWrite("x=1\r\n[A]", "A", "k", "v"), "x=1\r\n[A]");
+TEST_F(IniFileTest, WriteAddsWithCrLfChosenByTheBuffersEnd) {
+  // The file before, the section written, the file after writing k=v.
+  const char* const cases[][3] = {
+      {"", "B", "\r\n[B]\r\nk=v\r\n"},  // an empty file has no CR LF at its end
+      {"[A]\r\nx=1\r\n", "B", "[A]\r\nx=1\r\n[B]\r\nk=v\r\n"},
+      {"[A]\r\nx=1", "B", "[A]\r\nx=1\r\n[B]\r\nk=v\r\n"},
+      {"[A]\r\nx=1", "A", "[A]\r\nx=1\r\nk=v\r\n"},  // a new key becomes the section's last line
+      {"[A]\r\nx=1\r\n[B]\r\ny=2\r\n", "A", "[A]\r\nx=1\r\nk=v\r\n[B]\r\ny=2\r\n"},
+      {"[A]\r\n[B]\r\ny=2", "A", "[A]\r\n\r\nk=v\r\n[B]\r\ny=2"},  // the end decides, not the insertion point
+      {"[A]", "A", "[A]\r\nk=v\r\n"},
+      {"[A]\r\nk=1", "A", "[A]\r\nk=v\r\n"},
+      // A bare header at the end but not at the start: its insertion point lies
+      // beyond the buffer, so nothing is written.
+      {"x=1\r\n[A]", "A", "x=1\r\n[A]"},
+  };
+  for (const auto& [before, section, after] : cases) {
+    Store(before);
+    EXPECT_EQ(inifiles(path_.c_str()).WriteString(section, "k", "v"), 0);
+    EXPECT_EQ(Stored(), after) << before;
+  }
 }
 
 TEST_F(IniFileTest, WritingAKeyReplacesItsWholeLineAndRewritesTheFile) {
@@ -136,7 +129,6 @@ TEST_F(IniFileTest, WritingAKeyReplacesItsWholeLineAndRewritesTheFile) {
   ini.WriteBool("S", "KEY", true);
   ini.WriteInteger("S", "n", -42);
   EXPECT_EQ(Stored(), "[S]\r\nKEY=1\r\nnext=2.500000\r\nn=-42\r\n");
-  EXPECT_EQ(AfterWrite("[S]\r\nk=1", "S", "k", "2"), "[S]\r\nk=2\r\n");
 }
 
 TEST_F(IniFileTest, LongSectionNamesLoseTheirLastThreeCharacters) {
@@ -145,10 +137,4 @@ TEST_F(IniFileTest, LongSectionNamesLoseTheirLastThreeCharacters) {
   ini.WriteString(name.c_str(), "k", "v");
   EXPECT_EQ(Stored(), "\r\n[" + std::string(297, 's') + "]\r\nk=v\r\n");
   EXPECT_EQ(Read(name.c_str(), "k"), "v");
-}
-
-TEST_F(IniFileTest, UnwritableFileKeepsTheChangeInMemory) {
-  inifiles ini((dir_ + "/no-such-folder/pelto.cfg").c_str());
-  EXPECT_EQ(ini.WriteInteger("S", "k", 3), 0);
-  EXPECT_EQ(ini.ReadInteger("S", "k", 0), 3);
 }

@@ -6,20 +6,20 @@
 
 #include <memory>
 
-TEST(FontDefaultManager, CodesWithoutAnEntryGetArial) {
+TEST(FontManagers, DefaultTableAndChinaTableWithLargerSizes) {
   font::DefaultManager manager;
   EXPECT_EQ(manager.GetFont(font::ELEMENT_3), "Courier New");
-  for (int code : {9, 0, -5, 19}) EXPECT_EQ(manager.GetFont(static_cast<font::elementCode>(code)), "Arial") << code;
+  for (int code : {9, 0, -5, 19}) {
+    EXPECT_EQ(manager.GetFont(static_cast<font::elementCode>(code)), "Arial") << code;
+  }
   EXPECT_EQ(manager.getFontSize(10), 10);
-}
 
-TEST(FontChinaManager, SimSunForAllEighteenCodesAndLargerSizes) {
-  font::ChinaManager manager;
-  EXPECT_EQ(manager.elements().size(), 18);
-  EXPECT_EQ(manager.GetFont(font::ELEMENT_9), "SimSun");
-  EXPECT_EQ(manager.GetFont(static_cast<font::elementCode>(19)), "Arial");
-  EXPECT_EQ(manager.getFontSize(10), 12);
-  EXPECT_EQ(manager.getFontSize(-2), 0);
+  font::ChinaManager china;
+  EXPECT_EQ(china.elements().size(), 18);
+  EXPECT_EQ(china.GetFont(font::ELEMENT_9), "SimSun");
+  EXPECT_EQ(china.GetFont(static_cast<font::elementCode>(19)), "Arial");
+  EXPECT_EQ(china.getFontSize(10), 12);
+  EXPECT_EQ(china.getFontSize(-2), 0);
 }
 
 TEST(FontCreateManager, ChoosesByExactLanguageName) {

@@ -16,7 +16,7 @@ class LogTest : public ::testing::Test {
   Log log;
 };
 
-TEST(LogGrowth, CapacityGrowsToNeededPlusOldOrDouble) {
+TEST(LogWithoutSink, GrowsToNeededPlusOldOrDoubleAndDropsTheRecord) {
   Log log;
   EXPECT_EQ(log.capacity(), 32u);
   log << QString(40, QChar('a'));
@@ -30,34 +30,28 @@ TEST(LogGrowth, CapacityGrowsToNeededPlusOldOrDouble) {
   EXPECT_EQ(log.capacity(), 348u);  // doubling beats 101 + 174
   EXPECT_EQ(log.text().size(), 241);
   EXPECT_TRUE(log.text().startsWith(QString(40, QChar('a')) + "b"));
-}
 
-TEST(LogGrowth, EmbeddedZeroEndsTheAppendedText) {
-  Log log;
-  log << QString::fromUtf16(u"ab\0cd", 5) << "e";
-  EXPECT_EQ(log.text(), QStringLiteral("abe"));
-}
-
-TEST(LogWithoutSink, RecordIsDroppedAndTextEmptied) {
-  Log log;
-  log << "lost";
   EXPECT_EQ(log.SendMessage(), 1);
   log << LOG_MARK_FLUSH;
   EXPECT_EQ(log.text(), QString());
   EXPECT_EQ(log.used(), 1u);
+  log << QString::fromUtf16(u"ab\0cd", 5) << "e";  // an embedded zero ends the appended text
+  EXPECT_EQ(log.text(), QStringLiteral("abe"));
 }
 
-TEST_F(LogTest, ShowLogInfoSendsTypeZeroForAnyTypeButOne) {
-  log.ShowLogInfo(static_cast<coreLogMsgType>(7), LOG_LEVEL_2, QStringLiteral("x"));
+TEST_F(LogTest, TypeAndLevelAreKeptAcrossFlushesAndMarkersAboveFlushIgnored) {
+  log.ShowLogInfo(static_cast<coreLogMsgType>(7), LOG_LEVEL_2, QStringLiteral("x"));  // any type but 1 is 0
   log.ShowLogInfo(LOG_TYPE_1, LOG_LEVEL_5, QStringLiteral("y"));
-  ASSERT_EQ(records().size(), 2u);
+  log << LOG_LEVEL_4 << "z" << LOG_MARK_FLUSH;
+  log << "w" << LOG_MARK_FLUSH;
+  ASSERT_EQ(records().size(), 4u);
   EXPECT_EQ(records()[0].moduleName, u"CLogTest");
   EXPECT_EQ(records()[0].text, u"x");
   EXPECT_EQ(std::pair(records()[0].type, records()[0].level), std::pair(0u, 2u));
   EXPECT_EQ(std::pair(records()[1].type, records()[1].level), std::pair(1u, 5u));
-}
+  EXPECT_EQ(records()[3].text, u"w");
+  EXPECT_EQ(std::pair(records()[3].type, records()[3].level), std::pair(1u, 4u));
 
-TEST_F(LogTest, MarkersSetLevelsAndValuesAboveFlushAreIgnored) {
   const coreLogMsgLevel expected[] = {LOG_LEVEL_0, LOG_LEVEL_5, LOG_LEVEL_4, LOG_LEVEL_3, LOG_LEVEL_2};
   for (std::uint32_t marker = 0; marker < 5; ++marker) {
     log << static_cast<eLogMsgType>(marker);
@@ -66,15 +60,7 @@ TEST_F(LogTest, MarkersSetLevelsAndValuesAboveFlushAreIgnored) {
   log << "kept" << static_cast<eLogMsgType>(6) << static_cast<eLogMsgType>(99);
   EXPECT_EQ(log.level(), LOG_LEVEL_2);
   EXPECT_EQ(log.text(), QStringLiteral("kept"));
-  EXPECT_TRUE(records().empty());
-}
-
-TEST_F(LogTest, FlushKeepsTypeAndLevelForTheNextRecord) {
-  log << LOG_TYPE_0 << LOG_LEVEL_4 << "first" << LOG_MARK_FLUSH;
-  log << "second" << LOG_MARK_FLUSH;
-  ASSERT_EQ(records().size(), 2u);
-  EXPECT_EQ(records()[1].text, u"second");
-  EXPECT_EQ(std::pair(records()[1].type, records()[1].level), std::pair(0u, 4u));
+  EXPECT_EQ(records().size(), 4u);
 }
 
 TEST_F(LogTest, ValuesAreWrittenAsText) {

@@ -4,12 +4,12 @@
 
 #include <gtest/gtest.h>
 
-#include <QDir>
 #include <QFile>
 #include <QStringList>
 #include <QTemporaryDir>
 #include <ctime>
-#include <memory>
+#include <fstream>
+#include <tuple>
 
 namespace {
 
@@ -24,27 +24,10 @@ QStringList ReadLines(QString const& path) {
 
 std::tm Local(int day, int month, int hour, int minute, int second) {
   std::tm local{};
-  local.tm_mday = day;
-  local.tm_mon = month - 1;
-  local.tm_hour = hour;
-  local.tm_min = minute;
-  local.tm_sec = second;
+  std::tie(local.tm_mday, local.tm_mon, local.tm_hour, local.tm_min, local.tm_sec) =
+      std::make_tuple(day, month - 1, hour, minute, second);
   return local;
 }
-
-// A log of t.log in a temporary folder with the given threshold.
-class MessLogFile : public ::testing::Test {
- protected:
-  QString Path(char const* name = "t.log") const { return dir_.filePath(QString::fromLatin1(name)); }
-  QStringList Lines() const { return ReadLines(Path()); }
-  void Open(CriticalLevel level) {
-    log_ = std::make_unique<messLog>("T", "", level);
-    log_->setNameFile(Path());
-  }
-
-  QTemporaryDir dir_;
-  std::unique_ptr<messLog> log_;
-};
 
 }  // namespace
 
@@ -67,68 +50,46 @@ TEST(MessLogFormat, ZeroPaddedDayMonthAndTime) {
   EXPECT_EQ(messLog::FormatLine(Local(31, 12, 23, 59, 59), ""), "31.12 23.59.59 ");
 }
 
-TEST_F(MessLogFile, WritesOnlyLevelsUpToThreshold) {
-  Open(MESS_INFO);
-  log_->addMessage("too detailed", MESS_DEBUG);
-  EXPECT_FALSE(QFile::exists(Path()));
-  log_->addMessage("at threshold", MESS_INFO);
-  log_->addMessage("critical", MESS_CRITICAL);
-  log_->addMessage("negative", static_cast<CriticalLevel>(-1));  // signed: below every level
-  const QStringList lines = Lines();
-  ASSERT_EQ(lines.size(), 3);
-  EXPECT_TRUE(lines[0].endsWith(" at threshold"));
-  EXPECT_TRUE(lines[2].endsWith(" negative"));
-
-  Open(static_cast<CriticalLevel>(-1));  // a negative threshold drops even critical lines
-  log_->addMessage("dropped", MESS_CRITICAL);
-  EXPECT_EQ(Lines().size(), 3);
-}
-
-TEST_F(MessLogFile, LineCarriesTodaysLocalTimestamp) {
-  Open(MESS_INFO);
+TEST(MessLogFile, WritesLocalTimeLinesUpToTheThreshold) {
+  QTemporaryDir dir;
+  const QString path = dir.filePath("t.log");
+  messLog log("T", qPrintable(path), MESS_INFO);
+  log.addMessage("too detailed", MESS_DEBUG);
+  EXPECT_FALSE(QFile::exists(path));
   const std::time_t before = std::time(nullptr);
-  log_->addMessage("started", MESS_INFO);
+  log.addMessage("at threshold", MESS_INFO);
   const std::time_t after = std::time(nullptr);
+  log.addMessage("critical", MESS_CRITICAL);
+  log.addMessage("negative", static_cast<CriticalLevel>(-1));  // signed: below every level
   QStringList stamps;
   for (std::time_t t : {before, after}) {
     std::tm local{};
     localtime_r(&t, &local);
-    stamps << messLog::FormatLine(local, "started");
+    stamps << messLog::FormatLine(local, "at threshold");
   }
-  const QStringList lines = Lines();
-  ASSERT_EQ(lines.size(), 1);
+  const QStringList lines = ReadLines(path);
+  ASSERT_EQ(lines.size(), 3);
   EXPECT_TRUE(stamps.contains(lines[0])) << lines[0].toStdString();
+  EXPECT_TRUE(lines[2].endsWith(" negative"));
+
+  messLog quiet("T", qPrintable(path), static_cast<CriticalLevel>(-1));  // drops even critical lines
+  quiet.addMessage("dropped", MESS_CRITICAL);
+  EXPECT_EQ(ReadLines(path).size(), 3);
 }
 
-TEST_F(MessLogFile, PrintDataAppendsAndSkipsWhatItCannotWrite) {
-  QFile existing(Path());
-  ASSERT_TRUE(existing.open(QIODevice::WriteOnly));
-  existing.write("kept\n");
-  existing.close();
-
-  Open(MESS_INFO);
-  log_->printData("one");
-  log_->printData("two");
-  EXPECT_EQ(Lines(), (QStringList{"kept", "one", "two"}));
-
-  log_->setNameFile(Path("missing/t.log"));  // the folder is not created
-  log_->printData("lost");
-  EXPECT_FALSE(QFile::exists(Path("missing/t.log")));
-  log_->setNameFile(QString());
-  log_->printData("nowhere");
-}
-
-TEST(MessLogDerivedFile, WritesIntoTempFolderOfWorkingDirectory) {
+TEST(MessLogFile, PrintDataAppendsAndSkipsWhatItCannotWrite) {
   QTemporaryDir dir;
-  const QString previous = QDir::currentPath();
-  QDir::setCurrent(dir.path());  // restored before any assertion can return
-  const bool made = QDir().mkdir("Temp");
-  messLog log("CDataStoreModule");
-  log.addMessage("hidden", MESS_DEBUG);
-  log.addMessage("shown", MESS_INFO);
-  const QStringList lines = ReadLines("Temp/CDataStoreModule.log");
-  QDir::setCurrent(previous);
-  ASSERT_TRUE(made);
-  ASSERT_EQ(lines.size(), 1);
-  EXPECT_TRUE(lines[0].endsWith(" shown"));
+  const QString path = dir.filePath("t.log");
+  std::ofstream(qPrintable(path)) << "kept\n";
+  messLog log("T", "", MESS_INFO);
+  log.setNameFile(path);
+  log.printData("one");
+  log.printData("two");
+  EXPECT_EQ(ReadLines(path), (QStringList{"kept", "one", "two"}));
+
+  log.setNameFile(dir.filePath("missing/t.log"));  // the folder is not created
+  log.printData("lost");
+  EXPECT_FALSE(QFile::exists(dir.filePath("missing/t.log")));
+  log.setNameFile(QString());
+  log.printData("nowhere");
 }

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <string>
 
+#include "DateTime.h"
 #include "FontManager.h"
 #include "TestModule.h"
 
@@ -41,63 +42,65 @@ class StartTest : public ::testing::Test {
     ResetTestModule();
     ScriptedHost::instance().Attach(TestModule());
   }
-  // Answers 3116 and 3117 with the given languages, the current one flagged.
-  void Languages(std::vector<std::string> names, int current) {
-    auto& answers = ScriptedHost::instance().answers;
-    answers[HostMessage::GetLanguageCount] = [names](HostArg a, HostArg) {
-      reinterpret_cast<LANGUAGE_LIST_RECORD*>(a)->count = static_cast<int>(names.size());
-      return 0;
-    };
-    answers[HostMessage::GetLanguages] = [names, current](HostArg a, HostArg) {
-      auto* list = reinterpret_cast<LANGUAGE_LIST_RECORD*>(a);
-      auto* entries = reinterpret_cast<LANGUAGE_ENTRY*>(list->entries);
-      for (int i = 0; i < list->count; ++i) {
-        std::strncpy(entries[i].name, names[i].c_str(), sizeof(entries[i].name) - 1);
-        entries[i].isCurrent = i == current ? 1 : 0;
-      }
-      return 0;
-    };
-  }
   int Start() { return TestModule().ReceiveMessageWrap(nullptr, HostMessage::Start, 0, 0); }
 };
 
 TEST_F(StartTest, TheCurrentLanguageChoosesTheFonts) {
-  struct Case {
-    std::vector<std::string> languages;
+  const struct {
+    std::vector<std::string> languages;  // answered through 3116 and 3117 unless empty
     int current;
-    const char* font9;
-    int size10;
+    bool chinese;
+  } cases[] = {
+      {{"English", "Chinese (Simplified)"}, 1, true},
+      {{"Chinese (Simplified)"}, -1, false},  // none flagged: English
+      {{}, 0, false},
   };
-  const Case cases[] = {
-      {{"English", "Chinese (Simplified)"}, 1, "SimSun", 12},
-      {{"Chinese (Simplified)"}, -1, "Arial", 10},  // none flagged: English
-      {{}, 0, "Arial", 10},
-  };
-  for (Case const& c : cases) {
+  for (const auto& c : cases) {
     SCOPED_TRACE(c.languages.size());
     SetUp();
-    if (!c.languages.empty()) Languages(c.languages, c.current);
+    auto& answers = ScriptedHost::instance().answers;
+    if (!c.languages.empty()) {
+      answers[HostMessage::GetLanguageCount] = [&c](HostArg a, HostArg) {
+        reinterpret_cast<LANGUAGE_LIST_RECORD*>(a)->count = static_cast<int>(c.languages.size());
+        return 0;
+      };
+      answers[HostMessage::GetLanguages] = [&c](HostArg a, HostArg) {
+        auto* list = reinterpret_cast<LANGUAGE_LIST_RECORD*>(a);
+        auto* entries = reinterpret_cast<LANGUAGE_ENTRY*>(list->entries);
+        for (int i = 0; i < list->count; ++i) {
+          std::strncpy(entries[i].name, c.languages[i].c_str(), sizeof(entries[i].name) - 1);
+          entries[i].isCurrent = i == c.current ? 1 : 0;
+        }
+        return 0;
+      };
+    }
     EXPECT_EQ(Start(), 0);
-    EXPECT_EQ(TestModule().getFont(font::ELEMENT_9), QString::fromLatin1(c.font9));
-    EXPECT_EQ(TestModule().getFontSize(10), c.size10);
+    EXPECT_EQ(TestModule().getFont(font::ELEMENT_9), c.chinese ? "SimSun" : "Arial");
+    EXPECT_EQ(TestModule().getFontSize(10), c.chinese ? 12 : 10);
     EXPECT_NE(TestModule().GetLog()->sink(), nullptr);
   }
 }
 
-TEST_F(StartTest, StartWithoutCallbackDoesNotCrashOrCallAnything) {
-  TestModule().InitializeWrap(nullptr, nullptr, nullptr, nullptr);
-  EXPECT_EQ(Start(), 0);
-  EXPECT_TRUE(ScriptedHost::instance().calls.empty());
-  EXPECT_EQ(TestModule().GetLog()->sink(), nullptr);
-  EXPECT_EQ(TestModule().getFontSize(10), 10);
-}
-
-TEST_F(StartTest, OtherMessagesDoNothing) {
+TEST_F(StartTest, NothingReachesTheHostForOtherMessagesOrWithoutCallback) {
   for (unsigned int message : {0u, 3000u, 3005u, 3007u, 6001u, 0xFFFFFFFFu}) {
     EXPECT_EQ(TestModule().ReceiveMessageWrap(nullptr, message, 1, 2), 0);
   }
   EXPECT_TRUE(ScriptedHost::instance().calls.empty());
   EXPECT_EQ(TestModule().getFontManager(), nullptr);
+
+  TestModule().InitializeWrap(nullptr, nullptr, nullptr, nullptr);
+  EXPECT_EQ(Start(), 0);
+  EXPECT_EQ(TestModule().GetLog()->sink(), nullptr);
+  EXPECT_EQ(TestModule().getFontSize(10), 10);
+  EXPECT_EQ(TestModule().CreateEvent(QStringLiteral("E")), 0u);  // recorded with handle 0
+  EXPECT_TRUE(TestModule().events().contains(QStringLiteral("E")));
+  VDEvent event{};
+  EXPECT_EQ(TestModule().EmitEvent(QStringLiteral("E"), event), 0);
+  EXPECT_EQ(TestModule().getInterface(QStringLiteral("a"), QStringLiteral("b"), QStringLiteral("c")), 0u);
+  TestModule().InsertTranslate("ctx", "key", "text");
+  Quendal::DateTime dateTime(TestModule(), nullptr);
+  EXPECT_TRUE(dateTime.toString(QDateTime::currentDateTime(), QStringLiteral("x")).isNull());
+  EXPECT_TRUE(ScriptedHost::instance().calls.empty());
 }
 
 }  // namespace

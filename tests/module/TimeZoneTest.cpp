@@ -11,24 +11,9 @@
 
 #include "Module.h"
 
-namespace {
-
-// Restores the test process's TZ after each test.
-class TimeZone : public ::testing::Test {
- protected:
-  void TearDown() override {
-    saved_ ? setenv("TZ", saved_->c_str(), 1) : unsetenv("TZ");
-    tzset();
-  }
-
- private:
-  const std::optional<std::string> saved_ =
-      std::getenv("TZ") ? std::optional<std::string>(std::getenv("TZ")) : std::nullopt;
-};
-
-}  // namespace
-
-TEST_F(TimeZone, CheckNeedsExactlyGst0) {
+TEST(TimeZone, CheckNeedsExactlyGst0AndSetTimeTzAppliesIt) {
+  const char* const original = std::getenv("TZ");
+  const std::optional<std::string> saved = original ? std::optional<std::string>(original) : std::nullopt;
   unsetenv("TZ");
   EXPECT_FALSE(CheckTimeZone());
   for (const char* zone : {"UTC", "GST0 "}) {
@@ -37,9 +22,7 @@ TEST_F(TimeZone, CheckNeedsExactlyGst0) {
   }
   setenv("TZ", "GST0", 1);
   EXPECT_TRUE(CheckTimeZone());
-}
 
-TEST_F(TimeZone, SetTimeTzSetsAndAppliesZeroOffset) {
   setenv("TZ", "EST5", 1);
   tzset();
   CModule::SetTimeTz();
@@ -48,4 +31,7 @@ TEST_F(TimeZone, SetTimeTzSetsAndAppliesZeroOffset) {
   std::tm local{};
   localtime_r(&noon, &local);
   EXPECT_EQ(local.tm_hour, 12);  // local time is UTC now, not 5 hours behind
+
+  saved ? setenv("TZ", saved->c_str(), 1) : unsetenv("TZ");  // only EXPECTs above: always restored
+  tzset();
 }

@@ -26,32 +26,21 @@ TEST_F(TranslateTest, WithoutTranslatorTheKeyComesBack) {
   EXPECT_EQ(TestModule().tr(QStringLiteral("M0150")), QStringLiteral("M0150"));
 }
 
-TEST_F(TranslateTest, InsertRecordCarriesContextKeyAndTextAtTheirOffsets) {
+TEST_F(TranslateTest, InsertSendsContextKeyAndTextAtTheirOffsetsWhenTheyFit) {
+  const std::string fits(1023, 'a');
+  const std::string tooLong(1024, 'b');
   TestModule().GetTranslateManager()->InsertTranslate("C0110", "Look in");
-  TestModule().InsertTranslate("Other", "K", "Text");
+  TestModule().InsertTranslate("Other", "K", fits.c_str());
+  TestModule().InsertTranslate("ctx", tooLong.c_str(), "text");
+  TestModule().InsertTranslate(tooLong.c_str(), "key", "text");
   ASSERT_EQ(sent.size(), 2u);
   const char* bytes = reinterpret_cast<const char*>(&sent[0]);
   EXPECT_STREQ(bytes + 0, "CTransTest");
   EXPECT_STREQ(bytes + 1024, "C0110");
   EXPECT_STREQ(bytes + 2048, "Look in");
   EXPECT_STREQ(sent[1].context, "Other");
+  EXPECT_EQ(std::strlen(sent[1].text), 1023u);
   EXPECT_EQ(ScriptedHost::instance().calls.back().b, 0);
-}
-
-TEST_F(TranslateTest, TextThatDoesNotFitItsFieldIsNotSent) {
-  const std::string fits(1023, 'a');
-  const std::string tooLong(1024, 'b');
-  TestModule().InsertTranslate("ctx", "key", fits.c_str());
-  TestModule().InsertTranslate("ctx", tooLong.c_str(), "text");
-  TestModule().InsertTranslate(tooLong.c_str(), "key", "text");
-  ASSERT_EQ(sent.size(), 1u);
-  EXPECT_EQ(std::strlen(sent[0].text), 1023u);
-}
-
-TEST_F(TranslateTest, NothingIsSentWithoutCallback) {
-  TestModule().InitializeWrap(nullptr, nullptr, nullptr, nullptr);
-  TestModule().InsertTranslate("ctx", "key", "text");
-  EXPECT_TRUE(ScriptedHost::instance().calls.empty());
 }
 
 }  // namespace
