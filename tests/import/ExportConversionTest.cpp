@@ -26,27 +26,24 @@ IndexEntry Entry(ExportIndexRecord const& record) {
 template <typename Point>
 std::vector<Point> PointsOf(ConvertedInstrument const& converted) {
   EXPECT_EQ(converted.pointSize, sizeof(Point));
-  std::vector<Point> points(converted.pointCount);
-  const std::size_t bytes = points.size() * sizeof(Point);
-  EXPECT_EQ(converted.points.size(), bytes);
-  std::memcpy(static_cast<void*>(points.data()), converted.points.data(), std::min(bytes, converted.points.size()));
+  EXPECT_EQ(converted.points.size(), converted.pointCount * sizeof(Point));
+  std::vector<Point> points(converted.points.size() / sizeof(Point));
+  std::memcpy(static_cast<void*>(points.data()), converted.points.data(), points.size() * sizeof(Point));
   return points;
 }
-std::vector<CCandleDataPoint> Candles(ConvertedInstrument const& converted) {
-  return PointsOf<CCandleDataPoint>(converted);
-}
+constexpr auto Candles = &PointsOf<CCandleDataPoint>;
 
 using Prices = std::array<float, 5>;  // open, high, low, close, volume
 Prices PricesOf(CCandleDataPoint const& c) { return {c.open, c.high, c.low, c.close, c.volume}; }
 
 const Prices kNoPrices{0, 0, 0, 0, 0};
 
-// Distinct values per field: field k holds 1.25 + k (price fields) so that
+// Distinct values per field: field k holds 0.25 + k (price fields) so that
 // every map shows where it read from.
 std::vector<std::uint32_t> Row(bool intraday, int fields) {
   std::vector<std::uint32_t> row{MbfDate(kDay)};
   if (intraday) row.push_back(MbfTime(QTime(9, 30)));
-  while (int(row.size()) < fields) row.push_back(MbfWord(1.25f + float(row.size())));
+  while (int(row.size()) < fields) row.push_back(MbfWord(0.25f + float(row.size())));
   return row;
 }
 
@@ -76,20 +73,20 @@ TEST_F(ConversionTest, FieldMapsByLetterAndFieldCount) {
   struct Case {
     char letter;
     int fields;
-    Prices prices;  // the value of field k is 1.25 + k
+    Prices prices;  // the value of field k is 0.25 + k
   };
   const Case cases[] = {
-      {'D', 5, {4.25f, 2.25f, 3.25f, 4.25f, 5.25f}},  // no open: open = close
-      {'D', 6, {2.25f, 3.25f, 4.25f, 5.25f, 6.25f}},
-      {'D', 7, {2.25f, 3.25f, 4.25f, 5.25f, 6.25f}},
-      {'W', 7, {2.25f, 3.25f, 4.25f, 5.25f, 6.25f}},
-      {'M', 5, {4.25f, 2.25f, 3.25f, 4.25f, 5.25f}},
-      {'Y', 6, {2.25f, 3.25f, 4.25f, 5.25f, 6.25f}},
+      {'D', 5, {3.25f, 1.25f, 2.25f, 3.25f, 4.25f}},  // no open: open = close
+      {'D', 6, {1.25f, 2.25f, 3.25f, 4.25f, 5.25f}},
+      {'D', 7, {1.25f, 2.25f, 3.25f, 4.25f, 5.25f}},
+      {'W', 7, {1.25f, 2.25f, 3.25f, 4.25f, 5.25f}},
+      {'M', 5, {3.25f, 1.25f, 2.25f, 3.25f, 4.25f}},
+      {'Y', 6, {1.25f, 2.25f, 3.25f, 4.25f, 5.25f}},
       {'D', 4, kNoPrices},  // no map: time only
       {'D', 8, kNoPrices},
-      {'I', 6, {5.25f, 3.25f, 4.25f, 5.25f, 6.25f}},
-      {'I', 7, {3.25f, 4.25f, 5.25f, 6.25f, 7.25f}},
-      {'I', 8, {3.25f, 4.25f, 5.25f, 6.25f, 7.25f}},
+      {'I', 6, {4.25f, 2.25f, 3.25f, 4.25f, 5.25f}},
+      {'I', 7, {2.25f, 3.25f, 4.25f, 5.25f, 6.25f}},
+      {'I', 8, {2.25f, 3.25f, 4.25f, 5.25f, 6.25f}},
       {'I', 5, kNoPrices},
       {'I', 9, kNoPrices},
   };
@@ -102,25 +99,30 @@ TEST_F(ConversionTest, FieldMapsByLetterAndFieldCount) {
     EXPECT_EQ(PricesOf(candles[0]), c.prices);
     EXPECT_EQ(candles[0].time, intraday ? kBarSeconds : kDaySeconds);
   }
-}
 
-TEST_F(ConversionTest, UnconvertiblePricesAreZero) {
-  const auto converted = Convert({1, 28, 7, 'D', 0, "EURUSD"},
-                                 {{MbfDate(kDay), 0x01000000, MbfWord(1.5f), 0x02FFFFFF, MbfWord(1.0f), 0}});
-  EXPECT_EQ(PricesOf(Candles(converted)[0]), (Prices{0, 1.5f, 0, 1.0f, 0}));
+  // Prices out of MBF range read as 0.
+  const std::vector<std::uint32_t> outOfRange = {MbfDate(kDay), 0x01000000, MbfWord(1.5f), 0x02FFFFFF, 0};
+  EXPECT_EQ(PricesOf(Candles(Convert({1, 28, 7, 'D', 0, "X"}, {outOfRange}))[0]), (Prices{0, 1.5f, 0, 0, 0}));
 }
 
 // ---------------------------------------------------------------------------
 // Records and times.
 
-TEST_F(ConversionTest, HeaderRecordIsNeverAPoint) {
-  Convert({1, 28, 7, 'D', 0, "EURUSD"}, {}, false);
+TEST_F(ConversionTest, FilesWithoutAWholeRecordAreSkipped) {
+  Convert({1, 28, 7, 'D', 0, "EURUSD"}, {}, false);  // the header record only
   EXPECT_EQ(Convert({1, 28, 7, 'D', 0, "EURUSD"}, {Row(false, 7)}).pointCount, 1);
   dir.Write("F1.dat", EncodeDataFile(28, {Row(false, 7)}) + QByteArray(27, '\x81'));  // a partial record
   ConvertedInstrument converted;
   ASSERT_TRUE(ConvertFile({1, 28, 7, 'D', 0, "X"}, converted));
   EXPECT_EQ(converted.pointCount, 1);
   EXPECT_EQ(converted.points.size(), 24u);
+
+  // File number 0 is F0.dat; a missing file resets the output.
+  dir.WriteData(0, 28, {Row(false, 7)});
+  EXPECT_TRUE(ConvertFile({0, 28, 7, 'D', 0, "X"}, converted));
+  EXPECT_FALSE(ConvertFile({9, 28, 7, 'D', 0, "X"}, converted));
+  EXPECT_EQ(converted.pointCount, 0);
+  EXPECT_TRUE(converted.points.empty());
 }
 
 TEST_F(ConversionTest, TimesAreLocalToLocal) {
@@ -145,10 +147,10 @@ TEST_F(ConversionTest, TimesAreLocalToLocal) {
 
 TEST_F(ConversionTest, UnreadableDatesAndTimes) {
   const auto candles = Candles(Convert({1, 32, 8, 'I', 1, "EURUSD"},
-                                       {{MbfDate(kDay), MbfIntegerWord(246000)},
-                                        {MbfIntegerWord(1000230), MbfTime(QTime(1, 0))},
+                                       {{MbfDate(kDay), MbfWord(246000.0f)},
+                                        {MbfWord(1000230.0f), MbfTime(QTime(1, 0))},
                                         {0, MbfTime(QTime(1, 0))},
-                                        {MbfIntegerWord(2991231), 0}}));
+                                        {MbfWord(2991231.0f), 0}}));
   ASSERT_EQ(candles.size(), 4u);
   EXPECT_EQ(candles[0].time, kDaySeconds);  // an invalid time counts as midnight
   EXPECT_EQ(candles[1].time, 0);            // 30 February
@@ -168,7 +170,7 @@ TEST_F(ConversionTest, SymbolRecordOfADailyEntry) {
   EXPECT_EQ(TextAt(request, 0), "CANDLE");
   EXPECT_EQ(TextAt(request, 255), "QUENDAL");
   EXPECT_EQ(TextAt(request, 510), "CANDLE_QUENDAL");
-  EXPECT_EQ(NameOf(request), "ABC");
+  EXPECT_EQ(WideText(&request.name), "ABC");
   EXPECT_EQ(TextAt(request, 1275), "Bid");
   const auto* bytes = reinterpret_cast<const unsigned char*>(&request);
   EXPECT_EQ(bytes[1530], 'D');
@@ -176,9 +178,7 @@ TEST_F(ConversionTest, SymbolRecordOfADailyEntry) {
   EXPECT_EQ(int{request.period.extra}, 0);
   EXPECT_EQ(std::memcmp(bytes + 1531, "\0\0\0\0\0\0\0\0", 8), 0);
 
-  // Names are cut at the first space only; the price type to its field.
-  EXPECT_EQ(NameOf(Convert({1, 28, 7, 'D', 0, "ABCDEFGHIJKLMNOPQ"}, {Row(false, 7)}).request),
-            "ABCDEFGHIJKLMNOPQ");
+  // A price type longer than its field is cut to fit.
   ConvertedInstrument converted;
   ASSERT_TRUE(ConvertFile({1, 28, 7, 'D', 0, "EURUSD"}, converted, QString(300, 'x')));
   EXPECT_EQ(TextAt(converted.request, 1275), std::string(254, 'x'));
@@ -191,8 +191,8 @@ TEST_F(ConversionTest, IntradaySizeZeroGivesTicks) {
   const auto points = PointsOf<TickDataPoint>(ticks);
   ASSERT_EQ(points.size(), 2u);
   EXPECT_EQ(points[1].time, kBarSeconds);
-  EXPECT_EQ(points[1].value, 6.25f);   // close, field 5
-  EXPECT_EQ(points[1].volume, 7.25f);  // volume, field 6
+  EXPECT_EQ(points[1].value, 5.25f);   // close, field 5
+  EXPECT_EQ(points[1].volume, 6.25f);  // volume, field 6
 }
 
 // ---------------------------------------------------------------------------
@@ -209,46 +209,24 @@ TEST_F(ConversionTest, HostileIndexRecordsStayInsideTheirBuffers) {
   EXPECT_EQ(candles[1].time, kDaySeconds);
   EXPECT_EQ(PricesOf(candles[1]), kNoPrices);
 
-  // 255 fields in R = 8, and 0 fields.
-  for (int fields : {255, 0}) {
-    candles = Candles(Convert({1, 8, fields, 'I', 5, "X"}, {Row(true, 2)}));
-    ASSERT_EQ(candles.size(), 1u);
+  // 0, 8 and 255 fields in R = 8: the time, and zeros for prices beyond the record.
+  for (int fields : {0, 8, 255}) {
+    candles = Candles(Convert({1, 8, fields, 'I', 5, "X"}, {Row(true, 2), Row(true, 2)}));
+    ASSERT_EQ(candles.size(), 2u);
     EXPECT_EQ(candles[0].time, kBarSeconds);
+    EXPECT_EQ(PricesOf(candles[0]), kNoPrices);
   }
-
-  // 8 fields in R = 8: the prices lie beyond the record and read as 0.
-  candles = Candles(Convert({1, 8, 8, 'I', 5, "X"}, {Row(true, 2), Row(true, 2)}));
-  ASSERT_EQ(candles.size(), 2u);
-  EXPECT_EQ(PricesOf(candles[1]), kNoPrices);
 
   // R = 3: not even a whole date.
   EXPECT_EQ(Candles(Convert({1, 3, 5, 'D', 0, "X"}, {{0}, {0}})).size(), 2u);
 
   // R = 255 with 8 fields: the mapped fields come from the record's start.
   candles = Candles(Convert({1, 255, 8, 'I', 5, "X"}, {Row(true, 63)}));
-  EXPECT_EQ(PricesOf(candles[0]), (Prices{3.25f, 4.25f, 5.25f, 6.25f, 7.25f}));
-}
-
-TEST_F(ConversionTest, FileNumberZeroAndMissingFiles) {
-  dir.WriteData(0, 28, {Row(false, 7)});
-  ConvertedInstrument converted;
-  EXPECT_TRUE(ConvertFile({0, 28, 7, 'D', 0, "X"}, converted));
-  EXPECT_FALSE(ConvertFile({9, 28, 7, 'D', 0, "X"}, converted));
-  EXPECT_EQ(converted.pointCount, 0);
-  EXPECT_TRUE(converted.points.empty());
+  EXPECT_EQ(PricesOf(candles[0]), (Prices{2.25f, 3.25f, 4.25f, 5.25f, 6.25f}));
 }
 
 // ---------------------------------------------------------------------------
 // Progress.
-
-TEST_F(ConversionTest, ProgressIsReportedOnceForASmallFile) {
-  dir.WriteData(1, 28, {Row(false, 7), Row(false, 7)});
-  std::vector<std::int64_t> reports;
-  ConvertedInstrument converted;
-  ASSERT_TRUE(
-      ConvertFile({1, 28, 7, 'D', 0, "X"}, converted, "Bid", [&](std::int64_t bytes) { reports.push_back(bytes); }));
-  EXPECT_EQ(reports, std::vector<std::int64_t>{3 * 28});
-}
 
 TEST_F(ConversionTest, AMillionTicksReportProgressSparingly) {
   constexpr int kPoints = 1000000;

@@ -2,9 +2,6 @@
 // date and time floats, first and last dates of data files.
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <iterator>
-
 #include "ExportDirectory.h"
 #include "ImportTestSupport.h"
 
@@ -14,47 +11,39 @@ ExportIndexRecord Daily(int number, const char* symbol) { return {number, 28, 7,
 
 // "n R fields letter size [symbol] period text"; a zero letter shows as '-'.
 std::string Describe(IndexEntry const& e) {
-  const QString letter = e.periodLetter() == 0 ? QStringLiteral("-") : QString(QLatin1Char(e.periodLetter()));
-  return QStringLiteral("%1 %2 %3 %4 %5 [%6] %7")
-      .arg(e.fileNumber())
-      .arg(e.recordLength())
-      .arg(e.fieldCount())
-      .arg(letter)
-      .arg(e.intradaySize())
-      .arg(e.symbol(), e.periodText())
+  const char letter = e.periodLetter() == 0 ? '-' : e.periodLetter();
+  return QString::asprintf("%d %d %d %c %d ", e.fileNumber(), e.recordLength(), e.fieldCount(), letter,
+                           e.intradaySize())
+      .append("[" + e.symbol() + "] " + e.periodText())
       .toStdString();
 }
-
-bool IsZero(IndexEntry const& entry) {
-  return std::all_of(std::begin(entry.bytes), std::end(entry.bytes), [](unsigned char b) { return b == 0; });
-}
-
 // ---------------------------------------------------------------------------
 // MASTER.
 
-TEST(ReadMasterTest, EntriesCarryTheirRecordFields) {
+TEST(ReadMasterTest, EntriesCarryTheirRecordFieldsAndAreFoundByTheirTexts) {
   ExportDir dir;
-  dir.WriteMaster({{12, 28, 7, 'D', 0, "EURUSD"}, {200, 32, 8, 'I', 15, "ABC DEF"}, {3, 32, 8, 'I', -3, "X"}});
+  QByteArray master = EncodeMaster({{12, 28, 7, 'D', 0, "EURUSD"}, {200, 32, 8, 'I', 15, "ABC DEF"},
+                                    {3, 32, 8, 'I', -3, "X"}, Daily(4, "EURUSD"), Daily(5, "ABCDEFGHIJKLMNOPQ"),
+                                    Daily(6, "AB")});
+  master[master.size() - kIndexSymbolSize + 2] = '\0';  // the last symbol ends at a zero byte
+  dir.Write("MASTER", master);
   const std::vector<IndexEntry> entries = ReadMaster(dir.path());
-  ASSERT_EQ(entries.size(), 3u);
+  ASSERT_EQ(entries.size(), 6u);
   EXPECT_EQ(entries[0].bytes[0], 0);
   EXPECT_EQ(Describe(entries[0]), "12 28 7 D 0 [EURUSD           ] D");  // padded to 17 bytes
   EXPECT_EQ(Describe(entries[1]), "200 32 8 I 15 [ABC DEF          ] I  15");
   EXPECT_EQ(Describe(entries[2]), "3 32 8 I -3 [X                ] I  -3");
+  EXPECT_EQ(entries[4].symbol(), "ABCDEFGHIJKLMNOPQ");
+  EXPECT_EQ(entries[5].symbol(), "AB");
+
+  // The first entry with both texts exactly.
+  EXPECT_EQ(FindIndexEntry(entries, "EURUSD           ", "D"), 0);
+  EXPECT_EQ(FindIndexEntry(entries, "ABC DEF          ", "I  15"), 1);
+  EXPECT_EQ(FindIndexEntry(entries, "ABC DEF          ", "I15"), -1);
+  EXPECT_EQ(FindIndexEntry(entries, "EURUSD", "D"), -1);
 }
 
-TEST(ReadMasterTest, SymbolEndsAtZeroOrAfterSeventeenBytes) {
-  ExportDir dir;
-  QByteArray cut = EncodeIndexRecord(Daily(2, "AB"));
-  cut[36 + 2] = '\0';
-  dir.Write("MASTER", EncodeMasterHeader(2) + EncodeIndexRecord(Daily(1, "ABCDEFGHIJKLMNOPQ")) + cut);
-  const std::vector<IndexEntry> entries = ReadMaster(dir.path());
-  ASSERT_EQ(entries.size(), 2u);
-  EXPECT_EQ(entries[0].symbol(), "ABCDEFGHIJKLMNOPQ");
-  EXPECT_EQ(entries[1].symbol(), "AB");
-}
-
-TEST(ReadMasterTest, NoFileEmptyFileOrCountBelowOneGiveNoEntries) {
+TEST(ReadMasterTest, MissingEmptyAndShortFiles) {
   ExportDir dir;
   EXPECT_FALSE(MasterExists(dir.path()));
   EXPECT_TRUE(ReadMaster(dir.path()).empty());
@@ -65,32 +54,20 @@ TEST(ReadMasterTest, NoFileEmptyFileOrCountBelowOneGiveNoEntries) {
   }
   dir.Write("MASTER", QByteArray());
   EXPECT_TRUE(ReadMaster(dir.path()).empty());
-}
 
-TEST(ReadMasterTest, ShortFileGivesZeroFilledEntries) {
-  ExportDir dir;
-  const QByteArray second = EncodeIndexRecord(Daily(2, "GBPUSD"));
-  dir.Write("MASTER", EncodeMasterHeader(3) + EncodeIndexRecord(Daily(1, "EURUSD")) + second.left(10));
-  const std::vector<IndexEntry> entries = ReadMaster(dir.path());
+  // Records the file lacks are zero-filled; one cut short keeps the bytes it has.
+  const QByteArray cut = EncodeIndexRecord(Daily(2, "GBPUSD")).left(10);
+  dir.Write("MASTER", EncodeMasterHeader(3) + EncodeIndexRecord(Daily(1, "EURUSD")) + cut);
+  std::vector<IndexEntry> entries = ReadMaster(dir.path());
   ASSERT_EQ(entries.size(), 3u);
   EXPECT_EQ(entries[0].fileNumber(), 1);
-  EXPECT_EQ(Describe(entries[1]), "2 28 7 - 0 [] ");  // the part that is there, zeros for the rest
-  EXPECT_TRUE(IsZero(entries[2]));
+  EXPECT_EQ(Describe(entries[1]), "2 28 7 - 0 [] ");
+  EXPECT_EQ(Describe(entries[2]), "0 0 0 - 0 [] ");
 
   dir.Write("MASTER", QByteArray(1, '\x05'));  // half a count: the header is zero-filled
-  const std::vector<IndexEntry> blank = ReadMaster(dir.path());
-  ASSERT_EQ(blank.size(), 5u);
-  EXPECT_TRUE(IsZero(blank[4]));
-}
-
-TEST(FindIndexEntryTest, FirstEntryWithBothTexts) {
-  ExportDir dir;
-  dir.WriteMaster({{1, 28, 7, 'D', 0, "EURUSD"}, {2, 32, 8, 'I', 5, "EURUSD"}, {3, 28, 5, 'D', 0, "EURUSD"}});
-  const std::vector<IndexEntry> entries = ReadMaster(dir.path());
-  EXPECT_EQ(FindIndexEntry(entries, "EURUSD           ", "D"), 0);
-  EXPECT_EQ(FindIndexEntry(entries, "EURUSD           ", "I  5"), 1);
-  EXPECT_EQ(FindIndexEntry(entries, "EURUSD           ", "I5"), -1);
-  EXPECT_EQ(FindIndexEntry(entries, "EURUSD", "D"), -1);
+  entries = ReadMaster(dir.path());
+  ASSERT_EQ(entries.size(), 5u);
+  EXPECT_EQ(Describe(entries[4]), "0 0 0 - 0 [] ");
 }
 
 // ---------------------------------------------------------------------------
@@ -119,60 +96,47 @@ TEST(FileCaseTest, ExactNamesFirstThenAnyCase) {
 
 using DateFloatTest = PinnedTimeZone;
 
-TEST_F(DateFloatTest, FullDates) {
-  const std::pair<int, QDate> cases[] = {
-      {1000229, QDate(2000, 2, 29)}, {991231, QDate(1999, 12, 31)},
-      {991332, QDate(1999, 1, 1)},   // month 13 and day 32 become 1
-      {991200, QDate(1999, 12, 1)},  {10001011, QDate(2000, 1, 1)},  // seven or more digits: three of year
-      {1370915, QDate(2037, 9, 15)},
+// ok as each date leaves it; nothing: as it was.
+TEST_F(DateFloatTest, Dates) {
+  const QDate today = QDate::currentDate();
+  const std::tuple<float, QDate, std::optional<bool>> cases[] = {
+      {MbfInteger(1000229), QDate(2000, 2, 29), true},
+      {MbfInteger(991231), QDate(1999, 12, 31), true},
+      {MbfInteger(991332), QDate(1999, 1, 1), true},  // month 13 and day 32 become 1
+      {MbfInteger(991200), QDate(1999, 12, 1), true},
+      {MbfInteger(10001011), QDate(2000, 1, 1), true},  // seven or more digits: three of year
+      {MbfInteger(1370915), QDate(2037, 9, 15), true},
+      {0.0f, today, std::nullopt},
+      {AsFloat(0x01000000), today, std::nullopt},  // a refused word counts as 0
+      {MbfInteger(12345), today, true},             // five digits
+      {MbfInteger(1000230), QDate(), true},         // 30 February
+      {MbfInteger(990229), QDate(), true},          // 1999 is no leap year
+      {AsFloat(MbfWord(3.0e9f)), QDate(), false},   // beyond an int
   };
-  for (auto const& [value, date] : cases) {
-    bool ok = false;
-    EXPECT_EQ(converIeeeToDate(MbfInteger(value), ok), date) << value;
-    EXPECT_TRUE(ok) << value;
+  for (auto const& [mbf, date, okAfter] : cases) {
+    for (bool start : {false, true}) {
+      bool ok = start;
+      EXPECT_EQ(converIeeeToDate(mbf, ok), date) << Bits(mbf);
+      EXPECT_EQ(ok, okAfter.value_or(start)) << Bits(mbf);
+    }
   }
 }
 
-TEST_F(DateFloatTest, FallbacksToToday) {
-  bool ok = false;
-  EXPECT_EQ(converIeeeToDate(0.0f, ok), QDate::currentDate());
-  EXPECT_FALSE(ok);  // zero leaves ok as it was
-  EXPECT_EQ(converIeeeToDate(AsFloat(0x01000000), ok), QDate::currentDate());  // refused word counts as 0
-  EXPECT_FALSE(ok);
-  EXPECT_EQ(converIeeeToDate(MbfInteger(12345), ok), QDate::currentDate());  // five digits
-  EXPECT_TRUE(ok);
-}
-
-TEST_F(DateFloatTest, ImpossibleAndUnprintableDates) {
-  bool ok = false;
-  EXPECT_FALSE(converIeeeToDate(MbfInteger(1000230), ok).isValid());  // 30 February
-  EXPECT_TRUE(ok);
-  EXPECT_FALSE(converIeeeToDate(MbfInteger(990229), ok).isValid());   // 1999 is no leap year
-  EXPECT_FALSE(converIeeeToDate(AsFloat(MbfWord(3.0e9f)), ok).isValid());  // beyond an int
-  EXPECT_FALSE(ok);
-}
-
+// A valid time leaves ok as it was, an invalid one is null with ok false.
 TEST_F(DateFloatTest, Times) {
   const std::pair<int, QTime> cases[] = {
-      {93000, QTime(9, 30, 0)},     {7, QTime(0, 0, 7)},     {0, QTime(0, 0, 0)},   {930, QTime(0, 9, 30)},
-      {235959, QTime(23, 59, 59)},  {75, QTime(0, 0, 59)},   {1275, QTime(0, 12, 59)},  // seconds above 59
+      {93000, QTime(9, 30, 0)},    {7, QTime(0, 0, 7)},   {0, QTime(0, 0, 0)},       {930, QTime(0, 9, 30)},
+      {235959, QTime(23, 59, 59)}, {75, QTime(0, 0, 59)}, {1275, QTime(0, 12, 59)},  // seconds above 59
       {12345678, QTime(0, 0, 0)},  // more than seven digits: midnight
+      {246000, QTime()}, {1234567, QTime()}, {6000, QTime()}, {996000, QTime()}, {-5, QTime()}, {-930, QTime()},
+      {-5930, QTime()},
   };
   for (auto const& [value, time] : cases) {
-    bool ok = true;
-    EXPECT_EQ(converIeeeToTime(MbfInteger(value), ok), time) << value;
-    EXPECT_TRUE(ok) << value;
-  }
-  bool ok = false;
-  EXPECT_EQ(converIeeeToTime(MbfInteger(93000), ok), QTime(9, 30));
-  EXPECT_FALSE(ok);  // success leaves ok as it was
-}
-
-TEST_F(DateFloatTest, InvalidTimes) {
-  for (int value : {246000, 1234567, 6000, 996000, -5, -930, -5930}) {
-    bool ok = true;
-    EXPECT_TRUE(converIeeeToTime(MbfInteger(value), ok).isNull()) << value;
-    EXPECT_FALSE(ok) << value;
+    for (bool start : {false, true}) {
+      bool ok = start;
+      EXPECT_EQ(converIeeeToTime(MbfInteger(value), ok), time) << value;
+      EXPECT_EQ(ok, start && !time.isNull()) << value;
+    }
   }
 }
 

@@ -1,5 +1,5 @@
-// Helpers of the import tests: a pinned time zone, MBF words as floats, and
-// export directories in temporary folders.
+// Helpers of the import tests: a pinned time zone, MBF words as floats, host
+// name fields as text, and export directories in temporary folders.
 
 #ifndef DATASTORE_TESTS_IMPORT_IMPORTTESTSUPPORT_H_
 #define DATASTORE_TESTS_IMPORT_IMPORTTESTSUPPORT_H_
@@ -13,44 +13,36 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
-#include <optional>
-#include <string>
 #include <vector>
 
 #include "ExportWriter.h"
 #include "HostBoundary.h"
 
-// Runs every test in "UTC" (or the zone a test pins) and restores the
-// process's TZ afterwards.
+// Runs a test in "UTC", or in the zone it pins. Only the tests of time
+// conversions depend on the zone.
 class PinnedTimeZone : public ::testing::Test {
  protected:
   void SetUp() override { Pin("UTC"); }
-  void TearDown() override {
-    saved_ ? setenv("TZ", saved_->c_str(), 1) : unsetenv("TZ");
-    tzset();
-  }
   static void Pin(const char* zone) {
     setenv("TZ", zone, 1);
     tzset();
   }
-
- private:
-  const std::optional<std::string> saved_ =
-      std::getenv("TZ") ? std::optional<std::string>(std::getenv("TZ")) : std::nullopt;
 };
+
+inline void PrintTo(QString const& text, std::ostream* out) { *out << '"' << text.toStdString() << '"'; }
 
 inline float AsFloat(std::uint32_t word) { return std::bit_cast<float>(word); }
 inline std::uint32_t Bits(float value) { return std::bit_cast<std::uint32_t>(value); }
 
-// The MBF word of a date or time float given as its integer, e.g. 991231,
-// and the same word as the float the decoders take.
-inline std::uint32_t MbfIntegerWord(int value) { return MbfWord(static_cast<float>(value)); }
-inline float MbfInteger(int value) { return AsFloat(MbfIntegerWord(value)); }
+// The MBF word of a date or time given as its integer (e.g. 991231) as the
+// float the decoders take.
+inline float MbfInteger(int value) { return AsFloat(MbfWord(static_cast<float>(value))); }
 
-// The UTF-16 name of a symbol record (an unaligned field, copied out first).
-inline QString NameOf(SYMBOL_NAME_PERIOD const& request) {
+// The text of a UTF-16 host name field, copied out first: packed records
+// leave it unaligned.
+inline QString WideText(const void* field) {
   char16_t name[kHostWideNameUnits];
-  std::memcpy(name, &request.name, sizeof name);
+  std::memcpy(name, field, sizeof name);
   return QString::fromUtf16(name, std::find(name, name + kHostWideNameUnits, u'\0') - name);
 }
 

@@ -24,30 +24,23 @@ std::optional<std::uint32_t> ToIeee(std::uint32_t mbf) { return Convert(fmsbin2i
 std::optional<std::uint32_t> ToMbf(std::uint32_t ieee) { return Convert(fieee2msbin, ieee); }
 
 TEST(MbfFloatTest, KnownWordsBothWays) {
-  struct Case {
-    std::uint32_t mbf;
-    float value;
-  };
-  const Case cases[] = {
+  const std::pair<std::uint32_t, float> cases[] = {
       {0x81000000, 1.0f},  {0x80000000, 0.5f},   {0x82000000, 2.0f},     {0x7F000000, 0.25f},
       {0x81200000, 1.25f}, {0x81800000, -1.0f},  {0x800CCCCD, 0.55f},    {0x8A7A0000, 1000.0f},
       {0x950CCCCD, 1.1f * 1048576.0f},           {0x03000000, std::numeric_limits<float>::min()},
   };
-  for (Case const& c : cases) {
-    SCOPED_TRACE(testing::Message() << std::hex << c.mbf);
-    EXPECT_EQ(ToIeee(c.mbf), Bits(c.value));
-    EXPECT_EQ(ToMbf(Bits(c.value)), c.mbf);
+  for (auto const& [mbf, value] : cases) {
+    SCOPED_TRACE(testing::Message() << std::hex << mbf);
+    EXPECT_EQ(ToIeee(mbf), Bits(value));
+    EXPECT_EQ(ToMbf(Bits(value)), mbf);
   }
 }
 
-// Exponent byte 0 is zero whatever follows; 1 and 2 lie below the normal
-// IEEE range.
-TEST(MbfFloatTest, SmallestExponents) {
+TEST(MbfFloatTest, EdgesOfBothRanges) {
+  // MBF exponent byte 0 is zero whatever follows; 1 and 2 lie below the normal IEEE range.
   for (std::uint32_t word : {0x00000000u, 0x00800000u, 0x00FFFFFFu}) EXPECT_EQ(ToIeee(word), 0u) << word;
   for (std::uint32_t word : {0x01000000u, 0x01800000u, 0x02FFFFFFu}) EXPECT_EQ(ToIeee(word), std::nullopt) << word;
-}
 
-TEST(MbfFloatTest, IeeeZerosDenormalsAndSpecials) {
   EXPECT_EQ(ToMbf(Bits(0.0f)), 0u);
   EXPECT_EQ(ToMbf(Bits(-0.0f)), 0u);
   EXPECT_EQ(ToMbf(0x00000001), std::nullopt);  // smallest denormal
@@ -58,7 +51,7 @@ TEST(MbfFloatTest, IeeeZerosDenormalsAndSpecials) {
                       std::ldexp(1.0f, 127)}) {
     EXPECT_EQ(ToMbf(Bits(value)), std::nullopt) << value;
   }
-  EXPECT_EQ(ToMbf(Bits(std::ldexp(1.0f, 126))), 0xFF000000u);   // largest MBF exponent
+  EXPECT_EQ(ToMbf(Bits(std::ldexp(1.0f, 126))), 0xFF000000u);  // largest MBF exponent
   EXPECT_EQ(ToMbf(Bits(-std::ldexp(1.0f, 126))), 0xFF800000u);
 }
 
