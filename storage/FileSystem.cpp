@@ -28,6 +28,8 @@ int OpenFlags(OpenMode mode) {
       return O_RDWR;
     case OpenMode::CreateTruncate:
       return O_RDWR | O_CREAT | O_TRUNC;
+    case OpenMode::CreateNew:
+      return O_RDWR | O_CREAT | O_EXCL;
   }
   return O_RDONLY;
 }

@@ -20,6 +20,7 @@ enum class OpenMode {
   ReadOnly,         // an existing file, reading only ("rb")
   ReadWrite,        // an existing file, reading and writing ("r+b")
   CreateTruncate,   // created, or emptied when it exists ("w+b")
+  CreateNew,        // created; fails when the path exists
 };
 
 class RandomAccessFile {

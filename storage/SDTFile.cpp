@@ -78,10 +78,14 @@ void CSDTFile::Open(bool readOnly) {
     file_ = fileSystem_->Open(path_, OpenMode::ReadWrite);
     if (!file_) {
       FileSystem::clearErrorText();
-      // A journal entry of an earlier file at this path would describe
-      // appends this file never had.
-      if (cjd::ClearAppendJournalOf(*fileSystem_, path_)) {
-        file_ = fileSystem_->Open(path_, OpenMode::CreateTruncate);
+      // Only a missing file is made: one that exists but would not open (no
+      // permission, no descriptor left) is never emptied. A journal entry of
+      // an earlier file at this path would describe appends the new one
+      // never had: without its clearing there is no new file.
+      file_ = fileSystem_->Open(path_, OpenMode::CreateNew);
+      if (file_ && !cjd::ClearAppendJournalOf(*fileSystem_, path_)) {
+        file_.reset();
+        fileSystem_->Remove(path_);
       }
     }
   }

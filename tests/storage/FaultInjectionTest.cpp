@@ -157,6 +157,12 @@ TEST_F(FaultInjectionTest, FailedOpensAreRefusedAndTouchNothing) {
   closed.InsertData(kBatchCount, batch.data());
   EXPECT_THAT(closed.file()->lastError(), HasSubstr(path_));
   EXPECT_EQ(cjdtest::ReadFileBytes(path_), initial_);
+
+  fileSystem_.Arm({.failOpen = ".cjd", .failOpenOfExisting = true});  // never emptied as if it were new
+  CSymbol existing(&owner_, path_.c_str());
+  existing.Open();
+  EXPECT_FALSE(existing.file()->IsOpen());
+  EXPECT_EQ(cjdtest::ReadFileBytes(path_), initial_);
 }
 
 // A read that comes up short in the middle of an insert (an I/O error, a file

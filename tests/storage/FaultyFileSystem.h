@@ -27,6 +27,7 @@ struct FaultPlan {
   bool allReadsShort = false;  // every ReadAt of more than one byte returns half its bytes
   bool failRename = false;     // every Rename fails
   std::string failOpen = {};   // opens of paths ending in this fail (empty: none)
+  bool failOpenOfExisting = false;  // ...only opens that create nothing: a passing failure (no descriptor)
 };
 
 class FaultyFileSystem : public FileSystem {
@@ -45,7 +46,8 @@ class FaultyFileSystem : public FileSystem {
   }
 
   std::unique_ptr<RandomAccessFile> Open(std::string const& path, OpenMode mode) override {
-    if (!plan.failOpen.empty() && path.ends_with(plan.failOpen)) {
+    const bool creates = mode == OpenMode::CreateTruncate || mode == OpenMode::CreateNew;
+    if (!plan.failOpen.empty() && path.ends_with(plan.failOpen) && !(creates && plan.failOpenOfExisting)) {
       ++faults;
       errno = EACCES;
       return nullptr;
