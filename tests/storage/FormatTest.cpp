@@ -81,7 +81,7 @@ TEST_F(FormatTest, FirstRecordFollowsTheReservedWord) {
 // With two descriptions everything after them moves by 1024 bytes. The
 // length of a period other than intraday is written but reads back as zero.
 TEST_F(FormatTest, HeaderWithDescriptionsIsWrittenFieldByField) {
-  auto symbol = cjdtest::MakeSymbol(&owner, "GBP/JPY", {'W', 3, 9}, "GBPJPY", "Prov");
+  auto symbol = cjdtest::MakeSymbol(&owner, "GBP/JPY", {'D', 3, 9}, "GBPJPY", "Prov");
   cjdtest::HeaderFields expected;
   for (const char* name : {"first", "second"}) {
     auto description = std::make_unique<STRING_DESCRIPTION>();
@@ -91,7 +91,7 @@ TEST_F(FormatTest, HeaderWithDescriptionsIsWrittenFieldByField) {
     expected.descriptions.push_back({name, "value"});
   }
   expected.name = expected.title = "GBP/JPY";
-  expected.kind = 'W';
+  expected.kind = 'D';
   expected.length = 3;
   expected.provider = "Prov";
   expected.code = "GBPJPY";
@@ -100,7 +100,7 @@ TEST_F(FormatTest, HeaderWithDescriptionsIsWrittenFieldByField) {
 
   CSymbol loaded(&owner, path.c_str());
   ASSERT_EQ(loaded.LoadProperties(), 0);
-  EXPECT_EQ(loaded.period().kind, 'W');
+  EXPECT_EQ(loaded.period().kind, 'D');
   EXPECT_EQ(std::int32_t{loaded.period().length}, 0);
   EXPECT_EQ(loaded.descriptionCount(), 2);
   EXPECT_EQ(loaded.file()->FirstRecordOffset(), 1026u + 2323 + 266);

@@ -131,20 +131,23 @@ Case MakeCase(std::uint32_t seed) {
   return made;
 }
 
-// The reference on stored 10, 20, 20, 30: 20 replaces the first 20, the
-// later 25 wins over the earlier, the rest go in order.
-TEST(ReferenceInsertTest, TheReferenceItselfFollowsTheRules) {
+// Stored 10, 20, 20, 30: 20 replaces the first 20, the later 25 wins over the
+// earlier, the rest go in order; the same for InsertData and the reference.
+TEST(ReferenceInsertTest, BothFollowTheRules) {
   cjdtest::ScratchDir dir;
   std::mt19937 rng(1);
   const HeaderFields fields = cjdtest::TickFields();
   const unsigned int size = fields.RecordSize();
   const Bytes stored = cjdtest::MakeRecords({10, 20, 20, 30}, size, rng);
   const Bytes batch = cjdtest::MakeRecords({20, 25, 40, 50, 45, 25}, size, rng);
-  const Bytes file = Inserted(fields.File(stored), batch, dir.File("reference.cjd"), true);
-  const Bytes records(file.begin() + static_cast<long>(fields.FirstRecord()), file.end());
-  EXPECT_EQ(cjdtest::TimesOf(records, size), (Times{10, 20, 20, 25, 30, 40, 45, 50}));
-  EXPECT_TRUE(std::equal(records.begin() + size, records.begin() + 2 * size, batch.begin()));
-  EXPECT_TRUE(std::equal(records.begin() + 3 * size, records.begin() + 4 * size, batch.begin() + 5 * size));
+  for (bool reference : {true, false}) {
+    SCOPED_TRACE(reference ? "reference" : "InsertData");
+    const Bytes file = Inserted(fields.File(stored), batch, dir.File("rules.cjd"), reference);
+    const Bytes records(file.begin() + static_cast<long>(fields.FirstRecord()), file.end());
+    EXPECT_EQ(cjdtest::TimesOf(records, size), (Times{10, 20, 20, 25, 30, 40, 45, 50}));
+    EXPECT_TRUE(std::equal(records.begin() + size, records.begin() + 2 * size, batch.begin()));
+    EXPECT_TRUE(std::equal(records.begin() + 3 * size, records.begin() + 4 * size, batch.begin() + 5 * size));
+  }
 }
 
 TEST(ReferenceInsertTest, NothingIsWrittenForNullRecordsNonPositiveCountsOrDisabledWrites) {

@@ -108,6 +108,14 @@ class TimeSearchTest : public ::testing::Test {
   int files_ = 0;
 };
 
+// The index of the first record at or after a time.
+TEST_F(TimeSearchTest, LowerBoundOfEqualTimes) {
+  std::unique_ptr<CSymbol> symbol = Stored({10, 20, 20, 30});
+  for (auto [time, index] : {std::pair{20, 1}, {25, 3}, {5, 0}, {31, 4}}) {
+    EXPECT_EQ(symbol->file()->GetDataPointIndex(time), index) << time;
+  }
+}
+
 TEST_F(TimeSearchTest, AgreesWithALinearScanOverManySizesAndRunsOfEqualTimes) {
   for (bool ticks : {false, true}) {
     fields_ = ticks ? cjdtest::TickFields() : cjdtest::HeaderFields{};
