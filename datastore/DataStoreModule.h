@@ -74,6 +74,7 @@ class CDataStoreModule : public CModule, public SymbolOwner, public ImportTarget
   int OpenSymbol(SYMBOL_NAME_PERIOD_PATH* request, void** handle, bool create);
   int OpenSymbol(SYMBOL_NAME_PERIOD* request, void** handle) override;
   int CloseSymbol(void* handle) override;
+  bool AcceptsPoints(void* handle, unsigned int pointSize) override;
   CSymbol* GetSymbol(QString const& key, SYMBOL_NAME_PERIOD* request);
   void AppendSymbol(QString const& key, CSymbol* symbol);
   bool isExistSymbol(void* handle) const;

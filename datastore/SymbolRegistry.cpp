@@ -78,6 +78,19 @@ void CDataStoreModule::AppendSymbol(QString const& key, CSymbol* symbol) {
   ++symbolCount_;
 }
 
+bool CDataStoreModule::AcceptsPoints(void* handle, unsigned int pointSize) {
+  if (!isExistSymbol(handle)) return false;
+  const auto* symbol = static_cast<CSymbol*>(handle);
+  const unsigned int stored = symbol->GetDataPointSize();
+  if (stored == pointSize) return true;
+  DsLog(QStringLiteral("Import: %1 holds records of %2 bytes, not %3: not imported")
+            .arg(QString::fromStdString(symbol->file()->path()))
+            .arg(stored)
+            .arg(pointSize),
+        MESS_CRITICAL);
+  return false;
+}
+
 bool CDataStoreModule::isExistSymbol(void* handle) const {
   return handle != nullptr && symbolHandles_.count(handle) != 0;
 }
@@ -88,7 +101,8 @@ bool CDataStoreModule::IsInsideDataFolder(QString const& folder) const {
   // Files are made where the folder names them, so it is resolved as they are.
   if (folder.isEmpty()) return false;
   const QString cleaned = QDir::cleanPath(QDir(folder).absolutePath());
-  return cleaned == root || cleaned.startsWith(root + QLatin1Char('/'));
+  const QString rootPrefix = root.endsWith(QLatin1Char('/')) ? root : root + QLatin1Char('/');  // "/" itself
+  return cleaned == root || cleaned.startsWith(rootPrefix);
 }
 
 CSymbol* CDataStoreModule::CreateSymbol(QString const& key, SYMBOL_NAME_PERIOD const& request) {

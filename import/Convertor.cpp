@@ -477,6 +477,10 @@ void CConvertor::store(ConvertedInstrument& instrument) {
   void* handle = nullptr;
   target_->OpenSymbol(&instrument.request, &handle);
   if (handle == nullptr) return;
+  if (!target_->AcceptsPoints(handle, instrument.pointSize)) {
+    target_->CloseSymbol(handle);
+    return;
+  }
   insertRequest_ = INSERT_SYMBOL_DATA_REQUEST{};
   insertRequest_.handle = reinterpret_cast<HostWord>(handle);
   insertRequest_.number = instrument.pointCount;

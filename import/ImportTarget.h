@@ -13,6 +13,9 @@ class ImportTarget {
   virtual ~ImportTarget() = default;
   // Fills *handle with the symbol's handle (or leaves it null); 0 done.
   virtual int OpenSymbol(SYMBOL_NAME_PERIOD* request, void** handle) = 0;
+  // Whether the opened symbol's records are pointSize bytes long: a symbol
+  // stored before with other views would read past the points given to it.
+  virtual bool AcceptsPoints(void* handle, unsigned int pointSize) = 0;
   // Copies the request and its points and queues the insert; may throw a
   // std::exception when the store refuses it.
   virtual int InsertSymbolDataPost(INSERT_SYMBOL_DATA_REQUEST* request) = 0;

@@ -99,6 +99,7 @@ class FakeTarget : public ImportTarget {
   std::vector<void*> closed;
   bool refuseOpen = false;          // leave the handle null
   bool throwOnFirstInsert = false;  // throw std::runtime_error once
+  unsigned int storedPointSize = 0; // the record size of the opened symbols; 0: whatever is given
   std::function<void()> onOpen;     // runs inside OpenSymbol
 
   int OpenSymbol(SYMBOL_NAME_PERIOD* request, void** handle) override {
@@ -108,11 +109,14 @@ class FakeTarget : public ImportTarget {
     if (!refuseOpen) *handle = reinterpret_cast<void*>(opened.size());
     return 0;
   }
+  bool AcceptsPoints(void*, unsigned int pointSize) override {
+    return storedPointSize == 0 || storedPointSize == pointSize;
+  }
   int InsertSymbolDataPost(INSERT_SYMBOL_DATA_REQUEST* request) override {
     if (std::exchange(throwOnFirstInsert, false)) throw std::runtime_error("refused");
     std::vector<Candle> points(static_cast<std::size_t>(request->number));
     std::memcpy(points.data(), reinterpret_cast<const void*>(request->data), points.size() * sizeof(Candle));
-    EXPECT_EQ(request->completionContext, 0u);  // no completion call
+    EXPECT_EQ(HostWord{request->completionContext}, 0u);  // no completion call (packed: copied)
     inserts.push_back({reinterpret_cast<void*>(request->handle), points});
     return 0;
   }
@@ -376,6 +380,15 @@ TEST_F(ConvertorTest, RowsTheStoreRefusesAreSkipped) {
   EXPECT_EQ(refusing.opened.size(), 3);
   EXPECT_TRUE(refusing.inserts.empty());
   EXPECT_TRUE(refusing.closed.empty());
+
+  FakeTarget otherLayout;  // symbols stored with tick records get no candles
+  otherLayout.storedPointSize = 12;
+  convertor_.setTarget(&otherLayout);
+  Open();
+  Click(c().okButton);
+  EXPECT_EQ(otherLayout.opened.size(), 3);
+  EXPECT_TRUE(otherLayout.inserts.empty());
+  EXPECT_EQ(otherLayout.closed.size(), 3u);
 }
 
 // The second row reads F2 with its own R = 24 (R = 28 would find no whole
