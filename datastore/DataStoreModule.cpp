@@ -1,6 +1,7 @@
 #include "DataStoreModule.h"
 
 #include <QDir>
+#include <QFile>
 #include <QFileInfo>
 #include <cstring>
 
@@ -129,6 +130,19 @@ void CDataStoreModule::createFolderData(QString const& path, QString const& sub)
   }
 }
 
+// The configuration's lines end in CR LF; a file written with bare LF line
+// ends reads as one line and none of its keys is found, so the log says so.
+namespace {
+void WarnOfBareLineFeeds(QString const& configPath) {
+  QFile file(configPath);
+  if (!file.open(QIODevice::ReadOnly)) return;
+  const QByteArray text = file.readAll();
+  if (text.count('\n') > text.count("\r\n")) {
+    DsLog(QStringLiteral("%1: lines end in LF, not CR LF: its keys are not read").arg(configPath), MESS_CRITICAL);
+  }
+}
+}  // namespace
+
 // Reads the configuration, settles the data folder, registers the symbols
 // stored under the provider folder and starts the worker.
 void CDataStoreModule::CreateFolders() {
@@ -140,12 +154,14 @@ void CDataStoreModule::CreateFolders() {
     char pathData[kConfigValueSize] = {};
     config.ReadString(kConfigSection, kPathDataKey, "~", pathData, sizeof(pathData));
     writeEnabled_ = config.ReadBool(kConfigSection, kEnableWriteKey, true);
-    if (pathData[0] == kHostDataFolderMark) {
+    // An empty value would put the provider folder at the file system's root.
+    if (pathData[0] == kHostDataFolderMark || pathData[0] == '\0') {
       if (writeEnabled_) createFolderData(qDataPath, QStringLiteral("."));
     } else {
       qDataPath = QString::fromLocal8Bit(pathData);
     }
   }
+  WarnOfBareLineFeeds(configPath);
   std::memcpy(mutableInfo().description, kStartedDescription, sizeof(kStartedDescription));
   QString providerFolder = qDataPath;
   AddProvider(providerFolder, ProviderFolderName(RequestProvider()));
