@@ -482,7 +482,7 @@ ModuleHost::Answer ModuleHost::answer(unsigned int message, HostArg a, HostArg b
 }
 
 void ModuleHost::registerModule(REGISTRATION_RECORD* record) {
-  if (moduleHandle_) record->moduleOrHandle = *moduleHandle_;
+  record->moduleOrHandle = moduleHandle_ ? *moduleHandle_ : nextModuleHandle_++;
 }
 
 void ModuleHost::answerInterface(const INTERFACE_REQUEST_RECORD* record) {

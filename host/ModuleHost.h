@@ -14,7 +14,9 @@
 // and result 0, except 3128 for an unconfigured folder type and 3503 without
 // a work folder (result 1); a known message whose record pointer is null is
 // refused with 1 and touches nothing; every other message goes to the user
-// handler (result 0 without one).
+// handler (result 0 without one). Like a terminal, the host assigns module
+// handles: each registration (3000) gets the next of a series starting at
+// kFirstModuleHandle, unless setModuleHandle fixed one.
 //
 // REQUIRES: the host outlives every call that its module makes into it; the
 // destructor sends Stop to a module that was initialised and not stopped, so
@@ -47,6 +49,8 @@ class ModuleHost {
  public:
   static constexpr int kSinkSlots = 16;            // hosts that may hold a log sink at once
   static constexpr HostWord kFirstEventHandle = 1; // handle of the first created event
+  // Handle of the first registration; far from event handles so that a mix-up shows.
+  static constexpr HostWord kFirstModuleHandle = 0x100;
   static constexpr std::int32_t kFirstMenuItemId = 1;  // id of the first added menu item
 
   // One call of the host callback.
@@ -132,7 +136,7 @@ class ModuleHost {
 
   // Configuration of the answers.
   void setContext2(HostWord value);                       // Initialize's context2 (default 0)
-  void setModuleHandle(HostWord handle);                  // 3000 writes it (default: none)
+  void setModuleHandle(HostWord handle);                  // 3000 writes it (default: assigned)
   void setLanguages(std::vector<Language> languages);     // 3116 / 3117 (default: none)
   void setDateTimeFormatters(bool provide);               // 3207 (default: provided)
   void setInterface(const std::string& first, const std::string& second,
@@ -211,7 +215,7 @@ class ModuleHost {
   bool running_ = false;                                   // 3007 sent, 3005 not since
 
   HostWord context2_ = 0;                                  // Initialize's context2
-  std::optional<HostWord> moduleHandle_;                   // written by 3000
+  std::optional<HostWord> moduleHandle_;                   // fixed 3000 answer, else assigned
   std::vector<Language> languages_;                        // answered by 3116 / 3117
   bool provideFormatters_ = true;                          // answered by 3207
   std::map<InterfaceKey, HostWord> interfaces_;            // answered by 3001 / 3002
@@ -231,6 +235,7 @@ class ModuleHost {
   std::vector<Emit> emits_;                                // 3113
   std::vector<mm_menu_item> menuItems_;                    // 5508, with their assigned ids
   HostWord nextEventHandle_ = kFirstEventHandle;           // next 3112 handle
+  HostWord nextModuleHandle_ = kFirstModuleHandle;         // next assigned 3000 handle
   std::int32_t nextMenuItemId_ = kFirstMenuItemId;         // next 5508 id
 };
 

@@ -180,6 +180,7 @@ TEST_F(ModuleHostTest, InterfaceLookupReadsThirdNameBeforeSecond) {
 
 // The configured answers, cut to fit and refused while unconfigured: folders,
 // registration, data source, window, translations; and the host's log sink.
+// Registration gets a new host-assigned handle each time unless one is fixed.
 TEST_F(ModuleHostTest, AnswersWhatWasConfigured) {
   FOLDER_REQUEST_RECORD folder{};
   folder.folderType = VD_FOLDER_DATA;
@@ -195,6 +196,12 @@ TEST_F(ModuleHostTest, AnswersWhatWasConfigured) {
   EXPECT_EQ(Forward(host_, M::GetWorkFolder, Arg(work.data())), 0);
   EXPECT_EQ(std::u16string(work.data()), u"/home/w\u00e9rk");
 
+  constexpr HostWord kModuleAddress = 0xABCD00;  // what the module puts in before asking
+  for (HostWord handle : {ModuleHost::kFirstModuleHandle, ModuleHost::kFirstModuleHandle + 1}) {
+    REGISTRATION_RECORD record{};
+    record.moduleOrHandle = kModuleAddress;
+    EXPECT_EQ(Unpacked(Asked(host_, M::RegisterModule, record).moduleOrHandle), handle);
+  }
   host_.setModuleHandle(0x2000);
   host_.setUseWorkFolder(1);
   host_.setMainWindowId(0x77);

@@ -6,18 +6,36 @@
 
 #include <memory>
 
-TEST(FontManagers, DefaultTableAndChinaTableWithLargerSizes) {
-  font::DefaultManager manager;
-  EXPECT_EQ(manager.GetFont(font::ELEMENT_3), "Courier New");
-  for (int code : {9, 0, -5, 19}) {
-    EXPECT_EQ(manager.GetFont(static_cast<font::elementCode>(code)), "Arial") << code;
-  }
-  EXPECT_EQ(manager.getFontSize(10), 10);
+// Every code of both tables, then codes neither table has: {code, default family, China family}.
+struct FontRow {
+  int code;
+  char const* defaultFamily;
+  char const* chinaFamily;
+};
+constexpr FontRow kFontRows[] = {
+    {1, "Tahoma", "SimSun"},  {2, "Arial", "SimSun"},   {3, "Courier New", "SimSun"},
+    {4, "Tahoma", "SimSun"},  {5, "Tahoma", "SimSun"},  {6, "Tahoma", "SimSun"},
+    {7, "Arial", "SimSun"},   {8, "Arial", "SimSun"},   {9, "Arial", "SimSun"},  // 9: default falls back
+    {10, "Arial", "SimSun"},  {11, "Arial", "SimSun"},  {12, "Arial", "SimSun"},
+    {13, "Arial", "SimSun"},  {14, "Tahoma", "SimSun"}, {15, "Tahoma", "SimSun"},
+    {16, "Tahoma", "SimSun"}, {17, "Tahoma", "SimSun"}, {18, "Arial", "SimSun"},
+    {0, "Arial", "Arial"},    {-5, "Arial", "Arial"},   {19, "Arial", "Arial"},
+};
 
+TEST(FontManagers, DefaultTableAndChinaTableWithLargerSizes) {
+  font::DefaultManager defaults;
   font::ChinaManager china;
+  for (FontRow const& row : kFontRows) {
+    auto const code = static_cast<font::elementCode>(row.code);
+    EXPECT_EQ(defaults.GetFont(code), row.defaultFamily) << row.code;
+    EXPECT_EQ(china.GetFont(code), row.chinaFamily) << row.code;
+  }
+  // 9 is absent from the default table (its "Arial" is the fallback), present in the Chinese one.
+  EXPECT_EQ(defaults.elements().size(), 17);
+  EXPECT_FALSE(defaults.elements().contains(font::ELEMENT_9));
   EXPECT_EQ(china.elements().size(), 18);
-  EXPECT_EQ(china.GetFont(font::ELEMENT_9), "SimSun");
-  EXPECT_EQ(china.GetFont(static_cast<font::elementCode>(19)), "Arial");
+
+  EXPECT_EQ(defaults.getFontSize(10), 10);
   EXPECT_EQ(china.getFontSize(10), 12);
   EXPECT_EQ(china.getFontSize(-2), 0);
 }
