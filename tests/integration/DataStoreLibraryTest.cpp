@@ -59,6 +59,57 @@ TEST_F(DataStoreLibraryTest, ModuleInfoIsCompleteBeforeInitialize) {
   EXPECT_TRUE(host_->logs().empty());
 }
 
+// 3007 registers before anything else and takes the handle the host writes
+// back as its id; then folders, provider, translations and the event follow.
+// 3004 subscribes to game mode under that id and logs the start.
+TEST_F(DataStoreLibraryTest, InitialiseAndStartSendWhatTheHostExpects) {
+  constexpr HostWord kContext2 = 0x2468;
+  load();
+  host_->setContext2(kContext2);
+  host_->initialize();
+  ASSERT_EQ(send(M::InitModule), 0);
+  std::vector<unsigned int> messages = {M::RegisterModule, M::GetFolder, M::GetFolder, M::GetDataSource};
+  messages.insert(messages.end(), 19, M::InsertTranslation);
+  messages.push_back(M::CreateEvent);
+  EXPECT_EQ(host_->messages(), messages);
+  REGISTRATION_RECORD sent{};
+  std::strcpy(sent.kind, "DATASTORE");
+  std::strcpy(sent.maker, "QUENDAL");
+  std::strcpy(sent.uniqueName, "Datastore Unique Name");
+  sent.context2 = kContext2;
+  sent.moduleOrHandle = reinterpret_cast<HostWord>(host_->moduleObject());
+  const auto* bytes = reinterpret_cast<const unsigned char*>(&sent);
+  EXPECT_EQ(host_->calls(M::RegisterModule).at(0).record,
+            std::vector<unsigned char>(bytes, bytes + sizeof sent));
+  EXPECT_EQ(host_->calls(M::GetDataSource).at(0).a, HostArg(kModuleId));
+
+  const std::pair<std::string, std::string> kTexts[] = {
+      {"C0110", "Look in"},       {"C0111", "Invert selected"},  {"M0150", "Data Import"},
+      {"Tr0019Reject", "Reject"}, {"C0028Name", "Name"},         {"M0176", "Period"},
+      {"Tra0010", "First Date"},  {"Tra0011", "Last Date"},      {"C0075Type", "Type"},
+      {"M0177", "Select all"},    {"C0042SelectOff", "Deselect"}, {"C0049Ok", "OK"},
+      {"M0053", "Undo"},          {"M0054", "Redo"},             {"C0109", "Cut"},
+      {"C0107", "Copy"},          {"C0108", "Paste"},            {"M0264", "Clear"},
+      {"M0177", "Select all"},
+  };
+  const auto translations = host_->translations();
+  ASSERT_EQ(translations.size(), std::size(kTexts));
+  for (std::size_t i = 0; i < translations.size(); ++i) {
+    EXPECT_EQ(translations[i].context, "CTransDataStore") << i;
+    EXPECT_EQ(std::pair(translations[i].key, translations[i].text), kTexts[i]) << i;
+  }
+  EXPECT_STREQ(host_->info().description, "\xD5\xF0\xE0\xED\xE5\xED\xE8\xE5 \xE4\xE0\xED\xED\xFB\xF6");
+  EXPECT_EQ(ReadBytes(tree_.log()).find("Start datastore module"), std::string::npos);
+
+  ASSERT_EQ(send(M::Start), 0);
+  const auto subscriptions = host_->subscriptions();
+  ASSERT_EQ(subscriptions.size(), 1u);
+  EXPECT_EQ(subscriptions[0].name, "Quendal Game Mode");
+  EXPECT_EQ(subscriptions[0].moduleHandle, kModuleId);
+  EXPECT_EQ(subscriptions[0].module, reinterpret_cast<HostWord>(host_->moduleObject()));
+  EXPECT_NE(ReadBytes(tree_.log()).find(" Start datastore module\n"), std::string::npos);
+}
+
 // Every 3004 asks again for the languages (for the list only when there are
 // some), the formatters and the log sink, replacing what it had. A host that
 // throws meanwhile gets the very object thrown back, after one record through

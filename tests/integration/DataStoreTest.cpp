@@ -29,7 +29,8 @@ class DataStoreDataFolderTest : public DataStoreFixture,
                                 public ::testing::WithParamInterface<DataFolderCase> {};
 
 // A value that begins with a tilde names the host's data folder, whatever
-// follows; an absolute one gets the provider folder with its parents.
+// follows, and so does an empty one; an absolute one gets the provider folder
+// with its parents.
 TEST_P(DataStoreDataFolderTest, SymbolsAreStoredInTheConfiguredFolderOnly) {
   const DataFolderCase& c = GetParam();
   if (c.pathData != nullptr) {
@@ -47,8 +48,8 @@ TEST_P(DataStoreDataFolderTest, SymbolsAreStoredInTheConfiguredFolderOnly) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Values, DataStoreDataFolderTest,
-                         ::testing::Values(DataFolderCase{nullptr, "data"}, DataFolderCase{"~", "data"},
-                                           DataFolderCase{"~/x", "data"},
+                         ::testing::Values(DataFolderCase{nullptr, "data"}, DataFolderCase{"", "data"},
+                                           DataFolderCase{"~", "data"}, DataFolderCase{"~/x", "data"},
                                            DataFolderCase{"/elsewhere/deep/store", "elsewhere/deep/store"}));
 
 // Writes disabled: nothing is created, inserts are answered and dropped, and
@@ -80,6 +81,18 @@ TEST_F(DataStoreConfigTest, WritesDisabledCreateNothingAndKeepWhatWasStored) {
   host_.reset();
   EXPECT_EQ(ReadBytes(files[0]), stored);
   EXPECT_TRUE(sink_.completions().empty());
+  EXPECT_EQ(ReadBytes(tree_.log()).find("lines end in LF"), std::string::npos);
+}
+
+// Lines end in CR LF: a file with bare LF line ends is one line without a
+// section, so writes stay enabled, and the log says why.
+TEST_F(DataStoreConfigTest, ConfigurationWithBareLineFeedsIsNotHonouredAndLogged) {
+  std::ofstream(tree_.config() / "pelto.cfg", std::ios::binary) << "[DATASTORE]\nEnableWrite=0\n";
+  restart();
+  const HostWord handle = open(SymbolParams{});
+  EXPECT_EQ(insert(handle, Series(2)), 0);
+  EXPECT_EQ(readAll<Candle>(handle), Series(2));
+  EXPECT_NE(ReadBytes(tree_.log()).find("lines end in LF"), std::string::npos);
 }
 
 // ---------------------------------------------------------------------------
@@ -282,6 +295,19 @@ TEST_F(DataStoreWorkerTest, StopFinishesTheServedRequestAndDropsTheQueuedOnes) {
   host_.reset();
   EXPECT_EQ(sink_.completions().size(), 1u);
   EXPECT_EQ(ThreadCount(), threadsBefore);
+}
+
+// The worker of an idle module waits on its condition: the stop must wake it,
+// not wait out its limit (5000 ms) or hang.
+TEST_F(DataStoreWorkerTest, StopOfAnIdleModuleEndsTheWorkerWithinTheWaitLimit) {
+  std::thread([] {}).join();  // any helper thread of the runtime (TSan) is made before counting
+  const int threadsBefore = ThreadCount();
+  restart();
+  EXPECT_GT(ThreadCount(), threadsBefore);  // the worker runs
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_EQ(send(M::Stop), 0);
+  EXPECT_TRUE(WaitUntil([&] { return ThreadCount() == threadsBefore; }));
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(5000));
 }
 
 // ---------------------------------------------------------------------------
