@@ -165,6 +165,8 @@ void CDataStoreModule::CreateStoredSymbols(QString const& folder) {
     if (symbol->LoadProperties() == 0) {
       AppendSymbol(folder, symbol);
     } else {
+      DsLog(QStringLiteral("Not a symbol file of this format and version, not registered: ") + entry.filePath(),
+            MESS_ERROR);
       delete symbol;
     }
   }

@@ -113,6 +113,7 @@ TEST_F(DataStoreRegistryTest, SymbolsStoredBeforeStartUpAreRegisteredFromTheirFi
   fs::rename(folder / kSymbolFile, folder / "renamed.cjd");
   fs::copy_file(folder / "EUR%2FUSD_I0_EURUSD.cjd", folder / "A.CJD");  // sorts first
   fs::create_directory(folder / "B.cjd");
+  std::ofstream(folder / "C.cjd") << "not a symbol file";
   const std::string upperCase = ReadBytes(folder / "A.CJD");
 
   restart();
@@ -122,8 +123,9 @@ TEST_F(DataStoreRegistryTest, SymbolsStoredBeforeStartUpAreRegisteredFromTheirFi
   EXPECT_EQ(insert(tickHandle, std::vector<Tick>{tickData.back()}), 0);
   EXPECT_EQ(readAll<Tick>(tickHandle), tickData);
   EXPECT_EQ(ReadBytes(folder / "A.CJD"), upperCase);
-  EXPECT_EQ(tree_.symbolFiles(),
-            (std::vector<fs::path>{folder / "EUR%2FUSD_I0_EURUSD.cjd", folder / "renamed.cjd"}));
+  EXPECT_EQ(tree_.symbolFiles(), (std::vector<fs::path>{folder / "C.cjd", folder / "EUR%2FUSD_I0_EURUSD.cjd",
+                                                         folder / "renamed.cjd"}));
+  EXPECT_NE(ReadBytes(tree_.log()).find("not registered: " + (folder / "C.cjd").string()), std::string::npos);
 }
 
 // A stored symbol is registered under the provider folder exactly as the
