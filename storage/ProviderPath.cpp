@@ -4,6 +4,11 @@ namespace {
 
 constexpr char16_t kFirstPrintable = 0x20;
 constexpr char16_t kDelete = 0x7F;
+constexpr unsigned int kFirstNonAscii = 0x80;
+
+QString PercentEscaped(unsigned int unit) {
+  return QStringLiteral("%%1").arg(unit, 2, 16, QLatin1Char('0')).toUpper();
+}
 
 bool NeedsEscape(QChar c) {
   const char16_t unit = c.unicode();
@@ -22,10 +27,21 @@ QString EscapeFileNamePart(QString const& text) {
   escaped.reserve(text.size());
   for (QChar c : text) {
     if (NeedsEscape(c)) {
-      escaped += QStringLiteral("%%1").arg(c.unicode(), 2, 16, QLatin1Char('0')).toUpper();
+      escaped += PercentEscaped(c.unicode());
     } else {
       escaped += c;
     }
+  }
+  return escaped;
+}
+
+QString EscapeFileNameBytes(QByteArray const& text) {
+  const QString decoded = QString::fromLocal8Bit(text);
+  if (decoded.toLocal8Bit() == text) return EscapeFileNamePart(decoded);
+  QString escaped;
+  for (char byte : text) {
+    const auto unit = static_cast<unsigned char>(byte);
+    escaped += unit < kFirstNonAscii ? EscapeFileNamePart(QString(QChar(unit))) : PercentEscaped(unit);
   }
   return escaped;
 }

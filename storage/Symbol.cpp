@@ -54,8 +54,8 @@ void CSymbol::setCode(const char* text) { CopyText(code_, text); }
 QString CSymbol::MakeFileName() const {
   QString base(QChar::fromLatin1(period_.kind));
   if (period_.kind == kIntraday) base += QString::number(period_.length);
-  base += QLatin1Char('_') + QString::fromLocal8Bit(code_);
-  return EscapeFileNamePart(base);
+  base += QLatin1Char('_');
+  return EscapeFileNamePart(base) + EscapeFileNameBytes(QByteArray(code_));
 }
 
 int CSymbol::Create(QString const& folder) {

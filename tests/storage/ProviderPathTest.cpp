@@ -31,6 +31,11 @@ TEST(EscapeTest, SeparatorsPercentAndControlsAreEscaped) {
   EXPECT_EQ(ProviderFolderName("."), "");
   EXPECT_EQ(ProviderFolderName("../x"), "..%2Fx");
   EXPECT_EQ(ProviderFolderName("Demo"), "Demo");
+  // 8-bit codes: text that decodes keeps its characters, bytes that do not
+  // are escaped one by one, so two such codes never share a file.
+  EXPECT_EQ(EscapeFileNameBytes("E/U\xC3\xA9"), QString("E%2FU") + QChar(0xE9));
+  EXPECT_EQ(EscapeFileNameBytes("E/U\xE9"), "E%2FU%E9");
+  EXPECT_EQ(EscapeFileNameBytes("E/U\xE8"), "E%2FU%E8");
 }
 
 // The folder is joined as given; names that would leave it are escaped.
