@@ -254,11 +254,16 @@ void CConvertor::closeConvertor() {
 // Directory.
 
 // The directory is shown with slashes and opened as given. An index that
-// cannot be held in memory is treated as a missing one.
+// cannot be held in memory is treated as a missing one; one that exists but
+// does not open leaves the table as it was.
 void CConvertor::readMakeFile(QString dir) {
   dir_ = dir;
   if (hasDialog()) controls_.directoryLine->setText(dir.replace(QLatin1Char('\\'), QLatin1Char('/')));
-  if (!MasterExists(dir_) || !loadIndex()) clearTable();
+  if (!MasterExists(dir_)) {
+    clearTable();
+  } else if (MasterOpens(dir_) && !loadIndex()) {
+    clearTable();
+  }
   loading_ = 0;
 }
 

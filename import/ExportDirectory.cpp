@@ -127,6 +127,11 @@ QString IndexEntry::periodText() const {
 
 bool MasterExists(QString const& dir) { return QFileInfo::exists(MasterPath(dir)); }
 
+bool MasterOpens(QString const& dir) {
+  QFile file(MasterPath(dir));
+  return file.open(QIODevice::ReadOnly);
+}
+
 std::vector<IndexEntry> ReadMaster(QString const& dir) {
   QFile file(MasterPath(dir));
   if (!file.open(QIODevice::ReadOnly)) return {};
@@ -137,7 +142,13 @@ std::vector<IndexEntry> ReadMaster(QString const& dir) {
 
   // The records the file has; the header sits before record 0.
   if (!file.seek(kIndexRecordSize)) return {};
-  const QByteArray records = file.read(qint64{count} * kIndexRecordSize);
+  const qint64 wanted = qint64{count} * kIndexRecordSize;
+  QByteArray records = file.read(wanted);
+  // A short read is tried once more from where it stopped; what is still
+  // missing stays zero.
+  if (records.size() < wanted && file.seek(kIndexRecordSize + records.size())) {
+    records += file.read(wanted - records.size());
+  }
   std::vector<IndexEntry> entries(static_cast<std::size_t>(count), IndexEntry{});
   for (int k = 0; k < count; ++k) {
     const qsizetype start = qsizetype{k} * kIndexRecordSize;

@@ -53,6 +53,8 @@ struct IndexEntry {
 // yields zero-filled entries for the records it lacks (a record cut short
 // keeps the bytes it has).
 bool MasterExists(QString const& dir);
+// Whether the directory's MASTER opens for reading.
+bool MasterOpens(QString const& dir);
 std::vector<IndexEntry> ReadMaster(QString const& dir);
 
 // The index of the first entry whose symbol() and periodText() equal the

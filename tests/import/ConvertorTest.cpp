@@ -314,6 +314,11 @@ TEST_F(ConvertorTest, DirectoryLineReadsADirectoryOrAsksForOne) {
   EXPECT_EQ(chooserStarts_.size(), 2);
   EXPECT_EQ(c().table->rowCount(), 6);
 
+  QDir(dir_.path()).mkpath("locked/MASTER");  // a MASTER that does not open: the table stays
+  convertor_.readMakeFile(dir_.path() + "/locked");
+  EXPECT_EQ(c().table->rowCount(), 6);
+  EXPECT_EQ(convertor_.entries().size(), 6u);
+
   convertor_.readMakeFile(QStringLiteral("C:\\export\\daily"));
   EXPECT_EQ(c().directoryLine->text(), "C:/export/daily");
   EXPECT_EQ(convertor_.currentDir(), "C:\\export\\daily");
