@@ -12,8 +12,8 @@ bash scripts/build.sh
 ctest --test-dir build --output-on-failure -j "$(nproc)"
 
 TSAN_DIR=build-tsan
-TSAN_TARGETS=(datastore_integration_tests datastore_stress_tests)
-TSAN_TESTS='^(DataStoreWorkerTest|DataStoreStressTest)\.'
+TSAN_TARGETS=(datastore_integration_tests datastore_stress_tests host_tests)
+TSAN_TESTS='^(DataStoreWorkerTest|DataStoreStressTest)\.|^ModuleHostTest\.RecordsConcurrentCalls'
 cmake -G Ninja -S . -B "$TSAN_DIR" -DCMAKE_BUILD_TYPE=RelWithDebInfo \
   -DDATASTORE_SANITIZE=thread -DDATASTORE_BUILD_BENCHMARKS=OFF >/dev/null
 cmake --build "$TSAN_DIR" -j "$(nproc)" --target "${TSAN_TARGETS[@]}"
