@@ -7,6 +7,9 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <mutex>
+#include <thread>
+#include <unordered_map>
 #include <vector>
 
 namespace {
@@ -14,10 +17,16 @@ namespace {
 constexpr mode_t kNewFileMode = 0644;
 constexpr std::size_t kCopyChunk = 1 << 20;
 
-thread_local std::string lastErrorText;
+// The last failure of each thread. Not thread_local: the library is loaded
+// and unloaded at run time, and dynamic TLS of an unloaded library trips
+// leak checkers that walk every thread's TLS.
+std::mutex errorTextsMutex;
+std::unordered_map<std::thread::id, std::string> errorTexts;  // guarded by errorTextsMutex
 
 void RememberError(std::string const& what, std::string const& path) {
-  lastErrorText = what + " " + path + ": " + std::strerror(errno);
+  std::string text = what + " " + path + ": " + std::strerror(errno);
+  std::lock_guard<std::mutex> lock(errorTextsMutex);
+  errorTexts[std::this_thread::get_id()] = std::move(text);
 }
 
 int OpenFlags(OpenMode mode) {
@@ -130,12 +139,18 @@ FileSystem& FileSystem::Default() {
 }
 
 std::string FileSystem::takeErrorText() {
-  std::string text;
-  text.swap(lastErrorText);
+  std::lock_guard<std::mutex> lock(errorTextsMutex);
+  const auto found = errorTexts.find(std::this_thread::get_id());
+  if (found == errorTexts.end()) return {};
+  std::string text = std::move(found->second);
+  errorTexts.erase(found);
   return text;
 }
 
-void FileSystem::clearErrorText() { lastErrorText.clear(); }
+void FileSystem::clearErrorText() {
+  std::lock_guard<std::mutex> lock(errorTextsMutex);
+  errorTexts.erase(std::this_thread::get_id());
+}
 
 bool CopyFilePrefix(RandomAccessFile& from, RandomAccessFile& to, std::uint64_t n) {
   std::vector<char> chunk(static_cast<std::size_t>(std::min<std::uint64_t>(n, kCopyChunk)));
