@@ -136,6 +136,8 @@ void CDataStoreModule::StopRequestThread() {
     requestThread_->wait();
   }
   DropQueued();
+  std::lock_guard<std::mutex> lock(dataMutex());
+  if (writeLog_) LogStatus(writeLog_->Checkpoint());
 }
 
 // One convertor serves every menu request; it adds its entry to the host's menu.

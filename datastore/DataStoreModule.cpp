@@ -31,6 +31,8 @@ constexpr char kConfigFile[] = "/pelto.cfg";
 constexpr char kConfigSection[] = "DATASTORE";
 constexpr char kPathDataKey[] = "PathData";
 constexpr char kEnableWriteKey[] = "EnableWrite";
+constexpr char kDurabilityKey[] = "Durability";
+constexpr char kSyncIntervalKey[] = "SyncInterval";
 constexpr char kHostDataFolderMark = '~';
 constexpr int kConfigValueSize = 1024;
 
@@ -81,6 +83,7 @@ CDataStoreModule::CDataStoreModule(char const* name, unsigned number1, unsigned 
 // state it waits on is leaked on purpose rather than destroyed under it.
 CDataStoreModule::~CDataStoreModule() {
   DropQueued();
+  CloseWriteLog();
   for (QList<CSymbol*>& symbols : symbolMap_) qDeleteAll(symbols);
   symbolMap_.clear();
   symbolHandles_.clear();
@@ -143,25 +146,79 @@ void WarnOfBareLineFeeds(QString const& configPath) {
 }
 }  // namespace
 
+void CDataStoreModule::ReadConfiguration(QString const& configPath) {
+  inifiles config(configPath.toLocal8Bit().constData());
+  char pathData[kConfigValueSize] = {};
+  config.ReadString(kConfigSection, kPathDataKey, "~", pathData, sizeof(pathData));
+  writeEnabled_ = config.ReadBool(kConfigSection, kEnableWriteKey, true);
+  const DurabilitySettings defaults;
+  const long level = config.ReadInteger(kConfigSection, kDurabilityKey, defaults.level);
+  const long interval = config.ReadInteger(kConfigSection, kSyncIntervalKey, defaults.syncIntervalMs);
+  durability_.level = level >= DurabilitySettings::kNoSync && level <= DurabilitySettings::kEveryInsert
+                          ? static_cast<int>(level) : defaults.level;
+  durability_.syncIntervalMs = interval > 0 && interval <= kMaxSyncIntervalMs ? static_cast<int>(interval)
+                                                                               : defaults.syncIntervalMs;
+  if (level != durability_.level || interval != durability_.syncIntervalMs) {
+    DsLog(QStringLiteral("%1: Durability is 0, 1 or 2 and SyncInterval 1 to %2 ms; using %3 and %4")
+              .arg(configPath).arg(kMaxSyncIntervalMs).arg(durability_.level).arg(durability_.syncIntervalMs),
+          MESS_CRITICAL);
+  }
+  // An empty value would put the provider folder at the file system's root.
+  if (pathData[0] == kHostDataFolderMark || pathData[0] == '\0') {
+    if (writeEnabled_) createFolderData(qDataPath, QStringLiteral("."));
+  } else {
+    qDataPath = QString::fromLocal8Bit(pathData);
+  }
+}
+
+// The instance that takes the data folder's lock is its one writer: it
+// recovers the folder's log and keeps it. Any other reads only.
+void CDataStoreModule::OpenWriteLog() {
+  const std::string folder = qDataPath.toLocal8Bit().toStdString();
+  if (writeLog_ && writeLog_->folder() == folder) return;
+  CloseWriteLog();
+  if (!writeEnabled_) return;
+  MakePath(qDataPath);
+  Status status = FolderLock::Acquire(folder, &folderLock_);
+  RecoveryReport report;
+  if (status.ok()) status = WriteAheadLog::Open(*fileSystem_, folder, durability_, &writeLog_, &report);
+  if (!status.ok()) {
+    DsLog(QStringLiteral("The data folder is read-only for this instance: %1")
+              .arg(QString::fromLocal8Bit(status.ToString().c_str())),
+          MESS_CRITICAL);
+    folderLock_.reset();
+    writeEnabled_ = false;
+    return;
+  }
+  if (report.framesReplayed > 0 || report.filesCut > 0) {
+    DsLog(QStringLiteral("Recovered %1 change(s) of %2 file(s) from the log; %3 file(s) cut back to their last "
+                         "whole append, %4 change(s) after it dropped")
+              .arg(report.framesReplayed).arg(report.filesTouched.size()).arg(report.filesCut)
+              .arg(report.framesVoided),
+          MESS_CRITICAL);
+  }
+}
+
+// Everything the log holds goes into the data files before the log and the
+// lock are let go.
+void CDataStoreModule::CloseWriteLog() {
+  if (writeLog_) {
+    std::lock_guard<std::mutex> lock(dataMutex());
+    LogStatus(writeLog_->Checkpoint());
+    writeLog_.reset();
+  }
+  folderLock_.reset();
+}
+
 // Reads the configuration, settles the data folder, registers the symbols
 // stored under the provider folder and starts the worker.
 void CDataStoreModule::CreateFolders() {
   qDataPath = GetPathByFolderType(this, VD_FOLDER_DATA);
   const QString configPath = GetPathByFolderType(this, VD_FOLDER_CONFIG) + QLatin1String(kConfigFile);
   pa = qobject_cast<QApplication*>(QCoreApplication::instance());
-  {
-    inifiles config(configPath.toLocal8Bit().constData());
-    char pathData[kConfigValueSize] = {};
-    config.ReadString(kConfigSection, kPathDataKey, "~", pathData, sizeof(pathData));
-    writeEnabled_ = config.ReadBool(kConfigSection, kEnableWriteKey, true);
-    // An empty value would put the provider folder at the file system's root.
-    if (pathData[0] == kHostDataFolderMark || pathData[0] == '\0') {
-      if (writeEnabled_) createFolderData(qDataPath, QStringLiteral("."));
-    } else {
-      qDataPath = QString::fromLocal8Bit(pathData);
-    }
-  }
+  ReadConfiguration(configPath);
   WarnOfBareLineFeeds(configPath);
+  OpenWriteLog();
   std::memcpy(mutableInfo().description, kStartedDescription, sizeof(kStartedDescription));
   QString providerFolder = qDataPath;
   AddProvider(providerFolder, ProviderFolderName(RequestProvider()));

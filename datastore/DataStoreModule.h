@@ -10,7 +10,11 @@
 //     guards the two queues and their counts; the two are never held together;
 //   - completion calls of posted requests come from the worker thread only;
 //   - the stop message (3005) ends the worker cooperatively: the request it
-//     serves is finished, the queued ones are dropped, the thread is gone;
+//     serves is finished, the queued ones are dropped, the thread is gone,
+//     and every insert is in the data files;
+//   - one writer per data folder: the instance that takes the folder's lock
+//     recovers and keeps its write-ahead log (WriteAheadLog.h, durability by
+//     configuration); any other works read-only there;
 //   - no request names a file outside the data folder.
 //
 // REQUIRES: messages arrive on the host's thread, one at a time; the host
@@ -28,6 +32,7 @@
 #include <QString>
 #include <QStringList>
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <deque>
 #include <memory>
@@ -38,7 +43,9 @@
 #include "ImportTarget.h"
 #include "MessLog.h"
 #include "Module.h"
+#include "FolderLock.h"
 #include "Symbol.h"
+#include "WriteAheadLog.h"
 
 class CConvertor;
 class CDataStoreModuleRequestsThread;
@@ -48,6 +55,7 @@ class CDataStoreModule : public CModule, public SymbolOwner, public ImportTarget
  public:
   static constexpr std::uint32_t kModuleExtra = 38;          // MODULE_INFO::extra of the data store
   static constexpr unsigned long kStopWaitMs = 5000;         // longest wait for the worker on 3005
+  static constexpr long kMaxSyncIntervalMs = 3'600'000;      // longest "SyncInterval" taken
 
   CDataStoreModule(char const* name, unsigned number1, unsigned number2, unsigned number3);
   ~CDataStoreModule() override;
@@ -68,6 +76,8 @@ class CDataStoreModule : public CModule, public SymbolOwner, public ImportTarget
   // SymbolOwner.
   bool IsWriteEnabled() const override { return writeEnabled_; }
   FileSystem& GetFileSystem() const override { return *fileSystem_; }
+  WriteAheadLog* GetWriteLog() const override { return writeLog_.get(); }
+  DurabilitySettings const& durability() const { return durability_; }
   void setFileSystem(FileSystem* fileSystem) { fileSystem_ = fileSystem; }
 
   // Registry.
@@ -125,6 +135,14 @@ class CDataStoreModule : public CModule, public SymbolOwner, public ImportTarget
   void Serve(INSERT_SYMBOL_DATA_REQUEST* copy);
   void Complete(HostWord context, std::uint32_t code, void* copy);
   void DropQueued();
+  void ReadConfiguration(QString const& configPath);
+  void OpenWriteLog();
+  void CloseWriteLog();
+  // REQUIRES: the data mutex is held.
+  void LogStatus(Status const& status) const;
+  void CheckpointIfDue();
+  void CommitInserts();
+  std::chrono::steady_clock::duration UntilCheckpointDue();
 
   HostWord moduleHandle_ = 0;                           // from the registration reply
   HostWord hostId_ = 0;                                 // identifier used in host calls
@@ -145,6 +163,9 @@ class CDataStoreModule : public CModule, public SymbolOwner, public ImportTarget
   HostWord eventHandle_ = 0;                            // handle of "DataStoreEvent"
   CConvertor* convertor_ = nullptr;                     // the import controller
   FileSystem* fileSystem_;                              // where symbol files live
+  DurabilitySettings durability_;                       // "Durability", "SyncInterval"
+  std::unique_ptr<FolderLock> folderLock_;              // held while this instance writes the data folder
+  std::unique_ptr<WriteAheadLog> writeLog_;             // the data folder's log; null while not its writer
 };
 
 extern CDataStoreModule* pDSModule;   // the one module object

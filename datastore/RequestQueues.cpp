@@ -1,6 +1,7 @@
 // Synchronous and posted requests, and the worker that serves posted ones.
 #include <cstdlib>
 #include <cstring>
+#include <vector>
 
 #include "DataStoreModule.h"
 #include "RequestsThread.h"
@@ -13,14 +14,6 @@ constexpr char kPostUnknownSymbol[] = "Error in CDataStoreModule::InsertSymbolDa
 constexpr char kPostBufferFailed[] = "Error in CDataStoreModule::InsertSymbolDataPost CP3";
 
 CSymbol* SymbolOf(HostWord handle) { return reinterpret_cast<CSymbol*>(handle); }
-
-// Storage reports failures through its file object; the module's log gets them.
-// REQUIRES: the data mutex is held.
-void LogStorageFailure(CSymbol& symbol) {
-  if (symbol.file() == nullptr) return;
-  const std::string error = symbol.file()->TakeLastError();
-  if (!error.empty()) DsLog(QString::fromLocal8Bit(error.c_str()), MESS_ERROR);
-}
 
 // Bytes of count points of the symbol; 0 for a negative count.
 std::size_t PointBytes(CSymbol const& symbol, int count) {
@@ -36,12 +29,33 @@ void CDataStoreModuleRequestsThread::run() { module_->RequestsThread(); }
 
 std::mutex& CDataStoreModule::dataMutex() { return sync_->dataMutex; }
 
+void CDataStoreModule::LogStatus(Status const& status) const {
+  if (!status.ok()) DsLog(QString::fromLocal8Bit(status.ToString().c_str()), MESS_ERROR);
+}
+
+// REQUIRES: the data mutex is held.
+void CDataStoreModule::CheckpointIfDue() {
+  if (writeLog_) LogStatus(writeLog_->CheckpointIfDue());
+}
+
+// With Durability 2 the inserts served since the last commit become durable
+// together. REQUIRES: the data mutex is held.
+void CDataStoreModule::CommitInserts() {
+  if (writeLog_) LogStatus(writeLog_->Commit());
+}
+
+std::chrono::steady_clock::duration CDataStoreModule::UntilCheckpointDue() {
+  std::lock_guard<std::mutex> lock(dataMutex());
+  return writeLog_ ? writeLog_->UntilDue() : std::chrono::steady_clock::duration::max();
+}
+
 int CDataStoreModule::GetSymbolDataSend(GET_SYMBOL_DATA_REQUEST* request) {
   LogMessage("GetSymbolDataSend");
   if (request->handle == 0) return 1;
   std::lock_guard<std::mutex> lock(dataMutex());
-  SymbolOf(request->handle)->GetData(request);
-  LogStorageFailure(*SymbolOf(request->handle));
+  Status status;
+  SymbolOf(request->handle)->GetData(request, &status);
+  LogStatus(status);
   return 0;
 }
 
@@ -49,16 +63,18 @@ int CDataStoreModule::GetSymbolDataCountSend(GET_SYMBOL_DATA_REQUEST* request) {
   LogMessage("GetSymbolDataCountSend");
   if (request->handle == 0) return 1;
   std::lock_guard<std::mutex> lock(dataMutex());
-  SymbolOf(request->handle)->GetDataCount(request);
-  LogStorageFailure(*SymbolOf(request->handle));
+  Status status;
+  SymbolOf(request->handle)->GetDataCount(request, &status);
+  LogStatus(status);
   return 0;
 }
 
 int CDataStoreModule::InsertSymbolDataSend(INSERT_SYMBOL_DATA_REQUEST* request) {
   LogMessage("InsertSymbolDataSend");
   std::lock_guard<std::mutex> lock(dataMutex());
-  SymbolOf(request->handle)->InsertData(request->number, reinterpret_cast<unsigned char*>(request->data));
-  LogStorageFailure(*SymbolOf(request->handle));
+  LogStatus(SymbolOf(request->handle)->InsertData(request->number, reinterpret_cast<unsigned char*>(request->data)));
+  CommitInserts();
+  CheckpointIfDue();
   return 0;
 }
 
@@ -113,19 +129,39 @@ int CDataStoreModule::InsertSymbolDataPost(INSERT_SYMBOL_DATA_REQUEST* request) 
   return 0;
 }
 
-// Gets are drained before inserts; each queue in posting order. A stop
-// request ends the loop after the request being served.
+// Gets are drained before inserts; each queue in posting order. The inserts
+// found queued are stored, made durable together (Durability 2) and then
+// completed. Between requests the worker runs the log's checkpoints when they
+// fall due. A stop request ends the loop after the request being served.
 void CDataStoreModule::RequestsThread() {
   for (;;) {
+    const auto untilDue = UntilCheckpointDue();
     {
       std::unique_lock<std::mutex> lock(sync_->queueMutex);
-      sync_->requestCondition.wait(lock, [this] {
-        return sync_->stopRequested || getCount_ != 0 || insertCount_ != 0;
-      });
+      auto ready = [this] { return sync_->stopRequested || getCount_ != 0 || insertCount_ != 0; };
+      if (untilDue == std::chrono::steady_clock::duration::max()) {
+        sync_->requestCondition.wait(lock, ready);
+      } else {
+        sync_->requestCondition.wait_for(lock, untilDue, ready);
+      }
       if (sync_->stopRequested) return;
     }
     while (GET_SYMBOL_DATA_REQUEST* copy = TakeFirst(getQueue_, getCount_)) Serve(copy);
-    while (INSERT_SYMBOL_DATA_REQUEST* copy = TakeFirst(insertQueue_, insertCount_)) Serve(copy);
+    std::vector<INSERT_SYMBOL_DATA_REQUEST*> served;
+    while (INSERT_SYMBOL_DATA_REQUEST* copy = TakeFirst(insertQueue_, insertCount_)) {
+      Serve(copy);
+      served.push_back(copy);
+    }
+    {
+      std::lock_guard<std::mutex> lock(dataMutex());
+      if (!served.empty()) CommitInserts();
+      CheckpointIfDue();
+    }
+    for (INSERT_SYMBOL_DATA_REQUEST* copy : served) Complete(copy->completionContext, copy->completionCode, copy);
+    for (INSERT_SYMBOL_DATA_REQUEST* copy : served) {
+      std::free(reinterpret_cast<void*>(copy->data));
+      std::free(copy);
+    }
   }
 }
 
@@ -142,23 +178,19 @@ Request* CDataStoreModule::TakeFirst(std::deque<Request*>& queue, int& count) {
 void CDataStoreModule::Serve(GET_SYMBOL_DATA_REQUEST* copy) {
   {
     std::lock_guard<std::mutex> lock(dataMutex());
-    SymbolOf(copy->handle)->GetData(copy);
-    LogStorageFailure(*SymbolOf(copy->handle));
+    Status status;
+    SymbolOf(copy->handle)->GetData(copy, &status);
+    LogStatus(status);
   }
   Complete(copy->completionContext, copy->completionCode, copy);
   std::free(reinterpret_cast<void*>(copy->buffer));
   std::free(copy);
 }
 
+// Stores the records; the worker completes the request once it is durable.
 void CDataStoreModule::Serve(INSERT_SYMBOL_DATA_REQUEST* copy) {
-  {
-    std::lock_guard<std::mutex> lock(dataMutex());
-    SymbolOf(copy->handle)->InsertData(copy->number, reinterpret_cast<unsigned char*>(copy->data));
-    LogStorageFailure(*SymbolOf(copy->handle));
-  }
-  Complete(copy->completionContext, copy->completionCode, copy);
-  std::free(reinterpret_cast<void*>(copy->data));
-  std::free(copy);
+  std::lock_guard<std::mutex> lock(dataMutex());
+  LogStatus(SymbolOf(copy->handle)->InsertData(copy->number, reinterpret_cast<unsigned char*>(copy->data)));
 }
 
 void CDataStoreModule::Complete(HostWord context, std::uint32_t code, void* copy) {

@@ -11,6 +11,7 @@
 namespace {
 
 constexpr char16_t kIntraday = u'I';
+constexpr int kHeaderNotWritten = 2;  // CSymbol::Create: the file exists and does not load, or a write failed
 constexpr int kProviderBytes = sizeof(SYMBOL_NAME_PERIOD::provider);
 constexpr int kCodeBytes = sizeof(SYMBOL_NAME_PERIOD::code);
 
@@ -116,11 +117,21 @@ CSymbol* CDataStoreModule::CreateSymbol(QString const& key, SYMBOL_NAME_PERIOD c
   QString folder = key;
   AddProvider(folder, ProviderFolderName(QString::fromStdU16String(provider)));
   MakePath(folder);
+  int created = 0;
+  Status status;
   {
     std::lock_guard<std::mutex> lock(dataMutex());
-    if (symbol->Create(key) != 0) {
-      DsLog(QStringLiteral("Cannot create the file of a symbol in ") + key, MESS_ERROR);
-    }
+    created = symbol->Create(key, &status);
+  }
+  if (created != 0) {
+    DsLog(QStringLiteral("Cannot create the file of a symbol in %1: %2")
+              .arg(key, QString::fromLocal8Bit(status.ToString().c_str())),
+          MESS_ERROR);
+  }
+  // A file that exists but does not load stays as it is, unregistered.
+  if (created == kHeaderNotWritten) {
+    delete symbol;
+    return nullptr;
   }
   AppendSymbol(key, symbol);
   return symbol;
@@ -133,9 +144,11 @@ int CDataStoreModule::OpenSymbol(SYMBOL_NAME_PERIOD_PATH* request, void** handle
   UpdateSourceNames(RequestProviderName(request->symbol));
   CSymbol* symbol = GetSymbol(key, &request->symbol);
   if (symbol == nullptr) symbol = CreateSymbol(key, request->symbol);
+  if (symbol == nullptr) return 1;
   {
     std::lock_guard<std::mutex> lock(dataMutex());
-    symbol->Open();
+    Status status = symbol->Open();
+    LogStatus(status);
   }
   *handle = symbol;
   return 0;
@@ -162,11 +175,11 @@ void CDataStoreModule::CreateStoredSymbols(QString const& folder) {
   for (QFileInfo const& entry : entries) {
     if (entry.isDir() || entry.suffix() != QLatin1String("cjd")) continue;
     auto* symbol = new CSymbol(this, entry.filePath().toLocal8Bit().constData());
-    if (symbol->LoadProperties() == 0) {
+    Status status;
+    if (symbol->LoadProperties(&status) == 0) {
       AppendSymbol(folder, symbol);
     } else {
-      DsLog(QStringLiteral("Not a symbol file of this format and version, not registered: ") + entry.filePath(),
-            MESS_ERROR);
+      DsLog(QStringLiteral("Not registered: %1").arg(QString::fromLocal8Bit(status.ToString().c_str())), MESS_ERROR);
       delete symbol;
     }
   }

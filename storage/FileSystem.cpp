@@ -5,29 +5,11 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
-#include <mutex>
-#include <thread>
-#include <unordered_map>
-#include <vector>
 
 namespace {
 
 constexpr mode_t kNewFileMode = 0644;
-constexpr std::size_t kCopyChunk = 1 << 20;
-
-// The last failure of each thread. Not thread_local: the library is loaded
-// and unloaded at run time, and dynamic TLS of an unloaded library trips
-// leak checkers that walk every thread's TLS.
-std::mutex errorTextsMutex;
-std::unordered_map<std::thread::id, std::string> errorTexts;  // guarded by errorTextsMutex
-
-void RememberError(std::string const& what, std::string const& path) {
-  std::string text = what + " " + path + ": " + std::strerror(errno);
-  std::lock_guard<std::mutex> lock(errorTextsMutex);
-  errorTexts[std::this_thread::get_id()] = std::move(text);
-}
 
 int OpenFlags(OpenMode mode) {
   switch (mode) {
@@ -35,10 +17,10 @@ int OpenFlags(OpenMode mode) {
       return O_RDONLY;
     case OpenMode::ReadWrite:
       return O_RDWR;
-    case OpenMode::CreateTruncate:
-      return O_RDWR | O_CREAT | O_TRUNC;
     case OpenMode::CreateNew:
       return O_RDWR | O_CREAT | O_EXCL;
+    case OpenMode::OpenOrCreate:
+      return O_RDWR | O_CREAT;
   }
   return O_RDONLY;
 }
@@ -50,57 +32,50 @@ class PosixFile : public RandomAccessFile {
   PosixFile(const PosixFile&) = delete;
   PosixFile& operator=(const PosixFile&) = delete;
 
-  std::int64_t ReadAt(std::uint64_t offset, void* buffer, std::size_t n) override {
+  Status ReadAt(std::uint64_t offset, void* buffer, std::size_t n, std::size_t* got) override {
     std::size_t done = 0;
     while (done < n) {
-      const ssize_t got = ::pread(fd_, static_cast<char*>(buffer) + done, n - done,
-                                  static_cast<off_t>(offset + done));
-      if (got < 0 && errno == EINTR) continue;
-      if (got < 0) {
-        RememberError("read", path_);
-        return -1;
-      }
-      if (got == 0) break;
-      done += static_cast<std::size_t>(got);
+      const ssize_t part = ::pread(fd_, static_cast<char*>(buffer) + done, n - done, static_cast<off_t>(offset + done));
+      if (part < 0 && errno == EINTR) continue;
+      if (part < 0) return Status::FromErrno("read", path_, errno);
+      if (part == 0) break;
+      done += static_cast<std::size_t>(part);
     }
-    return static_cast<std::int64_t>(done);
+    *got = done;
+    return Status();
   }
 
-  bool WriteAt(std::uint64_t offset, const void* data, std::size_t n) override {
+  Status WriteAt(std::uint64_t offset, const void* data, std::size_t n) override {
     std::size_t done = 0;
     while (done < n) {
-      const ssize_t put = ::pwrite(fd_, static_cast<const char*>(data) + done, n - done,
-                                   static_cast<off_t>(offset + done));
-      if (put < 0 && errno == EINTR) continue;
-      if (put <= 0) {
-        RememberError("write", path_);
-        return false;
-      }
-      done += static_cast<std::size_t>(put);
+      const ssize_t part =
+          ::pwrite(fd_, static_cast<const char*>(data) + done, n - done, static_cast<off_t>(offset + done));
+      if (part < 0 && errno == EINTR) continue;
+      if (part < 0) return Status::FromErrno("write", path_, errno);
+      if (part == 0) return Status::Error("write", path_, "no byte written");
+      done += static_cast<std::size_t>(part);
     }
-    return true;
+    return Status();
   }
 
-  std::int64_t Size() override {
+  Status Size(std::uint64_t* size) override {
     struct stat status;
-    if (::fstat(fd_, &status) != 0) {
-      RememberError("stat", path_);
-      return -1;
-    }
-    return status.st_size;
+    if (::fstat(fd_, &status) != 0) return Status::FromErrno("stat", path_, errno);
+    *size = static_cast<std::uint64_t>(status.st_size);
+    return Status();
   }
 
-  bool Truncate(std::uint64_t size) override {
-    if (::ftruncate(fd_, static_cast<off_t>(size)) == 0) return true;
-    RememberError("truncate", path_);
-    return false;
+  Status Truncate(std::uint64_t size) override {
+    if (::ftruncate(fd_, static_cast<off_t>(size)) == 0) return Status();
+    return Status::FromErrno("truncate", path_, errno);
   }
 
-  bool Sync() override {
-    if (::fdatasync(fd_) == 0) return true;
-    RememberError("sync", path_);
-    return false;
+  Status Sync() override {
+    if (::fdatasync(fd_) == 0) return Status();
+    return Status::FromErrno("sync", path_, errno);
   }
+
+  std::string const& path() const override { return path_; }
 
  private:
   const int fd_;            // owned descriptor
@@ -109,56 +84,58 @@ class PosixFile : public RandomAccessFile {
 
 class PosixFileSystem : public FileSystem {
  public:
-  std::unique_ptr<RandomAccessFile> Open(std::string const& path, OpenMode mode) override {
+  Status Open(std::string const& path, OpenMode mode, std::unique_ptr<RandomAccessFile>* file) override {
     const int fd = ::open(path.c_str(), OpenFlags(mode) | O_CLOEXEC, kNewFileMode);
-    if (fd < 0) {
-      RememberError("open", path);
-      return nullptr;
-    }
-    return std::make_unique<PosixFile>(fd, path);
+    if (fd < 0) return Status::FromErrno("open", path, errno);
+    *file = std::make_unique<PosixFile>(fd, path);
+    return Status();
   }
 
-  bool Rename(std::string const& from, std::string const& to) override {
-    if (std::rename(from.c_str(), to.c_str()) == 0) return true;
-    RememberError("rename", from + " to " + to);
-    return false;
+  Status Remove(std::string const& path) override {
+    if (::unlink(path.c_str()) == 0) return Status();
+    return Status::FromErrno("remove", path, errno);
   }
 
-  bool Remove(std::string const& path) override {
-    if (::unlink(path.c_str()) == 0) return true;
-    RememberError("remove", path);
-    return false;
+  Status SyncDirectory(std::string const& path) override {
+    const int fd = ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (fd < 0) return Status::FromErrno("open folder", path, errno);
+    const bool synced = ::fsync(fd) == 0;
+    const int error = errno;
+    ::close(fd);
+    return synced ? Status() : Status::FromErrno("sync folder", path, error);
+  }
+
+  bool Exists(std::string const& path) override {
+    struct stat status;
+    return ::stat(path.c_str(), &status) == 0;
   }
 };
 
 }  // namespace
+
+Status Status::FromErrno(std::string operation, std::string path, int error) {
+  return Error(std::move(operation), std::move(path), std::strerror(error));
+}
+
+std::string Status::ToString() const {
+  if (ok()) return "ok";
+  return operation_ + " " + path_ + ": " + reason_;
+}
+
+Status RandomAccessFile::ReadExactly(std::uint64_t offset, void* buffer, std::size_t n) {
+  std::size_t got = 0;
+  Status status = ReadAt(offset, buffer, n, &got);
+  if (status.ok() && got != n) return Status::Error("read", path(), "short read: the file ends early");
+  return status;
+}
 
 FileSystem& FileSystem::Default() {
   static PosixFileSystem fileSystem;
   return fileSystem;
 }
 
-std::string FileSystem::takeErrorText() {
-  std::lock_guard<std::mutex> lock(errorTextsMutex);
-  const auto found = errorTexts.find(std::this_thread::get_id());
-  if (found == errorTexts.end()) return {};
-  std::string text = std::move(found->second);
-  errorTexts.erase(found);
-  return text;
-}
-
-void FileSystem::clearErrorText() {
-  std::lock_guard<std::mutex> lock(errorTextsMutex);
-  errorTexts.erase(std::this_thread::get_id());
-}
-
-bool CopyFilePrefix(RandomAccessFile& from, RandomAccessFile& to, std::uint64_t n) {
-  std::vector<char> chunk(static_cast<std::size_t>(std::min<std::uint64_t>(n, kCopyChunk)));
-  for (std::uint64_t done = 0; done < n;) {
-    const std::size_t want = static_cast<std::size_t>(std::min<std::uint64_t>(n - done, kCopyChunk));
-    if (from.ReadAt(done, chunk.data(), want) != static_cast<std::int64_t>(want)) return false;
-    if (!to.WriteAt(done, chunk.data(), want)) return false;
-    done += want;
-  }
-  return true;
+std::string DirectoryOf(std::string const& path) {
+  const std::size_t slash = path.find_last_of('/');
+  if (slash == std::string::npos) return ".";
+  return slash == 0 ? "/" : path.substr(0, slash);
 }

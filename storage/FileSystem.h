@@ -1,10 +1,12 @@
 // FileSystem.h: the file operations storage needs, behind an interface so
-// that tests can inject short reads, write errors and full disks.
+// that tests can inject short reads, write errors and full disks, and record
+// every write, truncate and sync to enumerate the states a crash can leave.
 //
 // Guarantees of the default (POSIX) implementation: positioned reads and
 // writes (pread/pwrite), retried on EINTR and on short transfers until the
 // end of the file; no user-space buffering, so nothing is lost by a process
-// that is killed after a write returned.
+// that is killed after a write returned; Sync is fdatasync, SyncDirectory an
+// fsync of the directory (what makes a new directory entry durable).
 // Thread-safety: a RandomAccessFile may be used from one thread at a time;
 // FileSystem::Default() is safe from any thread.
 
@@ -16,26 +18,31 @@
 #include <memory>
 #include <string>
 
+#include "Status.h"
+
 enum class OpenMode {
-  ReadOnly,         // an existing file, reading only ("rb")
-  ReadWrite,        // an existing file, reading and writing ("r+b")
-  CreateTruncate,   // created, or emptied when it exists ("w+b")
+  ReadOnly,         // an existing file, reading only
+  ReadWrite,        // an existing file, reading and writing
   CreateNew,        // created; fails when the path exists
+  OpenOrCreate,     // the existing file, or a new empty one; never emptied
 };
 
 class RandomAccessFile {
  public:
   virtual ~RandomAccessFile() = default;
-  // Reads up to n bytes at offset. Returns the bytes read (fewer at the end of
-  // the file), or -1 on an error.
-  virtual std::int64_t ReadAt(std::uint64_t offset, void* buffer, std::size_t n) = 0;
-  // Writes all n bytes at offset; false on any failure (the file may then
-  // hold part of them).
-  virtual bool WriteAt(std::uint64_t offset, const void* data, std::size_t n) = 0;
-  // The file's size in bytes, or -1 on an error.
-  virtual std::int64_t Size() = 0;
-  virtual bool Truncate(std::uint64_t size) = 0;
-  virtual bool Sync() = 0;
+  // Reads up to n bytes at offset into buffer; *got says how many (fewer
+  // only at the end of the file).
+  virtual Status ReadAt(std::uint64_t offset, void* buffer, std::size_t n, std::size_t* got) = 0;
+  // Writes all n bytes at offset (the file may hold part of them on failure).
+  virtual Status WriteAt(std::uint64_t offset, const void* data, std::size_t n) = 0;
+  virtual Status Size(std::uint64_t* size) = 0;
+  virtual Status Truncate(std::uint64_t size) = 0;
+  // Makes the file's data and size durable.
+  virtual Status Sync() = 0;
+  virtual std::string const& path() const = 0;
+
+  // Exactly n bytes at offset; a short read is a failure.
+  Status ReadExactly(std::uint64_t offset, void* buffer, std::size_t n);
 };
 
 class FileSystem {
@@ -44,19 +51,14 @@ class FileSystem {
   // The process's real file system.
   static FileSystem& Default();
 
-  // Null when the file cannot be opened in that mode; errorText() says why.
-  virtual std::unique_ptr<RandomAccessFile> Open(std::string const& path, OpenMode mode) = 0;
-  // Replaces `to` by `from` atomically.
-  virtual bool Rename(std::string const& from, std::string const& to) = 0;
-  virtual bool Remove(std::string const& path) = 0;
-  // The text of the last failure on this thread, for logs; taking it clears it.
-  static std::string takeErrorText();
-  // Forgets a failure that was expected (a file that may be missing).
-  static void clearErrorText();
+  virtual Status Open(std::string const& path, OpenMode mode, std::unique_ptr<RandomAccessFile>* file) = 0;
+  virtual Status Remove(std::string const& path) = 0;
+  // Makes the entries of a directory (files created in it) durable.
+  virtual Status SyncDirectory(std::string const& path) = 0;
+  virtual bool Exists(std::string const& path) = 0;
 };
 
-// Copies n bytes at offset 0 of `from` to offset 0 of `to`; false on a short
-// read or a failed write.
-bool CopyFilePrefix(RandomAccessFile& from, RandomAccessFile& to, std::uint64_t n);
+// The folder part of a path ("." when it has none).
+std::string DirectoryOf(std::string const& path);
 
 #endif  // DATASTORE_STORAGE_FILESYSTEM_H_

@@ -4,54 +4,27 @@
 #include <cstdio>
 #include <cstring>
 #include <limits>
-#include <mutex>
-#include <optional>
-#include <unordered_map>
-#include <vector>
 
-#include "AppendJournal.h"
 #include "FileFormat.h"
 #include "RecordMerge.h"
 #include "Symbol.h"
+#include "WriteAheadLog.h"
 
 namespace {
 
 constexpr std::int64_t kReservedWordSize = 4;  // the word between header and records
 
-constexpr std::size_t kIndexReadBytes = 1 << 20;  // building the index reads about this much at a time
-
-// Every rewrite replaces a file by another; objects that have the same path
-// open notice it by its count of rewrites and open the new file. A path's
-// counter lives as long as the library stays loaded, so objects keep its
-// address; the table goes with the library when a host unloads it.
-class FileGenerations {
- public:
-  static std::atomic<std::uint64_t>* Of(std::string const& path) {
-    std::lock_guard<std::mutex> lock(mutex());
-    return &table()[path];
-  }
-
- private:
-  static std::mutex& mutex() {
-    static std::mutex lock;
-    return lock;
-  }
-  static std::unordered_map<std::string, std::atomic<std::uint64_t>>& table() {
-    static std::unordered_map<std::string, std::atomic<std::uint64_t>> generations;
-    return generations;
-  }
-};
-
 }  // namespace
 
-CSDTFile::CSDTFile(CSymbol* owner, FileSystem* fileSystem)
+CSDTFile::CSDTFile(CSymbol* owner, FileSystem* fileSystem, WriteAheadLog* log)
     : owner_(owner),
       fileSystem_(fileSystem != nullptr ? fileSystem : &FileSystem::Default()),
+      log_(log),
       fileType_(cjd::kFileType),
       version_(cjd::kVersion) {}
 
-CSDTFile::CSDTFile(CSymbol* owner, const char* path, FileSystem* fileSystem)
-    : CSDTFile(owner, fileSystem) {
+CSDTFile::CSDTFile(CSymbol* owner, const char* path, FileSystem* fileSystem, WriteAheadLog* log)
+    : CSDTFile(owner, fileSystem, log) {
   if (path != nullptr) path_ = path;
 }
 
@@ -68,76 +41,52 @@ bool CSDTFile::Create(const char* path, bool readOnly) {
   return !IsOpen();
 }
 
-void CSDTFile::Open(bool readOnly) {
-  if (IsOpen()) return;
+Status CSDTFile::Open(bool readOnly) {
+  if (IsOpen()) return Status();
   readOnly_ = readOnly;
+  created_ = false;
   position_ = 0;
-  if (readOnly) {
-    file_ = fileSystem_->Open(path_, OpenMode::ReadOnly);
-  } else {
-    file_ = fileSystem_->Open(path_, OpenMode::ReadWrite);
-    if (!file_) {
-      FileSystem::clearErrorText();
-      // Only a missing file is made: one that exists but would not open (no
-      // permission, no descriptor left) is never emptied. A journal entry of
-      // an earlier file at this path would describe appends the new one
-      // never had: without its clearing there is no new file.
-      file_ = fileSystem_->Open(path_, OpenMode::CreateNew);
-      if (file_ && !cjd::ClearAppendJournalOf(*fileSystem_, path_)) {
-        file_.reset();
-        fileSystem_->Remove(path_);
-      }
-    }
+  Status status = fileSystem_->Open(path_, readOnly ? OpenMode::ReadOnly : OpenMode::ReadWrite, &file_);
+  // Only a missing file is made: one that exists but would not open (no
+  // permission, no descriptor left) is never emptied.
+  if (!status.ok() && !readOnly && !fileSystem_->Exists(path_)) {
+    status = fileSystem_->Open(path_, OpenMode::CreateNew, &file_);
+    created_ = status.ok();
   }
-  if (!file_) {
-    Fail("cannot open");
-    return;
+  if (!status.ok()) {
+    file_.reset();
+    return status;
   }
-  rewrites_ = FileGenerations::Of(path_);
-  generation_ = rewrites_->load();
-  const std::optional<std::uint64_t> cut = cjd::InterruptedAppendSize(*fileSystem_, path_, *file_);
-  visibleSize_ = cut ? static_cast<std::int64_t>(*cut) : -1;
-  if (!readOnly && cut) RollBackInterruptedAppend();
+  logKey_ = log_ != nullptr ? log_->RelativePath(path_) : std::string();
+  changesSeen_ = log_ != nullptr ? log_->ChangeCount(logKey_) : 0;
+  return Status();
 }
 
 void CSDTFile::Close() {
-  // The entry of the last append is kept only while it may be needed.
-  if (journal_) cjd::ClearAppendJournal(*journal_);
-  visibleSize_ = -1;
   lastTimeSize_ = -1;
   index_.Drop();
+  indexedRecords_ = 0;
   file_.reset();
-  journal_.reset();
   position_ = 0;
 }
 
-// Reopens the file when another object with the same path replaced it.
-void CSDTFile::FollowReplacement() {
-  if (!IsOpen() || rewrites_->load() == generation_) return;
-  const bool readOnly = readOnly_;
-  const std::int64_t position = position_;
-  Close();
-  Open(readOnly);
-  position_ = position;
+Status CSDTFile::Error(std::string operation, std::string reason) const {
+  return Status::Error(std::move(operation), path_, std::move(reason));
 }
 
 int CSDTFile::Read(void* buffer, unsigned int size) {
-  FollowReplacement();
   if (!IsOpen() || size == 0) return 0;
-  const std::int64_t got = file_->ReadAt(static_cast<std::uint64_t>(position_), buffer, size);
-  if (got > 0) position_ += got;
-  return got == static_cast<std::int64_t>(size) ? 1 : 0;
+  const std::int64_t fileSize = FileSize();
+  if (fileSize < position_ + std::int64_t{size} || !ReadAt(position_, buffer, size).ok()) return 0;
+  position_ += size;
+  return 1;
 }
 
 int CSDTFile::Write(const void* data, unsigned int size) {
-  FollowReplacement();
   if (!IsOpen() || readOnly_ || size == 0) return 0;
-  const std::int64_t sizeBefore = index_.valid() ? FileSize() : -1;
+  const std::int64_t sizeBefore = FileSize();
   const auto offset = static_cast<std::uint64_t>(position_);
-  if (!file_->WriteAt(offset, data, size)) {
-    index_.Drop();
-    return 0;
-  }
+  if (!WriteAt(offset, data, size, false).ok()) return 0;
   NoteWritten({offset, data, size}, sizeBefore, std::max<std::int64_t>(sizeBefore, offset + size));
   position_ += size;
   return 1;
@@ -164,13 +113,50 @@ std::uint64_t CSDTFile::FirstRecordOffset() const {
 
 std::uint32_t CSDTFile::RecordSize() const { return owner_->GetDataPointSize(); }
 
-// A reader that finds an append under way (or cut short) sees the file as it
-// was before the append.
+// Another object with this file that changed it through the log makes this
+// one's caches stale.
+void CSDTFile::DropCachesIfChangedElsewhere() {
+  if (log_ == nullptr) return;
+  const std::uint64_t changes = log_->ChangeCount(logKey_);
+  if (changes == changesSeen_) return;
+  changesSeen_ = changes;
+  lastTimeSize_ = -1;
+  index_.Drop();
+  indexedRecords_ = 0;
+}
+
 std::int64_t CSDTFile::FileSize() {
-  FollowReplacement();
   if (!IsOpen()) return -1;
-  const std::int64_t size = file_->Size();
-  return visibleSize_ >= 0 && size > visibleSize_ ? visibleSize_ : size;
+  DropCachesIfChangedElsewhere();
+  std::uint64_t size = 0;
+  if (!file_->Size(&size).ok()) return -1;
+  const PendingTail* tail = log_ != nullptr ? log_->Tail(logKey_) : nullptr;
+  if (tail != nullptr) size = std::max(size, tail->end());
+  return static_cast<std::int64_t>(size);
+}
+
+// The bytes on disk with the pending tail over them.
+Status CSDTFile::ReadAt(std::uint64_t offset, void* out, std::size_t n) {
+  const PendingTail* tail = log_ != nullptr ? log_->Tail(logKey_) : nullptr;
+  if (tail == nullptr || offset + n <= tail->offset) return file_->ReadExactly(offset, out, n);
+  auto* bytes = static_cast<unsigned char*>(out);
+  const std::uint64_t end = offset + n;
+  Status status;
+  if (offset < tail->offset) status = file_->ReadExactly(offset, bytes, tail->offset - offset);
+  const std::uint64_t from = std::max(offset, tail->offset);
+  const std::uint64_t to = std::min(end, tail->end());
+  if (from < to) std::memcpy(bytes + (from - offset), tail->bytes.data() + (from - tail->offset), to - from);
+  const std::uint64_t beyond = std::max(offset, tail->end());
+  if (status.ok() && beyond < end) status = file_->ReadExactly(beyond, bytes + (beyond - offset), end - beyond);
+  return status;
+}
+
+Status CSDTFile::WriteAt(std::uint64_t offset, const void* data, std::size_t n, bool append) {
+  if (!IsOpen() || readOnly_) return Error("write", "the file is not open for writing");
+  if (log_ == nullptr) return file_->WriteAt(offset, data, n);
+  Status status = append ? log_->Append(logKey_, *file_, offset, data, n) : log_->Write(logKey_, *file_, offset, data, n);
+  changesSeen_ = log_->ChangeCount(logKey_);
+  return status;
 }
 
 int CSDTFile::GetDataPointCount() {
@@ -179,10 +165,10 @@ int CSDTFile::GetDataPointCount() {
   return count;
 }
 
-bool CSDTFile::HasWholeHeader(std::int64_t size) {
+Status CSDTFile::CheckWholeHeader(std::int64_t size) const {
   const std::int64_t headerEnd = static_cast<std::int64_t>(FirstRecordOffset()) - kReservedWordSize;
-  if (size >= headerEnd) return true;
-  return Fail("file shorter than its header");
+  if (size >= headerEnd) return Status();
+  return Error("insert into", "the file is shorter than its header");
 }
 
 int CSDTFile::CountRecords(std::int64_t size) const {
@@ -193,139 +179,158 @@ int CSDTFile::CountRecords(std::int64_t size) const {
 }
 
 // Appends keep the time of the last record, so a run of appends reads it once.
-std::optional<std::int32_t> CSDTFile::LastRecordTime(int total, std::int64_t size) {
-  if (size == lastTimeSize_ && size >= 0) return lastTime_;
-  std::int32_t time;
-  const std::uint64_t offset = FirstRecordOffset() + std::uint64_t(total - 1) * RecordSize();
-  if (total < 1 || file_->ReadAt(offset, &time, sizeof(time)) != sizeof(time)) {
-    Fail("short read of the last record");
-    return std::nullopt;
+Status CSDTFile::LastRecordTime(int total, std::int64_t size, std::int32_t* time) {
+  if (size == lastTimeSize_ && size >= 0) {
+    *time = lastTime_;
+    return Status();
   }
+  if (total < 1) return Error("read the last record of", "the file holds no record");
+  Status status = ReadAt(FirstRecordOffset() + std::uint64_t(total - 1) * RecordSize(), time, sizeof(*time));
+  if (!status.ok()) return status;
   lastTimeSize_ = size;
-  lastTime_ = time;
-  return time;
+  lastTime_ = *time;
+  return Status();
 }
 
-bool CSDTFile::ReadRecords(int first, int count, void* out) {
-  FollowReplacement();
-  if (!IsOpen() || first < 0 || count <= 0) return false;
+Status CSDTFile::ReadRecords(int first, int count, void* out) {
+  if (!IsOpen()) return Error("read", "the file is not open");
+  if (first < 0 || count <= 0) return Status();
   const std::uint64_t bytes = std::uint64_t(count) * RecordSize();
   const std::uint64_t offset = FirstRecordOffset() + std::uint64_t(first) * RecordSize();
-  const std::int64_t got = file_->ReadAt(offset, out, bytes);
-  if (got != static_cast<std::int64_t>(bytes)) return Fail("short read of records");
-  position_ = static_cast<std::int64_t>(offset + bytes);
-  return true;
+  Status status = ReadAt(offset, out, bytes);
+  if (status.ok()) position_ = static_cast<std::int64_t>(offset + bytes);
+  return status;
 }
 
 int CSDTFile::GetDataPointIndex(long time) {
-  return FindDataPointIndex(time).value_or(GetDataPointCount());
+  const std::int64_t size = FileSize();
+  int index = 0;
+  if (!FindDataPointIndex(time, size, &index).ok()) return CountRecords(size);
+  return index;
 }
 
-std::optional<int> CSDTFile::FindDataPointIndex(long time) { return FindDataPointIndex(time, FileSize()); }
-
-std::optional<int> CSDTFile::FindDataPointIndex(long time, std::int64_t size) {
-  if (CountRecords(size) == 0) return 0;
-  if (!index_.Holds(size, RecordSize()) && !BuildIndex(size)) return std::nullopt;
-  return SearchBlock(time, index_.Find(time));
+Status CSDTFile::FindDataPointIndex(long time, std::int64_t size, int* index) {
+  const int count = CountRecords(size);
+  *index = 0;
+  if (count == 0) return Status();
+  if (!IndexReady(size)) ExtendIndex(size);
+  TimeIndex::Span span;
+  if (IndexReady(size)) {
+    span = index_.Find(time);
+  } else {
+    Status status = ProbeSearch(time, count, &span);
+    if (!status.ok()) return status;
+  }
+  return SearchBlock(time, span, index);
 }
 
-// One pass over the whole records in large reads, each a whole number of blocks.
-bool CSDTFile::BuildIndex(std::int64_t size) {
+bool CSDTFile::IndexReady(std::int64_t size) const {
+  return index_.Holds(size, RecordSize()) && indexedRecords_ >= index_.count();
+}
+
+// One step of building the index: at most kIndexStepBytes of whole blocks.
+void CSDTFile::ExtendIndex(std::int64_t size) {
   const std::uint32_t recordSize = RecordSize();
   const int count = CountRecords(size);
-  index_.Reset(recordSize, size, count);
-  const int chunkRecords = std::max<int>(kIndexReadBytes / (std::size_t(index_.stride()) * recordSize), 1) *
-                           index_.stride();
-  std::vector<unsigned char> chunk(std::size_t(std::min(chunkRecords, count)) * recordSize);
-  for (int first = 0; first < count; first += chunkRecords) {
-    const int records = std::min(chunkRecords, count - first);
-    const std::size_t bytes = std::size_t(records) * recordSize;
-    if (file_->ReadAt(FirstRecordOffset() + std::uint64_t(first) * recordSize, chunk.data(), bytes) !=
-        static_cast<std::int64_t>(bytes)) {
-      index_.Drop();
-      Fail("short read while indexing");
-      return false;
-    }
-    index_.Note(first, chunk.data(), records);
+  if (!index_.Holds(size, recordSize)) {
+    index_.Reset(recordSize, size, count);
+    indexedRecords_ = 0;
   }
-  return true;
+  const int stepRecords = std::max<int>(kIndexStepBytes / (std::size_t(index_.stride()) * recordSize), 1) *
+                          index_.stride();
+  const int records = std::min(stepRecords, count - indexedRecords_);
+  if (records <= 0) return;
+  std::vector<unsigned char> chunk(std::size_t(records) * recordSize);
+  if (!ReadAt(FirstRecordOffset() + std::uint64_t(indexedRecords_) * recordSize, chunk.data(), chunk.size()).ok()) {
+    index_.Drop();
+    indexedRecords_ = 0;
+    return;
+  }
+  index_.Note(indexedRecords_, chunk.data(), records);
+  indexedRecords_ += records;
+}
+
+// A lower bound over the block starts, one positioned read of a time each.
+Status CSDTFile::ProbeSearch(long time, int count, TimeIndex::Span* span) {
+  const int stride = TimeIndex::StrideFor(RecordSize());
+  std::size_t lo = 0;
+  std::size_t hi = std::size_t(count - 1) / stride + 1;
+  while (lo < hi) {
+    const std::size_t mid = lo + (hi - lo) / 2;
+    std::int32_t probe = 0;
+    Status status = ReadAt(FirstRecordOffset() + std::uint64_t(mid) * stride * RecordSize(), &probe, sizeof(probe));
+    if (!status.ok()) return status;
+    if (probe < time) {
+      lo = mid + 1;
+    } else {
+      hi = mid;
+    }
+  }
+  *span = TimeIndex::SpanAfterBlocks(lo, stride, count);
+  return Status();
 }
 
 // The first record of the span whose time is not earlier than `time`, read in one block.
-std::optional<int> CSDTFile::SearchBlock(long time, TimeIndex::Span span) {
+Status CSDTFile::SearchBlock(long time, TimeIndex::Span span, int* index) {
   const std::uint32_t recordSize = RecordSize();
   const std::size_t bytes = std::size_t(span.end - span.first) * recordSize;
-  if (bytes == 0) return span.end;
+  *index = span.end;
+  if (bytes == 0) return Status();
   if (searchBlock_.size() < bytes) searchBlock_.resize(bytes);
-  if (file_->ReadAt(FirstRecordOffset() + std::uint64_t(span.first) * recordSize, searchBlock_.data(), bytes) !=
-      static_cast<std::int64_t>(bytes)) {
-    Fail("short read while searching");
-    return std::nullopt;
-  }
+  Status status = ReadAt(FirstRecordOffset() + std::uint64_t(span.first) * recordSize, searchBlock_.data(), bytes);
+  if (!status.ok()) return status;
   for (int i = span.first; i < span.end; ++i) {
-    if (RecordTime(searchBlock_.data() + std::size_t(i - span.first) * recordSize) >= time) return i;
+    if (RecordTime(searchBlock_.data() + std::size_t(i - span.first) * recordSize) >= time) {
+      *index = i;
+      break;
+    }
   }
-  return span.end;
+  return Status();
 }
 
-bool CSDTFile::ReadPartialRecord(int total, std::vector<unsigned char>& out) {
+Status CSDTFile::ReadPartialRecord(int total, std::vector<unsigned char>& out) {
   const std::uint64_t end = FirstRecordOffset() + std::uint64_t(total) * RecordSize();
   const std::int64_t size = FileSize();
-  if (size < 0) return Fail("cannot size");
-  if (static_cast<std::uint64_t>(size) <= end) return true;
+  if (size < 0) return Error("size", "cannot find the file's size");
+  if (static_cast<std::uint64_t>(size) <= end) return Status();
   const std::size_t partial = static_cast<std::size_t>(size - end);
   const std::size_t at = out.size();
   out.resize(at + partial);
-  if (file_->ReadAt(end, out.data() + at, partial) == static_cast<std::int64_t>(partial)) return true;
-  out.resize(at);
-  return Fail("short read of a partial record");
+  Status status = ReadAt(end, out.data() + at, partial);
+  if (!status.ok()) out.resize(at);
+  return status;
 }
 
-bool CSDTFile::AppendRecords(int total, const void* records, int count, std::int64_t knownSize) {
-  if (!IsOpen() || readOnly_) return Fail("not open for writing");
+Status CSDTFile::AppendRecords(int total, const void* records, int count) {
   lastTimeSize_ = -1;
-  const std::int64_t sizeBefore = knownSize >= 0 ? knownSize : FileSize();
-  if (sizeBefore < 0) return Fail("cannot size");
+  const std::int64_t sizeBefore = FileSize();
+  if (sizeBefore < 0) return Error("size", "cannot find the file's size");
   const std::uint64_t offset = FirstRecordOffset() + std::uint64_t(total) * RecordSize();
   const std::size_t bytes = std::size_t(count) * RecordSize();
-  const cjd::AppendJournalEntry entry = cjd::MakeAppendEntry(std::uint64_t(sizeBefore), offset, records, bytes);
-  if (!MarkAppend(entry)) return false;
-  const bool written = file_->WriteAt(offset, records, bytes);
-  if (!written) {
-    file_->Truncate(static_cast<std::uint64_t>(sizeBefore));
-    return Fail("append failed");
+  Status status = WriteAt(offset, records, bytes, true);
+  if (!status.ok()) {
+    index_.Drop();
+    return status;
   }
-  RememberLastTime(offset, records, count);
-  NoteWritten({offset, records, bytes}, sizeBefore, static_cast<std::int64_t>(entry.sizeAfter));
-  return true;
+  const auto* last = static_cast<const unsigned char*>(records) + bytes - RecordSize();
+  std::memcpy(&lastTime_, last, sizeof(lastTime_));
+  lastTimeSize_ = static_cast<std::int64_t>(offset + bytes);
+  NoteWritten({offset, records, bytes}, sizeBefore, std::max<std::int64_t>(sizeBefore, lastTimeSize_));
+  return Status();
 }
 
-bool CSDTFile::RewriteFrom(int index, const void* bytes, std::size_t size) {
-  if (!IsOpen() || readOnly_) return Fail("not open for writing");
+Status CSDTFile::RewriteFrom(int index, const void* bytes, std::size_t size) {
   lastTimeSize_ = -1;
   const std::uint64_t start = FirstRecordOffset() + std::uint64_t(index) * RecordSize();
-  const std::int64_t fileSize = FileSize();
-  if (fileSize < 0) return Fail("cannot size");
-  const std::string temporary = TemporaryPath();
-  std::unique_ptr<RandomAccessFile> copy = fileSystem_->Open(temporary, OpenMode::CreateTruncate);
-  if (!copy) return Fail("cannot create " + temporary);
-  const bool copied = CopyFilePrefix(*file_, *copy, std::min<std::uint64_t>(start, fileSize)) &&
-                      copy->WriteAt(start, bytes, size);
-  copy.reset();
-  // The journal's entry describes the file being replaced.
-  if (!copied || !ClearJournal() || !fileSystem_->Rename(temporary, path_)) {
-    Fail("rewrite failed");
-    fileSystem_->Remove(temporary);
-    return false;
-  }
-  generation_ = ++*rewrites_;
-  NoteWritten({start, bytes, size}, fileSize, static_cast<std::int64_t>(start + size));
-  file_ = fileSystem_->Open(path_, OpenMode::ReadWrite);
-  if (!file_) {
+  const std::int64_t sizeBefore = FileSize();
+  if (sizeBefore < 0) return Error("size", "cannot find the file's size");
+  Status status = WriteAt(start, bytes, size, false);
+  if (!status.ok()) {
     index_.Drop();
-    return Fail("cannot reopen after rewrite");
+    return status;
   }
-  return true;
+  NoteWritten({start, bytes, size}, sizeBefore, std::max<std::int64_t>(sizeBefore, start + size));
+  return Status();
 }
 
 // The index stays only when it held the file before the write, the write
@@ -340,41 +345,13 @@ void CSDTFile::NoteWritten(WrittenBytes const& write, std::int64_t sizeBefore, s
   const bool endsWell = write.size % recordSize == 0 || write.offset + write.size == std::uint64_t(sizeAfter);
   if (!index_.Holds(sizeBefore, recordSize) || !aligned || !endsWell || index > std::uint64_t(index_.count())) {
     index_.Drop();
+    indexedRecords_ = 0;
     return;
   }
   index_.Resize(sizeAfter, CountRecords(sizeAfter));
   index_.Note(static_cast<int>(index), static_cast<const unsigned char*>(write.data),
               static_cast<int>(write.size / recordSize));
-}
-
-void CSDTFile::RememberLastTime(std::uint64_t offset, const void* records, int count) {
-  if (count < 1) return;
-  const auto* last = static_cast<const unsigned char*>(records) + std::size_t(count - 1) * RecordSize();
-  std::memcpy(&lastTime_, last, sizeof(lastTime_));
-  lastTimeSize_ = static_cast<std::int64_t>(offset + std::uint64_t(count) * RecordSize());
-}
-
-bool CSDTFile::MarkAppend(cjd::AppendJournalEntry const& entry) {
-  if (!journal_) journal_ = cjd::OpenAppendJournalForWriting(*fileSystem_, path_);
-  if (!journal_) return Fail("cannot open journal");
-  if (!cjd::WriteAppendJournal(*journal_, entry)) return Fail("cannot write journal");
-  return true;
-}
-
-bool CSDTFile::ClearJournal() {
-  if (journal_ ? cjd::ClearAppendJournal(*journal_) : cjd::ClearAppendJournalOf(*fileSystem_, path_)) return true;
-  return Fail("cannot clear journal");
-}
-
-// An append that was cut short by the death of its process is undone.
-void CSDTFile::RollBackInterruptedAppend() {
-  if (file_->Size() > visibleSize_ && !file_->Truncate(static_cast<std::uint64_t>(visibleSize_))) return;
-  if (cjd::ClearAppendJournalOf(*fileSystem_, path_)) visibleSize_ = -1;
-}
-
-bool CSDTFile::Fail(std::string const& what) {
-  lastError_ = what + ": " + path_;
-  const std::string detail = FileSystem::takeErrorText();
-  if (!detail.empty()) lastError_ += " (" + detail + ")";
-  return false;
+  if (indexedRecords_ >= static_cast<int>(index)) {
+    indexedRecords_ = std::max<int>(indexedRecords_, static_cast<int>(index + write.size / recordSize));
+  }
 }

@@ -9,6 +9,7 @@
 #include "FileFormat.h"
 #include "SDTFile.h"
 #include "Symbol.h"
+#include "WriteAheadLog.h"
 
 namespace {
 
@@ -84,6 +85,7 @@ struct ParsedView {
 };
 
 struct ParsedHeader {
+  std::uint16_t descriptionCount = 0;                 // n
   std::uint32_t descriptionAreaOffset = 0;            // D
   std::uint32_t headerSize = 0;                       // H
   std::vector<std::pair<std::string, std::string>> descriptions;
@@ -101,9 +103,7 @@ class HeaderReader {
   std::optional<std::vector<unsigned char>> Block(std::uint64_t offset, std::uint64_t n) {
     if (offset > size_ || n > size_ - offset) return std::nullopt;
     std::vector<unsigned char> bytes(static_cast<std::size_t>(n));
-    if (file_.ReadAt(offset, bytes.data(), bytes.size()) != static_cast<std::int64_t>(n)) {
-      return std::nullopt;
-    }
+    if (!file_.ReadExactly(offset, bytes.data(), bytes.size()).ok()) return std::nullopt;
     return bytes;
   }
 
@@ -116,28 +116,49 @@ class HeaderReader {
 
 bool ReadDescriptions(HeaderReader& reader, std::uint16_t count, ParsedHeader& header);
 bool ReadViewsAndProperties(HeaderReader& reader, ParsedHeader& header);
+Status ParseHeader(RandomAccessFile& file, std::string const& fileType, unsigned short expectedVersion,
+                   ParsedHeader* header);
 
 }  // namespace
 
-int CSDTFile::ReadHeaderData() {
-  Open(true);
-  if (!IsOpen()) return 1;
-  const std::int64_t size = FileSize();
-  if (size < 0) return 1;
-  HeaderReader reader(*file_, static_cast<std::uint64_t>(size));
+namespace {
+
+// Parses the header of an open file; the owner is not touched.
+Status ParseHeader(RandomAccessFile& file, std::string const& fileType, unsigned short expectedVersion,
+                   ParsedHeader* header) {
+  std::uint64_t size = 0;
+  Status status = file.Size(&size);
+  if (!status.ok()) return status;
+  HeaderReader reader(file, size);
   auto fixed = reader.Block(0, kFixedPartSize);
-  if (!fixed) return Fail("truncated header"), 1;
+  if (!fixed) return Status::Error("read the header of", file.path(), "the file is shorter than a header");
   ByteReader bytes(*fixed);
   const std::string type = bytes.Text();
   const auto version = bytes.Number<std::uint16_t>();
-  ParsedHeader header;
-  header.descriptionAreaOffset = bytes.Number<std::uint32_t>();
+  header->descriptionAreaOffset = bytes.Number<std::uint32_t>();
   const auto descriptionCount = bytes.Number<std::uint16_t>();
-  if (!bytes.ok() || type != fileType_ || version != version_) return Fail("not a data file of this version"), 1;
-  if (!ReadDescriptions(reader, descriptionCount, header) || !ReadViewsAndProperties(reader, header)) {
-    return Fail("damaged header"), 1;
+  if (!bytes.ok() || type != fileType || version != expectedVersion) {
+    return Status::Error("read the header of", file.path(), "not a data file of this type and version");
   }
-  owner_->setDescriptionCount(descriptionCount);
+  header->descriptionCount = descriptionCount;
+  if (!ReadDescriptions(reader, descriptionCount, *header) || !ReadViewsAndProperties(reader, *header)) {
+    return Status::Error("read the header of", file.path(), "the header is damaged");
+  }
+  return Status();
+}
+
+}  // namespace
+
+int CSDTFile::ReadHeaderData(Status* status) {
+  Status outcome = Open(true);
+  ParsedHeader header;
+  if (outcome.ok()) outcome = ParseHeader(*file_, fileType_, version_, &header);
+  if (!outcome.ok()) {
+    if (status != nullptr) *status = outcome;
+    Close();
+    return 1;
+  }
+  owner_->setDescriptionCount(header.descriptionCount);
   for (auto const& [name, value] : header.descriptions) {
     auto description = std::make_unique<STRING_DESCRIPTION>();
     std::strncpy(description->name, name.c_str(), sizeof(description->name) - 1);
@@ -208,9 +229,8 @@ bool ReadViewsAndProperties(HeaderReader& reader, ParsedHeader& header) {
 
 }  // namespace
 
-int CSDTFile::WriteHeaderData() {
-  Open(true);
-  if (!IsOpen() || readOnly_) return Fail("not open for writing"), 1;
+// The header bytes of the owner; sets D and H to match them.
+std::vector<unsigned char> CSDTFile::EncodeHeader() {
   const auto& descriptions = owner_->descriptions();
   const auto& views = owner_->views();
   const auto descriptionCount = static_cast<std::uint16_t>(descriptions.size());
@@ -239,7 +259,42 @@ int CSDTFile::WriteHeaderData() {
   out.Text(QByteArray(owner_->code(), static_cast<qsizetype>(strnlen(owner_->code(), kSymbolTextSize))));
   out.Number<float>(owner_->pointSize());
   owner_->setDescriptionCount(descriptionCount);
-  const bool written = file_->WriteAt(0, out.bytes().data(), out.bytes().size());
+  return out.bytes();
+}
+
+// A file that holds records is never written over unless its header loads:
+// a damaged one is left for the cjd tool. An empty file holds nothing to lose.
+Status CSDTFile::WriteHeader() {
+  std::uint64_t size = 0;
+  Status status = file_->Size(&size);
+  if (!status.ok()) return status;
+  ParsedHeader stored;
+  if (size > 0) {
+    status = ParseHeader(*file_, fileType_, version_, &stored);
+    if (!status.ok()) return Error("write the header of", status.reason() + "; the file is left as it is");
+  }
+  const std::vector<unsigned char> bytes = EncodeHeader();
+  std::vector<unsigned char> held(bytes.size());
+  std::size_t got = 0;
+  if (size >= bytes.size() && file_->ReadAt(0, held.data(), held.size(), &got).ok() && held == bytes) return Status();
+  if (log_ == nullptr) return file_->WriteAt(0, bytes.data(), bytes.size());
+  return log_->WriteHeader(logKey_, *file_, bytes.data(), bytes.size(), created_ || size == 0);
+}
+
+// Read-only, nothing is written: the record area is where the stored header puts it.
+Status CSDTFile::TakeStoredRecordArea() {
+  ParsedHeader stored;
+  Status status = ParseHeader(*file_, fileType_, version_, &stored);
+  if (!status.ok()) return status;
+  descriptionAreaOffset_ = stored.descriptionAreaOffset;
+  headerSize_ = stored.headerSize;
+  return Status();
+}
+
+int CSDTFile::WriteHeaderData(Status* status) {
+  Status outcome = Open(true);
+  if (outcome.ok()) outcome = readOnly_ ? TakeStoredRecordArea() : WriteHeader();
   Close();
-  return written ? 0 : (Fail("cannot write header"), 1);
+  if (status != nullptr) *status = outcome;
+  return outcome.ok() ? 0 : 1;
 }

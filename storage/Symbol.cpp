@@ -37,13 +37,17 @@ CSymbol::CSymbol(SymbolOwner* owner, const unsigned short* name, SYMBOL_PERIOD p
 CSymbol::CSymbol(SymbolOwner* owner, const char* fileName)
     : owner_(owner),
       writeDisabled_(owner == nullptr || !owner->IsWriteEnabled()) {
-  file_ = std::make_unique<CSDTFile>(this, fileName, fileSystem());
+  file_ = std::make_unique<CSDTFile>(this, fileName, fileSystem(), writeLog());
 }
 
 CSymbol::~CSymbol() { Close(); }
 
 FileSystem* CSymbol::fileSystem() const {
   return owner_ != nullptr ? &owner_->GetFileSystem() : &FileSystem::Default();
+}
+
+WriteAheadLog* CSymbol::writeLog() const {
+  return owner_ != nullptr && !writeDisabled_ ? owner_->GetWriteLog() : nullptr;
 }
 
 void CSymbol::setName(const char16_t* text) { CopyText(name_, text); }
@@ -58,27 +62,32 @@ QString CSymbol::MakeFileName() const {
   return EscapeFileNamePart(base) + EscapeFileNameBytes(QByteArray(code_));
 }
 
-int CSymbol::Create(QString const& folder) {
+int CSymbol::Create(QString const& folder, Status* status) {
   QString path = folder;
   AddProvider(path, ProviderFolderName(QString::fromUtf16(providerName_)));
   path += EscapeFileNamePart(QString::fromUtf16(name_)) + QLatin1Char('_') + MakeFileName() +
           QLatin1String(kFileExtension);
-  file_ = std::make_unique<CSDTFile>(this, fileSystem());
-  if (file_->Create(path.toLocal8Bit().constData(), writeDisabled_)) return 1;
-  return SaveProperties() == 0 ? 0 : 2;
+  file_ = std::make_unique<CSDTFile>(this, path.toLocal8Bit().constData(), fileSystem(), writeLog());
+  Status opened = file_->Open(writeDisabled_);
+  if (!opened.ok()) {
+    if (status != nullptr) *status = opened;
+    return 1;
+  }
+  return SaveProperties(status) == 0 ? 0 : 2;
 }
 
-void CSymbol::Open() {
-  if (file_) file_->Open(writeDisabled_);
+Status CSymbol::Open() {
+  if (!file_) return Status::Error("open", "", "the symbol has no file");
+  return file_->Open(writeDisabled_);
 }
 
 void CSymbol::Close() {
   if (file_) file_->Close();
 }
 
-int CSymbol::SaveProperties() { return file_ ? file_->WriteHeaderData() : 1; }
+int CSymbol::SaveProperties(Status* status) { return file_ ? file_->WriteHeaderData(status) : 1; }
 
-int CSymbol::LoadProperties() { return file_ ? file_->ReadHeaderData() : 1; }
+int CSymbol::LoadProperties(Status* status) { return file_ ? file_->ReadHeaderData(status) : 1; }
 
 void CSymbol::InsertDataPointView(DATA_POINT_TYPES type, char* name) {
   CDATA_POINT_VIEW view{};

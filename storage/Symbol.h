@@ -9,7 +9,8 @@
 //     would (a record with the time of a stored one replaces the first such;
 //     later batch records win over earlier ones with the same time), in one
 //     pass: an append when the batch is later than every stored record,
-//     otherwise one merged rewrite from the first affected record;
+//     otherwise one merged write from the first affected record on (through
+//     the owner's write-ahead log, which keeps every change crash-safe);
 //   - file names never leave their folder: '/', '\\', '%' and control
 //     characters in the name and code parts are written as %XX.
 //
@@ -35,6 +36,9 @@ class SymbolOwner {
   virtual ~SymbolOwner() = default;
   virtual bool IsWriteEnabled() const = 0;
   virtual FileSystem& GetFileSystem() const { return FileSystem::Default(); }
+  // The write-ahead log of the data folder; null: files change in place
+  // without one (no crash safety).
+  virtual WriteAheadLog* GetWriteLog() const { return nullptr; }
 };
 
 constexpr int kSymbolTextSize = 255;   // characters of each text property, terminator included
@@ -49,12 +53,13 @@ class CSymbol {
   CSymbol& operator=(const CSymbol&) = delete;
 
   // Makes the file in folder: 0 done, 1 the file could not be opened, 2 the
-  // header could not be written.
-  int Create(QString const& folder);
-  void Open();
+  // header could not be written (also: the file exists and does not load, so
+  // it is left as it is). *status says why.
+  int Create(QString const& folder, Status* status = nullptr);
+  Status Open();
   void Close();
-  int SaveProperties();
-  int LoadProperties();
+  int SaveProperties(Status* status = nullptr);
+  int LoadProperties(Status* status = nullptr);
   QString MakeFileName() const;
 
   void InsertDataPointView(DATA_POINT_TYPES type, char* name);
@@ -64,9 +69,11 @@ class CSymbol {
   unsigned int GetHeaderSize() const;
   int GetDataPointCount();
 
-  void GetDataCount(GET_SYMBOL_DATA_REQUEST* request);
-  int GetData(GET_SYMBOL_DATA_REQUEST* request);
-  void InsertData(int count, unsigned char* records);
+  // A failed read leaves *status (when given) saying why.
+  void GetDataCount(GET_SYMBOL_DATA_REQUEST* request, Status* status = nullptr);
+  int GetData(GET_SYMBOL_DATA_REQUEST* request, Status* status = nullptr);
+  // Stores the records; an error when some were not stored.
+  Status InsertData(int count, unsigned char* records);
 
   // Properties.
   std::vector<CDATA_POINT_VIEW> const& views() const { return views_; }
@@ -94,7 +101,8 @@ class CSymbol {
 
  private:
   FileSystem* fileSystem() const;
-  void MergeIntoStored(const unsigned char* batch, int batchCount, int total);
+  WriteAheadLog* writeLog() const;
+  Status MergeIntoStored(const unsigned char* batch, int batchCount, int total);
 
   std::vector<CDATA_POINT_VIEW> views_;                        // in insertion order
   unsigned int valueWidth_ = 0;                                // sum of the views' widths

@@ -20,51 +20,66 @@ struct Selection {
 
 // The records a request selects, the file sized once. A time range selects
 // its whole extent; the caller's capacity is applied by GetData.
-Selection Select(CSDTFile& file, GET_SYMBOL_DATA_REQUEST const& request) {
+Status Select(CSDTFile& file, GET_SYMBOL_DATA_REQUEST const& request, Selection* selection) {
   const std::int64_t size = file.FileSize();
   const int total = file.CountRecords(size);
+  *selection = {};
   switch (request.mode) {
     case kNewest: {
       const int count = std::clamp(request.count, 0, total);
-      return {total - count, count};
+      *selection = {total - count, count};
+      return Status();
     }
     case kOldest:
-      return {0, std::clamp(request.count, 0, total)};
+      *selection = {0, std::clamp(request.count, 0, total)};
+      return Status();
     case kTimeRange: {
-      const std::optional<int> first = file.FindDataPointIndex(request.firstTime, size);
-      const std::optional<int> end = file.FindDataPointIndex(request.lastTime, size);
-      if (!first || !end) return {};
-      const int start = std::max(*first - 1, 0);
-      return {start, std::max(*end - start, 0)};
+      int first = 0;
+      int end = 0;
+      Status status = file.FindDataPointIndex(request.firstTime, size, &first);
+      if (status.ok()) status = file.FindDataPointIndex(request.lastTime, size, &end);
+      if (!status.ok()) return status;
+      const int start = std::max(first - 1, 0);
+      *selection = {start, std::max(end - start, 0)};
+      return Status();
     }
     default:
-      return {};
+      return Status();
   }
+}
+
+void Report(Status const& outcome, Status* status) {
+  if (status != nullptr && !outcome.ok()) *status = outcome;
 }
 
 }  // namespace
 
-void CSymbol::GetDataCount(GET_SYMBOL_DATA_REQUEST* request) {
+void CSymbol::GetDataCount(GET_SYMBOL_DATA_REQUEST* request, Status* status) {
   if (request == nullptr) return;
-  request->count = file_ ? Select(*file_, *request).count : 0;
+  Selection selection;
+  if (file_) Report(Select(*file_, *request, &selection), status);
+  request->count = selection.count;
 }
 
-int CSymbol::GetData(GET_SYMBOL_DATA_REQUEST* request) {
+int CSymbol::GetData(GET_SYMBOL_DATA_REQUEST* request, Status* status) {
   if (request == nullptr) return 0;
   const int capacity = request->buffer == 0 ? 0 : std::max(request->count, 0);
-  Selection selection = file_ ? Select(*file_, *request) : Selection{};
+  Selection selection;
+  if (file_) Report(Select(*file_, *request, &selection), status);
   request->count = 0;
   selection.count = std::min(selection.count, capacity);
   if (selection.count == 0) return 0;
-  if (!file_->ReadRecords(selection.start, selection.count, reinterpret_cast<void*>(request->buffer))) {
+  Status read = file_->ReadRecords(selection.start, selection.count, reinterpret_cast<void*>(request->buffer));
+  if (!read.ok()) {
+    Report(read, status);
     return 0;
   }
   request->count = selection.count;
   return 1;
 }
 
-void CSymbol::InsertData(int count, unsigned char* records) {
-  if (records == nullptr || count <= 0 || writeDisabled_ || !file_) return;
+Status CSymbol::InsertData(int count, unsigned char* records) {
+  if (records == nullptr || count <= 0 || writeDisabled_ || !file_) return Status();
   const unsigned int recordSize = GetDataPointSize();
   // A batch in time order needs no sorting and no copy.
   std::vector<unsigned char> normalized;
@@ -76,29 +91,31 @@ void CSymbol::InsertData(int count, unsigned char* records) {
     batchCount = static_cast<int>(normalized.size() / recordSize);
   }
   const std::int64_t size = file_->FileSize();
-  if (!file_->HasWholeHeader(size)) return;
+  Status status = size < 0 ? Status::Error("size", file_->path(), "the file is not open") : file_->CheckWholeHeader(size);
+  if (!status.ok()) return status;
   const int total = file_->CountRecords(size);
-  const std::optional<std::int32_t> lastTime = total > 0 ? file_->LastRecordTime(total, size) : std::nullopt;
-  if (total == 0 || (lastTime && RecordTime(batch) > *lastTime)) {
-    file_->AppendRecords(total, batch, batchCount, size);
-  } else {
-    MergeIntoStored(batch, batchCount, total);
-  }
+  std::int32_t lastTime = 0;
+  if (total > 0) status = file_->LastRecordTime(total, size, &lastTime);
+  if (!status.ok()) return status;
+  if (total == 0 || RecordTime(batch) > lastTime) return file_->AppendRecords(total, batch, batchCount);
+  return MergeIntoStored(batch, batchCount, total);
 }
 
-// Rewrites the file from the first stored record the batch touches. A batch
-// that only replaces stored records keeps a partial last record, as
+// Writes the merged records from the first stored record the batch touches.
+// A batch that only replaces stored records keeps a partial last record, as
 // overwriting them in place would.
-void CSymbol::MergeIntoStored(const unsigned char* batch, int batchCount, int total) {
+Status CSymbol::MergeIntoStored(const unsigned char* batch, int batchCount, int total) {
   const unsigned int recordSize = GetDataPointSize();
-  const std::optional<int> found = file_->FindDataPointIndex(RecordTime(batch));
-  if (!found) return;
-  const int first = *found;
+  int first = 0;
+  Status status = file_->FindDataPointIndex(RecordTime(batch), file_->FileSize(), &first);
+  if (!status.ok()) return status;
   const int storedCount = total - first;
   std::vector<unsigned char> stored(std::size_t(storedCount) * recordSize);
-  if (storedCount > 0 && !file_->ReadRecords(first, storedCount, stored.data())) return;
+  if (storedCount > 0) status = file_->ReadRecords(first, storedCount, stored.data());
+  if (!status.ok()) return status;
   std::vector<unsigned char> merged;
   const int added = MergeRecords(stored.data(), storedCount, batch, batchCount, recordSize, merged);
-  if (added == 0 && !file_->ReadPartialRecord(total, merged)) return;
-  file_->RewriteFrom(first, merged.data(), merged.size());
+  if (added == 0) status = file_->ReadPartialRecord(total, merged);
+  if (!status.ok()) return status;
+  return file_->RewriteFrom(first, merged.data(), merged.size());
 }

@@ -18,7 +18,7 @@ void TimeIndex::Drop() {
 
 void TimeIndex::Reset(std::uint32_t recordSize, std::int64_t size, int count) {
   recordSize_ = recordSize;
-  stride_ = static_cast<int>(std::max<std::uint32_t>(kBlockBytes / recordSize, 1));
+  stride_ = StrideFor(recordSize);
   blockTimes_.clear();
   Resize(size, count);
 }
@@ -48,8 +48,16 @@ TimeIndex::Span TimeIndex::Find(std::int64_t time) const {
     lo += earlier ? half + 1 : 0;
     left = earlier ? left - half - 1 : half;
   }
-  if (lo == 0) return {};
-  // Block lo - 1 starts earlier than `time`; block lo (if any) does not.
-  const int blockStart = static_cast<int>(lo - 1) * stride_;
-  return {blockStart + 1, static_cast<int>(std::min<std::int64_t>(std::int64_t(blockStart) + stride_, count_))};
+  return SpanAfterBlocks(lo, stride_, count_);
+}
+
+int TimeIndex::StrideFor(std::uint32_t recordSize) {
+  return static_cast<int>(std::max<std::uint32_t>(kBlockBytes / std::max<std::uint32_t>(recordSize, 1), 1));
+}
+
+TimeIndex::Span TimeIndex::SpanAfterBlocks(std::size_t earlier, int stride, int count) {
+  if (earlier == 0) return {};
+  // Block earlier - 1 starts earlier than the time; block `earlier` (if any) does not.
+  const int blockStart = static_cast<int>(earlier - 1) * stride;
+  return {blockStart + 1, static_cast<int>(std::min<std::int64_t>(std::int64_t(blockStart) + stride, count))};
 }

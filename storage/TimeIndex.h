@@ -59,6 +59,12 @@ class TimeIndex {
   // of the span, or at its end.
   Span Find(std::int64_t time) const;
 
+  // Records per block for records of recordSize bytes.
+  static int StrideFor(std::uint32_t recordSize);
+  // The span to search when `earlier` block starts (of blocks of `stride`
+  // records, `count` records in all) are earlier than the time searched for.
+  static Span SpanAfterBlocks(std::size_t earlier, int stride, int count);
+
  private:
   std::vector<std::int32_t> blockTimes_;  // time of the first record of every block
   std::int64_t size_ = -1;                // file size described, -1: none

@@ -73,14 +73,6 @@ void PrintExtent(std::ostream& out, std::string const& path, RecordExtent const&
       << "file size: " << DiskSize(path) << '\n'
       << "whole records: " << extent.records << '\n'
       << "partial record bytes: " << extent.partialBytes << '\n';
-  const std::optional<std::uint64_t> pending = PendingAppend(path);
-  out << "append journal: ";
-  if (pending) {
-    out << "an interrupted append is pending; readers see the first " << *pending
-        << " bytes, the next writable open cuts the file back to them\n";
-  } else {
-    out << "none pending\n";
-  }
 }
 
 // The request that selects what dump prints; count is the buffer's capacity.
@@ -136,11 +128,6 @@ std::string OrderProblemText(OrderProblem const& problem) {
 std::size_t ListProblems(std::ostream& out, std::string const& path, RecordExtent const& extent,
                          RecordScan const& scan) {
   std::size_t problems = 0;
-  if (const auto pending = PendingAppend(path)) {
-    out << "an interrupted append is pending: the file is " << DiskSize(path) << " bytes, readers see "
-        << *pending << '\n';
-    ++problems;
-  }
   if (extent.partialBytes > 0) {
     out << extent.partialBytes << " bytes of a partial record at the end\n";
     ++problems;
@@ -178,20 +165,11 @@ Row ListRow(QFileInfo const& info, std::string const& relative, bool* loaded) {
           last ? FormatTime(*last) : kNoTime};
 }
 
-// Cuts the partial record of a file found sound otherwise; a writable open
-// first rolls back an interrupted append.
-int Repair(std::string const& path, bool pending, std::ostream& out, std::ostream& err) {
-  ToolOwner owner(true);
-  LoadedFile loaded = LoadFile(&owner, path);
-  if (!loaded.symbol) return Fail(err, path, "cannot open for writing: " + loaded.error);
-  if (pending) out << "rolled back an interrupted append\n";
-  const RecordExtent extent = ExtentOf(*loaded.symbol);
-  if (extent.partialBytes > 0) {
-    if (!loaded.symbol->file()->RewriteFrom(extent.records, nullptr, 0)) {
-      return Fail(err, path, "cannot cut the partial record: " + loaded.symbol->file()->TakeLastError());
-    }
-    out << "cut " << extent.partialBytes << " bytes of a partial record\n";
-  }
+// Cuts the partial record of a file found sound otherwise.
+int Repair(std::string const& path, RecordExtent const& extent, std::ostream& out, std::ostream& err) {
+  const Status status = CutFile(path, extent.firstOffset + std::uint64_t(extent.records) * extent.recordSize);
+  if (!status.ok()) return Fail(err, path, "cannot cut the partial record: " + status.reason());
+  out << "cut " << extent.partialBytes << " bytes of a partial record\n";
   out << extent.records << " whole records remain\n";
   return kExitOk;
 }
@@ -268,23 +246,22 @@ int RunList(std::string const& folder, std::ostream& out, std::ostream& err) {
 }
 
 int RunRepair(std::string const& path, std::ostream& out, std::ostream& err) {
-  bool pending = false;
+  RecordExtent extent;
   {
     ToolOwner owner(false);
     LoadedFile loaded = LoadFile(&owner, path);
     if (!loaded.symbol) return Fail(err, path, "cannot repair: header does not load: " + loaded.error);
-    const RecordExtent extent = ExtentOf(*loaded.symbol);
+    extent = ExtentOf(*loaded.symbol);
     const RecordScan scan = ScanRecordTimes(*loaded.symbol, extent.records);
     if (!scan.readError.empty()) return Fail(err, path, "cannot repair: " + scan.readError);
     if (!scan.problems.empty()) {
       return Fail(err, path, "cannot repair: record times out of order (" + OrderProblemText(scan.problems[0]) +
                                  "; " + std::to_string(scan.problems.size()) + " in all); the file is unchanged");
     }
-    pending = PendingAppend(path).has_value();
-    if (!pending && extent.partialBytes == 0) {
+    if (extent.partialBytes == 0) {
       out << "nothing to repair: " << extent.records << " whole records\n";
       return kExitOk;
     }
   }
-  return Repair(path, pending, out, err);
+  return Repair(path, extent, out, err);
 }

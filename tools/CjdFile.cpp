@@ -6,7 +6,6 @@
 #include <cstdio>
 #include <cstring>
 
-#include "AppendJournal.h"
 #include "FileSystem.h"
 
 namespace {
@@ -16,12 +15,9 @@ constexpr std::size_t kNumberText = 32;           // room for any number as text
 constexpr char kIntraday = 'I';
 constexpr const char* kViewTypeNames[] = {"char", "short", "int", "int64", "float", "double", "string"};
 
-// The library's error text names the file; the tool names it itself.
-std::string WithoutPath(std::string text, std::string const& path) {
-  const std::string named = ": " + path;
-  const std::size_t at = text.find(named);
-  if (at != std::string::npos) text.erase(at, named.size());
-  return text.empty() ? "cannot be read" : text;
+// The tool names the file itself; the status says what went wrong with it.
+std::string Reason(Status const& status) {
+  return status.reason().empty() ? "cannot be read" : status.reason();
 }
 
 template <typename T>
@@ -52,13 +48,14 @@ template std::string RealText(double value);
 LoadedFile LoadFile(SymbolOwner* owner, std::string const& path) {
   LoadedFile loaded;
   auto symbol = std::make_unique<CSymbol>(owner, path.c_str());
-  if (symbol->LoadProperties() != 0) {
-    loaded.error = WithoutPath(symbol->file()->TakeLastError(), path);
+  Status status;
+  if (symbol->LoadProperties(&status) != 0) {
+    loaded.error = Reason(status);
     return loaded;
   }
-  symbol->Open();
-  if (!symbol->file()->IsOpen()) {
-    loaded.error = WithoutPath(symbol->file()->TakeLastError(), path);
+  status = symbol->Open();
+  if (!status.ok()) {
+    loaded.error = Reason(status);
     return loaded;
   }
   loaded.symbol = std::move(symbol);
@@ -88,8 +85,9 @@ RecordScan ScanRecordTimes(CSymbol& symbol, int records) {
     const int first = static_cast<int>(next);
     const int count = std::min(chunk, records - first);
     bytes.resize(std::size_t(count) * recordSize);
-    if (!symbol.file()->ReadRecords(first, count, bytes.data())) {
-      scan.readError = WithoutPath(symbol.file()->TakeLastError(), symbol.file()->path());
+    const Status status = symbol.file()->ReadRecords(first, count, bytes.data());
+    if (!status.ok()) {
+      scan.readError = Reason(status);
       return scan;
     }
     for (int i = 0; i < count; ++i) {
@@ -104,26 +102,23 @@ RecordScan ScanRecordTimes(CSymbol& symbol, int records) {
 
 std::optional<std::int32_t> RecordTimeAt(CSymbol& symbol, int index) {
   std::vector<unsigned char> record(symbol.GetDataPointSize());
-  if (!symbol.file()->ReadRecords(index, 1, record.data())) return std::nullopt;
+  if (!symbol.file()->ReadRecords(index, 1, record.data()).ok()) return std::nullopt;
   return ReadValue<std::int32_t>(record.data());
 }
 
-std::optional<std::uint64_t> PendingAppend(std::string const& path) {
-  auto file = FileSystem::Default().Open(path, OpenMode::ReadOnly);
-  if (!file) {
-    FileSystem::clearErrorText();
-    return std::nullopt;
-  }
-  return cjd::InterruptedAppendSize(FileSystem::Default(), path, *file);
+std::int64_t DiskSize(std::string const& path) {
+  std::unique_ptr<RandomAccessFile> file;
+  std::uint64_t size = 0;
+  if (!FileSystem::Default().Open(path, OpenMode::ReadOnly, &file).ok() || !file->Size(&size).ok()) return -1;
+  return static_cast<std::int64_t>(size);
 }
 
-std::int64_t DiskSize(std::string const& path) {
-  auto file = FileSystem::Default().Open(path, OpenMode::ReadOnly);
-  if (!file) {
-    FileSystem::clearErrorText();
-    return -1;
-  }
-  return file->Size();
+Status CutFile(std::string const& path, std::uint64_t size) {
+  std::unique_ptr<RandomAccessFile> file;
+  Status status = FileSystem::Default().Open(path, OpenMode::ReadWrite, &file);
+  if (status.ok()) status = file->Truncate(size);
+  if (status.ok()) status = file->Sync();
+  return status;
 }
 
 std::string KindText(char kind) {

@@ -58,10 +58,10 @@ RecordScan ScanRecordTimes(CSymbol& symbol, int records);
 // Times of the first and the last record, when there is one to read.
 std::optional<std::int32_t> RecordTimeAt(CSymbol& symbol, int index);
 
-// The size before an interrupted append that "<path>.journal" marks, if any.
-std::optional<std::uint64_t> PendingAppend(std::string const& path);
 // The file's size on disk, or -1.
 std::int64_t DiskSize(std::string const& path);
+// Cuts the file to `size` bytes and syncs it.
+Status CutFile(std::string const& path, std::uint64_t size);
 
 // A period kind as its letter; a byte that is no letter as "?(0xNN)".
 std::string KindText(char kind);

@@ -1,6 +1,6 @@
 // FaultyFileSystem.h: the real file system with faults injected on demand:
 // a failing (or half-done) n-th write, or the process's death there, a short
-// n-th read, short reads throughout, failing renames and opens. It also counts
+// n-th read, short reads throughout, failing opens. It also counts
 // the bytes read and the reads that reach past the end of their file.
 
 #ifndef DATASTORE_TESTS_STORAGE_FAULTYFILESYSTEM_H_
@@ -25,7 +25,6 @@ struct FaultPlan {
   bool dieAtWrite = false;     // the failing write ends the process (_exit) instead of failing
   int shortRead = 0;           // this ReadAt from now returns half its bytes; 0: none
   bool allReadsShort = false;  // every ReadAt of more than one byte returns half its bytes
-  bool failRename = false;     // every Rename fails
   std::string failOpen = {};   // opens of paths ending in this fail (empty: none)
   bool failOpenOfExisting = false;  // ...only opens that create nothing: a passing failure (no descriptor)
 };
@@ -45,27 +44,21 @@ class FaultyFileSystem : public FileSystem {
     bytesRead = 0;
   }
 
-  std::unique_ptr<RandomAccessFile> Open(std::string const& path, OpenMode mode) override {
-    const bool creates = mode == OpenMode::CreateTruncate || mode == OpenMode::CreateNew;
+  Status Open(std::string const& path, OpenMode mode, std::unique_ptr<RandomAccessFile>* file) override {
+    const bool creates = mode == OpenMode::CreateNew || mode == OpenMode::OpenOrCreate;
     if (!plan.failOpen.empty() && path.ends_with(plan.failOpen) && !(creates && plan.failOpenOfExisting)) {
       ++faults;
-      errno = EACCES;
-      return nullptr;
+      return Status::FromErrno("open", path, EACCES);
     }
-    std::unique_ptr<RandomAccessFile> file = real_.Open(path, mode);
-    if (file == nullptr) return nullptr;
-    return std::make_unique<File>(*this, std::move(file));
+    std::unique_ptr<RandomAccessFile> real;
+    Status status = real_.Open(path, mode, &real);
+    if (status.ok()) *file = std::make_unique<File>(*this, std::move(real));
+    return status;
   }
 
-  bool Rename(std::string const& from, std::string const& to) override {
-    if (plan.failRename) {
-      ++faults;
-      return false;
-    }
-    return real_.Rename(from, to);
-  }
-
-  bool Remove(std::string const& path) override { return real_.Remove(path); }
+  Status Remove(std::string const& path) override { return real_.Remove(path); }
+  Status SyncDirectory(std::string const& path) override { return real_.SyncDirectory(path); }
+  bool Exists(std::string const& path) override { return real_.Exists(path); }
 
  private:
   class File : public RandomAccessFile {
@@ -73,28 +66,28 @@ class FaultyFileSystem : public FileSystem {
     File(FaultyFileSystem& owner, std::unique_ptr<RandomAccessFile> real)
         : owner_(owner), real_(std::move(real)) {}
 
-    std::int64_t ReadAt(std::uint64_t offset, void* buffer, std::size_t n) override {
-      const std::int64_t size = real_->Size();
-      if (size >= 0 && offset + n > static_cast<std::uint64_t>(size)) ++owner_.readsPastEnd;
+    Status ReadAt(std::uint64_t offset, void* buffer, std::size_t n, std::size_t* got) override {
+      std::uint64_t size = 0;
+      if (real_->Size(&size).ok() && offset + n > size) ++owner_.readsPastEnd;
       const bool shortened = ++owner_.reads == owner_.plan.shortRead || (owner_.plan.allReadsShort && n > 1);
       if (shortened) ++owner_.faults;
-      const std::int64_t got = real_->ReadAt(offset, buffer, shortened ? n / 2 : n);
-      if (got > 0) owner_.bytesRead += got;
-      return got;
+      Status status = real_->ReadAt(offset, buffer, shortened ? n / 2 : n, got);
+      if (status.ok()) owner_.bytesRead += static_cast<std::int64_t>(*got);
+      return status;
     }
 
-    bool WriteAt(std::uint64_t offset, const void* data, std::size_t n) override {
+    Status WriteAt(std::uint64_t offset, const void* data, std::size_t n) override {
       if (++owner_.writes != owner_.plan.failWrite) return real_->WriteAt(offset, data, n);
       ++owner_.faults;
       if (owner_.plan.writeHalf) real_->WriteAt(offset, data, n / 2);
       if (owner_.plan.dieAtWrite) _exit(kDiedAtWrite);
-      errno = ENOSPC;
-      return false;
+      return Status::FromErrno("write", path(), ENOSPC);
     }
 
-    std::int64_t Size() override { return real_->Size(); }
-    bool Truncate(std::uint64_t size) override { return real_->Truncate(size); }
-    bool Sync() override { return real_->Sync(); }
+    Status Size(std::uint64_t* size) override { return real_->Size(size); }
+    Status Truncate(std::uint64_t size) override { return real_->Truncate(size); }
+    Status Sync() override { return real_->Sync(); }
+    std::string const& path() const override { return real_->path(); }
 
    private:
     FaultyFileSystem& owner_;

@@ -80,11 +80,11 @@ class TimeSearchTest : public ::testing::Test {
     for (std::int64_t probe : Probes(times)) {
       while (expected < static_cast<int>(times.size()) && times[expected] < probe) ++expected;
       const int found = file.GetDataPointIndex(static_cast<long>(probe));
-      const std::optional<int> optional = file.FindDataPointIndex(static_cast<long>(probe));
-      if (found != expected || optional != expected) {
-        return ::testing::AssertionFailure()
-               << "time " << probe << ": found " << found << " and " << optional.value_or(-1) << ", expected "
-               << expected << " of " << times.size();
+      int direct = -1;
+      const Status status = file.FindDataPointIndex(static_cast<long>(probe), file.FileSize(), &direct);
+      if (found != expected || direct != expected || !status.ok()) {
+        return ::testing::AssertionFailure() << "time " << probe << ": found " << found << " and " << direct
+                                             << ", expected " << expected << " of " << times.size();
       }
     }
     if (fileSystem_.readsPastEnd > 0)

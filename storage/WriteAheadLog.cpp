@@ -1,0 +1,331 @@
+#include "WriteAheadLog.h"
+
+#include <algorithm>
+#include <cstring>
+#include <random>
+
+#include "Checksum.h"
+#include "LogRecovery.h"
+
+namespace {
+
+// A log this long is cut back at a checkpoint, so one large change does not
+// keep its space for good.
+constexpr std::uint64_t kLogKeepBytes = 16 * 1024 * 1024;
+
+std::uint64_t NewSalt(std::uint64_t previous) {
+  std::random_device device;
+  const std::uint64_t fresh = (std::uint64_t{device()} << 32) ^ device();
+  const auto now = std::chrono::steady_clock::now().time_since_epoch().count();
+  return Checksum64(&now, sizeof(now), fresh ^ previous);
+}
+
+// The parts of a path between slashes, "." dropped; false when one is "..".
+bool SplitPath(std::string const& path, std::vector<std::string>* parts) {
+  std::size_t start = 0;
+  while (start <= path.size()) {
+    std::size_t slash = path.find('/', start);
+    if (slash == std::string::npos) slash = path.size();
+    std::string part = path.substr(start, slash - start);
+    start = slash + 1;
+    if (part.empty() || part == ".") continue;
+    if (part == "..") return false;
+    parts->push_back(std::move(part));
+  }
+  return true;
+}
+
+}  // namespace
+
+WriteAheadLog::WriteAheadLog(FileSystem& fileSystem, std::string folder, DurabilitySettings settings)
+    : fileSystem_(fileSystem), folder_(std::move(folder)), settings_(settings) {}
+
+WriteAheadLog::~WriteAheadLog() { Checkpoint(); }
+
+Status WriteAheadLog::Open(FileSystem& fileSystem, std::string const& folder, DurabilitySettings settings,
+                           std::unique_ptr<WriteAheadLog>* log, RecoveryReport* report) {
+  std::unique_ptr<WriteAheadLog> opened(new WriteAheadLog(fileSystem, folder, settings));
+  Status status = fileSystem.Open(wal::JoinPath(folder, wal::kLogFileName), OpenMode::OpenOrCreate, &opened->log_);
+  if (status.ok()) status = opened->Recover(report);
+  if (status.ok()) *log = std::move(opened);
+  return status;
+}
+
+std::string WriteAheadLog::RelativePath(std::string const& path) const {
+  std::vector<std::string> folderParts, pathParts;
+  if (!SplitPath(folder_, &folderParts) || !SplitPath(path, &pathParts)) return {};
+  const bool sameRoot = (!folder_.empty() && folder_.front() == '/') == (!path.empty() && path.front() == '/');
+  if (!sameRoot || pathParts.size() <= folderParts.size() ||
+      !std::equal(folderParts.begin(), folderParts.end(), pathParts.begin())) {
+    return {};
+  }
+  std::string relative;
+  for (std::size_t i = folderParts.size(); i < pathParts.size(); ++i) {
+    if (!relative.empty()) relative += '/';
+    relative += pathParts[i];
+  }
+  return relative;
+}
+
+// Carries out the sound frames of the log left by the last writer, makes
+// the result durable and starts a new log.
+Status WriteAheadLog::Recover(RecoveryReport* report) {
+  wal::LogContents contents;
+  Status status = wal::ReadLog(*log_, &contents);
+  if (!status.ok()) return status;
+  std::vector<wal::FilePlan> plans;
+  status = wal::PlanRecovery(fileSystem_, folder_, contents, &plans);
+  RecoveryReport found;
+  for (wal::FilePlan const& plan : plans) {
+    if (!status.ok()) break;
+    const std::string path = wal::JoinPath(folder_, plan.path);
+    std::unique_ptr<RandomAccessFile> file;
+    const bool created = !fileSystem_.Exists(path);
+    if (created && plan.writes.empty()) continue;
+    status = fileSystem_.Open(path, OpenMode::OpenOrCreate, &file);
+    for (const wal::Frame* frame : plan.writes) {
+      if (status.ok()) status = file->WriteAt(frame->offset, frame->payload.data(), frame->payload.size());
+    }
+    std::uint64_t size = 0;
+    if (status.ok()) status = file->Size(&size);
+    const bool cut = status.ok() && plan.cutTo && size > *plan.cutTo;
+    if (cut) status = file->Truncate(*plan.cutTo);
+    if (status.ok() && Syncs()) status = file->Sync();
+    if (status.ok() && created && Syncs()) status = fileSystem_.SyncDirectory(DirectoryOf(path));
+    found.framesReplayed += static_cast<int>(plan.writes.size()) + plan.appendsKept;
+    found.filesCut += cut ? 1 : 0;
+    found.framesVoided += plan.framesVoided;
+    found.filesTouched.push_back(plan.path);
+  }
+  if (report != nullptr) *report = found;
+  if (!status.ok()) return status;
+  status = StartNewLog();
+  if (status.ok() && Syncs()) status = SyncLog();
+  return status;
+}
+
+// A header with a new salt: the frames behind it no longer count.
+Status WriteAheadLog::StartNewLog() {
+  salt_ = NewSalt(salt_);
+  const auto header = wal::EncodeHeader(salt_);
+  Status status = log_->WriteAt(0, header.data(), header.size());
+  std::uint64_t size = 0;
+  if (status.ok()) status = log_->Size(&size);
+  if (status.ok() && size > kLogKeepBytes) status = log_->Truncate(wal::kHeaderBytes);
+  if (!status.ok()) return status;
+  previousChecksum_ = salt_;
+  writeOffset_ = wal::kHeaderBytes;
+  logUnsynced_ = true;
+  return Status();
+}
+
+Status WriteAheadLog::AppendFrame(wal::Frame const& frame, const void* payload, std::size_t payloadSize) {
+  frameBuffer_.clear();
+  const std::uint64_t checksum = wal::EncodeFrame(frame, payload, payloadSize, previousChecksum_, frameBuffer_);
+  Status status = log_->WriteAt(writeOffset_, frameBuffer_.data(), frameBuffer_.size());
+  if (!status.ok()) return status;
+  writeOffset_ += frameBuffer_.size();
+  previousChecksum_ = checksum;
+  logUnsynced_ = true;
+  return Status();
+}
+
+Status WriteAheadLog::SyncLog() {
+  if (!logUnsynced_) return Status();
+  Status status = log_->Sync();
+  if (status.ok()) logUnsynced_ = false;
+  return status;
+}
+
+const PendingTail* WriteAheadLog::Tail(std::string const& key) const {
+  const auto found = files_.find(key);
+  return found == files_.end() ? nullptr : found->second.tail.get();
+}
+
+std::uint64_t WriteAheadLog::ChangeCount(std::string const& key) const {
+  const auto found = files_.find(key);
+  return found == files_.end() ? 0 : found->second.changes;
+}
+
+void WriteAheadLog::NoteChange(FileState& state) {
+  ++state.changes;
+  state.needsSync = true;
+  if (!unapplied_) firstUnapplied_ = std::chrono::steady_clock::now();
+  unapplied_ = true;
+}
+
+Status WriteAheadLog::Write(std::string const& key, RandomAccessFile& file, std::uint64_t offset, const void* data,
+                            std::size_t n) {
+  if (key.empty()) return Status::Error("log a write to", file.path(), "the file lies outside the data folder");
+  wal::Frame frame;
+  frame.kind = wal::FrameKind::Write;
+  frame.path = key;
+  frame.offset = offset;
+  frame.length = n;
+  Status status = AppendFrame(frame, data, n);
+  if (!status.ok()) return status;
+  FileState& state = files_[key];
+  MergeIntoTail(state, file, offset, data, n);
+  NoteChange(state);
+  if (pendingBytes_ > kMaxPendingBytes) return Checkpoint();
+  return Status();
+}
+
+// The tail runs from the lowest pending offset to the file's end. A write
+// below it takes the file's bytes between the two.
+void WriteAheadLog::MergeIntoTail(FileState& state, RandomAccessFile& file, std::uint64_t offset, const void* data,
+                                  std::size_t n) {
+  const auto* bytes = static_cast<const unsigned char*>(data);
+  if (!state.tail) {
+    state.tail = std::make_unique<PendingTail>();
+    state.tail->offset = offset;
+  }
+  PendingTail& tail = *state.tail;
+  pendingBytes_ -= tail.bytes.size();
+  if (offset >= tail.offset) {
+    const std::size_t at = static_cast<std::size_t>(offset - tail.offset);
+    if (tail.bytes.size() < at + n) tail.bytes.resize(at + n);
+    std::memcpy(tail.bytes.data() + at, bytes, n);
+  } else {
+    std::vector<unsigned char> merged(bytes, bytes + n);
+    const std::uint64_t end = offset + n;
+    if (end < tail.offset) {
+      merged.resize(static_cast<std::size_t>(tail.offset - offset));
+      std::size_t got = 0;
+      file.ReadAt(end, merged.data() + n, merged.size() - n, &got);  // a hole reads as zeros
+    }
+    const std::uint64_t keepFrom = std::max(end, tail.offset);
+    if (keepFrom < tail.end()) {
+      merged.insert(merged.end(), tail.bytes.begin() + static_cast<std::ptrdiff_t>(keepFrom - tail.offset),
+                    tail.bytes.end());
+    }
+    tail.offset = offset;
+    tail.bytes = std::move(merged);
+  }
+  pendingBytes_ += tail.bytes.size();
+}
+
+Status WriteAheadLog::Append(std::string const& key, RandomAccessFile& file, std::uint64_t offset, const void* data,
+                             std::size_t n) {
+  if (key.empty()) return Status::Error("log an append to", file.path(), "the file lies outside the data folder");
+  FileState& state = files_[key];
+  if (n < kDirectAppendBytes || state.tail) return Write(key, file, offset, data, n);
+  return AppendDirect(state, key, file, offset, data, n);
+}
+
+Status WriteAheadLog::AppendDirect(FileState& state, std::string const& key, RandomAccessFile& file,
+                                   std::uint64_t offset, const void* data, std::size_t n) {
+  wal::Frame frame;
+  frame.path = key;
+  frame.offset = offset;
+  Status status;
+  if (!state.intentLogged) {
+    frame.kind = wal::FrameKind::AppendIntent;
+    status = AppendFrame(frame, nullptr, 0);
+    if (status.ok() && Syncs()) status = SyncLog();
+    if (!status.ok()) return status;
+    state.intentLogged = true;
+  }
+  status = file.WriteAt(offset, data, n);
+  if (status.ok()) {
+    frame.kind = wal::FrameKind::AppendDone;
+    frame.length = n;
+    frame.extentChecksum = Checksum64(data, n, 0);
+    status = AppendFrame(frame, nullptr, 0);
+  }
+  if (!status.ok()) {
+    file.Truncate(offset);  // what the failed append left is no record
+    return status;
+  }
+  state.syncedSinceCommit = false;
+  NoteChange(state);
+  return Status();
+}
+
+Status WriteAheadLog::WriteHeader(std::string const& key, RandomAccessFile& file, const void* data, std::size_t n,
+                                  bool created) {
+  if (key.empty()) return Status::Error("log the header of", file.path(), "the file lies outside the data folder");
+  wal::Frame frame;
+  frame.kind = wal::FrameKind::Write;
+  frame.path = key;
+  frame.length = n;
+  Status status = AppendFrame(frame, data, n);
+  if (status.ok() && Syncs()) status = SyncLog();
+  if (status.ok()) status = file.WriteAt(0, data, n);
+  if (!status.ok()) return status;
+  FileState& state = files_[key];
+  state.syncedSinceCommit = false;
+  if (created) newFolders_.insert(DirectoryOf(file.path()));
+  NoteChange(state);
+  return Status();
+}
+
+Status WriteAheadLog::Commit() {
+  if (settings_.level < DurabilitySettings::kEveryInsert) return Status();
+  for (auto& [key, state] : files_) {
+    if (state.syncedSinceCommit) continue;
+    std::unique_ptr<RandomAccessFile> file;
+    Status status = fileSystem_.Open(wal::JoinPath(folder_, key), OpenMode::ReadOnly, &file);
+    if (status.ok()) status = file->Sync();
+    if (!status.ok()) return status;
+    state.syncedSinceCommit = true;
+  }
+  return SyncLog();
+}
+
+Status WriteAheadLog::Checkpoint() {
+  if (!unapplied_) return Status();
+  Status status = Syncs() ? SyncLog() : Status();
+  if (status.ok()) status = ApplyTails();
+  if (status.ok()) status = SyncWritten();
+  if (status.ok()) status = StartNewLog();
+  if (!status.ok()) return status;
+  for (auto& [key, state] : files_) {
+    state.tail.reset();
+    state.intentLogged = false;
+    state.needsSync = false;
+    state.syncedSinceCommit = true;
+  }
+  newFolders_.clear();
+  pendingBytes_ = 0;
+  unapplied_ = false;
+  return Status();
+}
+
+Status WriteAheadLog::ApplyTails() {
+  for (auto& [key, state] : files_) {
+    if (!state.tail) continue;
+    std::unique_ptr<RandomAccessFile> file;
+    Status status = fileSystem_.Open(wal::JoinPath(folder_, key), OpenMode::ReadWrite, &file);
+    if (status.ok()) status = file->WriteAt(state.tail->offset, state.tail->bytes.data(), state.tail->bytes.size());
+    if (!status.ok()) return status;
+  }
+  return Status();
+}
+
+Status WriteAheadLog::SyncWritten() {
+  if (!Syncs()) return Status();
+  for (auto& [key, state] : files_) {
+    if (!state.needsSync) continue;
+    std::unique_ptr<RandomAccessFile> file;
+    Status status = fileSystem_.Open(wal::JoinPath(folder_, key), OpenMode::ReadOnly, &file);
+    if (status.ok()) status = file->Sync();
+    if (!status.ok()) return status;
+  }
+  for (std::string const& folder : newFolders_) {
+    Status status = fileSystem_.SyncDirectory(folder);
+    if (!status.ok()) return status;
+  }
+  return Status();
+}
+
+Status WriteAheadLog::CheckpointIfDue() {
+  if (!unapplied_ || UntilDue() > std::chrono::steady_clock::duration::zero()) return Status();
+  return Checkpoint();
+}
+
+std::chrono::steady_clock::duration WriteAheadLog::UntilDue() const {
+  if (!unapplied_) return std::chrono::steady_clock::duration::max();
+  const auto due = firstUnapplied_ + std::chrono::milliseconds(settings_.syncIntervalMs);
+  return std::max(due - std::chrono::steady_clock::now(), std::chrono::steady_clock::duration::zero());
+}

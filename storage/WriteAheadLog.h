@@ -1,0 +1,173 @@
+// WriteAheadLog.h: how the data files of a folder change, and what survives
+// a killed process, a power cut or an operating-system crash.
+//
+// Data files change in place: no temporary file, no rename, so a file
+// reached through a symbolic link stays a link and keeps its owner and
+// permission bits. Every change is first a frame in the folder's log
+// ("datastore.wal", LogFormat.h):
+//   - a change of stored records (replacing the newest record, an insert in
+//     the middle or before the first record) and a small append are a write
+//     frame holding the new bytes from the first changed record to the end.
+//     The data file is not touched: the bytes wait in memory as the file's
+//     pending tail, which every read in the module sees at once, until the
+//     next checkpoint puts them into the file;
+//   - an append of at least kDirectAppendBytes with no tail pending goes
+//     straight into the data file, after the last whole record: it changes no
+//     byte a reader could already see. The first such append to a file after
+//     a checkpoint logs an intent frame (the size the file is sound up to) and
+//     syncs the log before it writes; each append then logs a done frame with
+//     the checksum of its bytes, so recovery keeps an appended tail whose
+//     checksum holds and cuts one whose does not;
+//   - a header is a write frame, synced with Durability 1 and 2 before the
+//     header goes into the file (a new file is then never left without one).
+//
+// Checkpoint (a sync point), in this order:
+//   1. sync the log (every frame since the last checkpoint is durable);
+//   2. write each pending tail into its data file;
+//   3. sync every data file written since the last checkpoint, then the
+//      folders that gained a file;
+//   4. start a new log: a header with a new salt at offset 0, so the old
+//      frames no longer count (their chain of checksums began with the old
+//      salt); the next frames overwrite them. Not synced: until the next
+//      sync, a crash replays the old frames, which only write what the files
+//      already hold.
+// A checkpoint runs every SyncInterval ms while changes wait (CheckpointIfDue,
+// called by the writer on a timer and after inserts), when the pending tails
+// pass kMaxPendingBytes, and at Checkpoint (the data store's stop and unload).
+// A failed step leaves everything pending; the next checkpoint starts again.
+//
+// Recovery (Open, by the folder's one writer): the sound frames are read, each
+// file's frames are carried out in order (LogRecovery.h), the files and their
+// folders synced, and a new log started and synced.
+//
+// Durability (DurabilitySettings::level):
+//   0: no sync call. A killed process loses no finished insert (its frame and
+//      writes are in the page cache); a power cut may damage recent writes.
+//   1: steps 1 and 3 sync. After a power cut every file is whole and sorted,
+//      holds no record nobody inserted, and holds every insert made before the
+//      last checkpoint.
+//   2: as 1, and Commit makes every change since the last Commit durable
+//      (direct appends' data files, then the log): one sync for all the
+//      inserts a worker served together.
+//
+// REQUIRES: the caller holds the folder's writer lock and serialises every
+// call (the data store's data mutex).
+// Thread-safety: none.
+
+#ifndef DATASTORE_STORAGE_WRITEAHEADLOG_H_
+#define DATASTORE_STORAGE_WRITEAHEADLOG_H_
+
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <set>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "FileSystem.h"
+#include "LogFormat.h"
+
+struct DurabilitySettings {
+  static constexpr int kNoSync = 0;
+  static constexpr int kSyncPoints = 1;
+  static constexpr int kEveryInsert = 2;
+  int level = kSyncPoints;       // "Durability": 0, 1 or 2
+  int syncIntervalMs = 1000;     // "SyncInterval": longest wait of a change for its checkpoint
+};
+
+// The bytes of a file from `offset` to its end that only the log holds yet.
+struct PendingTail {
+  std::uint64_t offset = 0;         // first byte
+  std::vector<unsigned char> bytes; // from there to the end
+  std::uint64_t end() const { return offset + bytes.size(); }
+};
+
+// What recovery found and did.
+struct RecoveryReport {
+  int framesReplayed = 0;   // sound frames carried out
+  int filesCut = 0;         // files cut back to their last sound byte
+  int framesVoided = 0;     // frames after an append that did not hold
+  std::vector<std::string> filesTouched;  // relative paths, for the log
+};
+
+class WriteAheadLog {
+ public:
+  static constexpr std::size_t kDirectAppendBytes = 256 * 1024;   // smaller appends wait in the log
+  static constexpr std::size_t kMaxPendingBytes = 64 * 1024 * 1024;  // pending tails that force a checkpoint
+
+  // Recovers the log of `folder` and starts a new one.
+  static Status Open(FileSystem& fileSystem, std::string const& folder, DurabilitySettings settings,
+                     std::unique_ptr<WriteAheadLog>* log, RecoveryReport* report = nullptr);
+  ~WriteAheadLog();  // a last checkpoint
+  WriteAheadLog(const WriteAheadLog&) = delete;
+  WriteAheadLog& operator=(const WriteAheadLog&) = delete;
+
+  // Files are named by their key, RelativePath(path as the file was opened).
+  // The file's pending tail, or null.
+  const PendingTail* Tail(std::string const& key) const;
+  // Changes made through the log to the file so far (tells a reader's caches
+  // that another object changed the file).
+  std::uint64_t ChangeCount(std::string const& key) const;
+
+  // Writes n bytes at offset, to the file's end or past it (`file` supplies
+  // bytes between a new tail and an old one).
+  Status Write(std::string const& key, RandomAccessFile& file, std::uint64_t offset, const void* data, std::size_t n);
+  // Appends n bytes at offset, the end of the file's whole records: straight
+  // into the file when large and nothing is pending for it, otherwise Write.
+  Status Append(std::string const& key, RandomAccessFile& file, std::uint64_t offset, const void* data, std::size_t n);
+  // Writes a header at offset 0 of the file (`created`: the file is new).
+  Status WriteHeader(std::string const& key, RandomAccessFile& file, const void* data, std::size_t n, bool created);
+
+  Status Commit();
+  Status Checkpoint();
+  Status CheckpointIfDue();
+  // Time until the next checkpoint is due; max() when nothing waits.
+  std::chrono::steady_clock::duration UntilDue() const;
+  bool HasUnapplied() const { return unapplied_; }
+
+  DurabilitySettings const& settings() const { return settings_; }
+  std::string const& folder() const { return folder_; }
+  // The key of a file: its path relative to the folder; empty when it lies
+  // outside the folder or climbs out of it.
+  std::string RelativePath(std::string const& path) const;
+
+ private:
+  struct FileState {
+    std::unique_ptr<PendingTail> tail;  // null: nothing pending
+    bool intentLogged = false;          // a direct append may follow without a sync
+    bool needsSync = false;             // written since the last checkpoint
+    bool syncedSinceCommit = true;      // false: Commit must sync its data
+    std::uint64_t changes = 0;          // changes made through the log
+  };
+
+  WriteAheadLog(FileSystem& fileSystem, std::string folder, DurabilitySettings settings);
+  Status Recover(RecoveryReport* report);
+  Status StartNewLog();
+  Status AppendFrame(wal::Frame const& frame, const void* payload, std::size_t payloadSize);
+  Status SyncLog();
+  bool Syncs() const { return settings_.level >= DurabilitySettings::kSyncPoints; }
+  Status AppendDirect(FileState& state, std::string const& key, RandomAccessFile& file, std::uint64_t offset,
+                      const void* data, std::size_t n);
+  void MergeIntoTail(FileState& state, RandomAccessFile& file, std::uint64_t offset, const void* data, std::size_t n);
+  void NoteChange(FileState& state);
+  Status ApplyTails();
+  Status SyncWritten();
+
+  FileSystem& fileSystem_;                 // where the folder lives
+  const std::string folder_;               // the data folder
+  const DurabilitySettings settings_;      // level and interval
+  std::unique_ptr<RandomAccessFile> log_;  // the open log
+  std::uint64_t salt_ = 0;                 // of the current log
+  std::uint64_t previousChecksum_ = 0;     // chain value for the next frame
+  std::uint64_t writeOffset_ = wal::kHeaderBytes;  // where the next frame goes
+  bool logUnsynced_ = false;               // frames written since the log's last sync
+  bool unapplied_ = false;                 // changes since the last checkpoint
+  std::chrono::steady_clock::time_point firstUnapplied_;  // when the oldest of them was made
+  std::size_t pendingBytes_ = 0;           // bytes in pending tails
+  std::unordered_map<std::string, FileState> files_;  // by relative path
+  std::set<std::string> newFolders_;       // folders that gained a file since the last checkpoint
+  std::vector<unsigned char> frameBuffer_; // encoding space, kept between frames
+};
+
+#endif  // DATASTORE_STORAGE_WRITEAHEADLOG_H_
