@@ -179,7 +179,9 @@ void CDataStoreModule::CreateStoredSymbols(QString const& folder) {
     if (symbol->LoadProperties(&status) == 0) {
       AppendSymbol(folder, symbol);
     } else {
-      DsLog(QStringLiteral("Not registered: %1").arg(QString::fromLocal8Bit(status.ToString().c_str())), MESS_ERROR);
+      DsLog(QStringLiteral("Stored file not registered: %1 (%2)")
+                .arg(entry.filePath(), QString::fromLocal8Bit(status.reason().c_str())),
+            MESS_ERROR);
       delete symbol;
     }
   }

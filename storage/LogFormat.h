@@ -36,7 +36,8 @@
 //           into it may follow;
 //   done    an append put `length` bytes at `offset`; it stands when the
 //           file holds them with the checksum, otherwise the file is cut back
-//           to where the append began and the file's later frames are void.
+//           to where the append began, and every later frame (of any file)
+//           is void: the folder holds the changes up to one point of the log.
 // A file that had an intent ends no longer than its last sound byte.
 
 #ifndef DATASTORE_STORAGE_LOGFORMAT_H_

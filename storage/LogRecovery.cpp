@@ -65,12 +65,28 @@ bool ExtentHolds(RandomAccessFile* file, Frame const& done) {
 struct FileWalk {
   FilePlan plan;                             // what is decided so far
   std::optional<std::uint64_t> soundUpTo;    // after an intent: where the sound bytes end
+  std::uint64_t vouchedUpTo = 0;             // the largest intent of the file anywhere in the log
   bool broken = false;                       // an append did not hold
   std::unique_ptr<RandomAccessFile> file;    // the data file, read only, when it exists
 };
 
+void Vouch(FileWalk& walk, std::uint64_t size) {
+  walk.soundUpTo = std::max(walk.soundUpTo.value_or(0), size);
+  walk.plan.appendedTo = std::max(walk.plan.appendedTo.value_or(0), size);
+}
+
+// An extent below a later intent was synced before that intent was logged:
+// it stands even where later writes of the file have changed its bytes.
+bool AppendStands(FileWalk& walk, Frame const& done) {
+  if (!walk.soundUpTo || done.offset > *walk.soundUpTo) return false;
+  return done.offset + done.length <= walk.vouchedUpTo || ExtentHolds(walk.file.get(), done);
+}
+
 void Walk(FileWalk& walk, Frame const& frame) {
   if (walk.broken) {
+    // Void; an intent still says where the file's sound bytes end, since its
+    // appends may have reached the file.
+    if (frame.kind == FrameKind::AppendIntent && !walk.soundUpTo) walk.soundUpTo = frame.offset;
     ++walk.plan.framesVoided;
     return;
   }
@@ -80,11 +96,11 @@ void Walk(FileWalk& walk, Frame const& frame) {
       if (walk.soundUpTo) walk.soundUpTo = std::max(*walk.soundUpTo, frame.offset + frame.length);
       break;
     case FrameKind::AppendIntent:
-      if (!walk.soundUpTo) walk.soundUpTo = frame.offset;
+      Vouch(walk, frame.offset);
       break;
     case FrameKind::AppendDone:
-      if (walk.soundUpTo && frame.offset <= *walk.soundUpTo && ExtentHolds(walk.file.get(), frame)) {
-        walk.soundUpTo = frame.offset + frame.length;
+      if (AppendStands(walk, frame)) {
+        Vouch(walk, frame.offset + frame.length);
         ++walk.plan.appendsKept;
       } else {
         walk.soundUpTo = walk.soundUpTo ? std::min(*walk.soundUpTo, frame.offset) : frame.offset;
@@ -113,6 +129,7 @@ Status ReadLog(RandomAccessFile& log, LogContents* contents) {
     contents->frames.push_back(std::move(*frame));
   }
   contents->end = at;
+  contents->lastChecksum = previous;
   return Status();
 }
 
@@ -121,10 +138,14 @@ std::string JoinPath(std::string const& folder, std::string const& relative) {
   return folder.back() == '/' ? folder + relative : folder + "/" + relative;
 }
 
+// Frames count in log order up to the first appended extent that does not
+// hold: it and everything logged after it, for every file, are void, so the
+// folder holds the changes up to one point of the log.
 Status PlanRecovery(FileSystem& fileSystem, std::string const& folder, LogContents const& contents,
                     std::vector<FilePlan>* plans) {
   std::map<std::string, std::size_t> walkOf;
   std::vector<FileWalk> walks;
+  bool broken = false;
   for (Frame const& frame : contents.frames) {
     if (!IsSafeRelativePath(frame.path)) continue;
     auto [found, added] = walkOf.try_emplace(frame.path, walks.size());
@@ -133,7 +154,15 @@ Status PlanRecovery(FileSystem& fileSystem, std::string const& folder, LogConten
       walks.back().plan.path = frame.path;
       fileSystem.Open(JoinPath(folder, frame.path), OpenMode::ReadOnly, &walks.back().file);
     }
-    Walk(walks[found->second], frame);
+    FileWalk& walk = walks[found->second];
+    if (frame.kind == FrameKind::AppendIntent) walk.vouchedUpTo = std::max(walk.vouchedUpTo, frame.offset);
+  }
+  for (Frame const& frame : contents.frames) {
+    if (!IsSafeRelativePath(frame.path)) continue;
+    FileWalk& walk = walks[walkOf[frame.path]];
+    walk.broken = walk.broken || broken;
+    Walk(walk, frame);
+    broken = broken || walk.broken;
   }
   plans->clear();
   for (FileWalk& walk : walks) {

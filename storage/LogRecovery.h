@@ -26,6 +26,7 @@ struct LogContents {
   std::optional<std::uint64_t> salt;  // none: no sound header, so no frame counts
   std::vector<Frame> frames;          // the sound frames, in order
   std::uint64_t end = kHeaderBytes;   // where the sound frames end
+  std::uint64_t lastChecksum = 0;     // chain value after the last sound frame
 };
 
 // Reads the sound header and frames of an open log.
@@ -35,12 +36,16 @@ struct FilePlan {
   std::string path;                       // relative to the data folder
   std::vector<const Frame*> writes;       // write frames to put back, in order
   std::optional<std::uint64_t> cutTo;     // the file ends no later than this
+  std::optional<std::uint64_t> appendedTo;  // where its appends found sound end
   int appendsKept = 0;                    // appended extents whose checksum holds
   int framesVoided = 0;                   // frames after an append that did not hold
 };
 
 // What recovery does to each file the frames name, in order of first
-// mention. Frames with an unsafe path are skipped.
+// mention. Frames with an unsafe path are skipped. An appended extent stands
+// when the file holds its checksum or a later intent of the file (logged
+// only once the extent was synced) covers it; the first that does not voids
+// every later frame.
 Status PlanRecovery(FileSystem& fileSystem, std::string const& folder, LogContents const& contents,
                     std::vector<FilePlan>* plans);
 

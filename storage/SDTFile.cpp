@@ -130,8 +130,9 @@ std::int64_t CSDTFile::FileSize() {
   DropCachesIfChangedElsewhere();
   std::uint64_t size = 0;
   if (!file_->Size(&size).ok()) return -1;
+  // A tail beyond the end of a file cut behind the module's back no longer fits it.
   const PendingTail* tail = log_ != nullptr ? log_->Tail(logKey_) : nullptr;
-  if (tail != nullptr) size = std::max(size, tail->end());
+  if (tail != nullptr && !tail->CutBelow(size)) size = std::max(size, tail->end());
   return static_cast<std::int64_t>(size);
 }
 

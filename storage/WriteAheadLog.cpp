@@ -75,32 +75,56 @@ Status WriteAheadLog::Recover(RecoveryReport* report) {
   if (!status.ok()) return status;
   std::vector<wal::FilePlan> plans;
   status = wal::PlanRecovery(fileSystem_, folder_, contents, &plans);
+  if (status.ok()) status = VouchRecoveredAppends(contents, plans);
   RecoveryReport found;
   for (wal::FilePlan const& plan : plans) {
-    if (!status.ok()) break;
-    const std::string path = wal::JoinPath(folder_, plan.path);
-    std::unique_ptr<RandomAccessFile> file;
-    const bool created = !fileSystem_.Exists(path);
-    if (created && plan.writes.empty()) continue;
-    status = fileSystem_.Open(path, OpenMode::OpenOrCreate, &file);
-    for (const wal::Frame* frame : plan.writes) {
-      if (status.ok()) status = file->WriteAt(frame->offset, frame->payload.data(), frame->payload.size());
-    }
-    std::uint64_t size = 0;
-    if (status.ok()) status = file->Size(&size);
-    const bool cut = status.ok() && plan.cutTo && size > *plan.cutTo;
-    if (cut) status = file->Truncate(*plan.cutTo);
-    if (status.ok() && Syncs()) status = file->Sync();
-    if (status.ok() && created && Syncs()) status = fileSystem_.SyncDirectory(DirectoryOf(path));
-    found.framesReplayed += static_cast<int>(plan.writes.size()) + plan.appendsKept;
-    found.filesCut += cut ? 1 : 0;
-    found.framesVoided += plan.framesVoided;
-    found.filesTouched.push_back(plan.path);
+    if (status.ok()) status = ApplyPlan(plan, found);
   }
   if (report != nullptr) *report = found;
   if (!status.ok()) return status;
   status = StartNewLog();
   if (status.ok() && Syncs()) status = SyncLog();
+  return status;
+}
+
+// Appends found sound are made durable and vouched for at the end of the old
+// log before any write of the plans changes their bytes.
+Status WriteAheadLog::VouchRecoveredAppends(wal::LogContents const& contents,
+                                            std::vector<wal::FilePlan> const& plans) {
+  if (!contents.salt) return Status();
+  salt_ = *contents.salt;
+  previousChecksum_ = contents.lastChecksum;
+  writeOffset_ = contents.end;
+  for (wal::FilePlan const& plan : plans) {
+    if (!plan.appendedTo || plan.appendsKept == 0) continue;
+    FileState& state = files_[plan.path];
+    state.unvouched = true;
+    state.appendedEnd = *plan.appendedTo;
+  }
+  Status status = VouchDirectAppends();
+  files_.clear();
+  return status;
+}
+
+Status WriteAheadLog::ApplyPlan(wal::FilePlan const& plan, RecoveryReport& report) {
+  const std::string path = wal::JoinPath(folder_, plan.path);
+  const bool created = !fileSystem_.Exists(path);
+  if (created && plan.writes.empty()) return Status();
+  std::unique_ptr<RandomAccessFile> file;
+  Status status = fileSystem_.Open(path, OpenMode::OpenOrCreate, &file);
+  for (const wal::Frame* frame : plan.writes) {
+    if (status.ok()) status = file->WriteAt(frame->offset, frame->payload.data(), frame->payload.size());
+  }
+  std::uint64_t size = 0;
+  if (status.ok()) status = file->Size(&size);
+  const bool cut = status.ok() && plan.cutTo && size > *plan.cutTo;
+  if (cut) status = file->Truncate(*plan.cutTo);
+  if (status.ok() && Syncs()) status = file->Sync();
+  if (status.ok() && created && Syncs()) status = fileSystem_.SyncDirectory(DirectoryOf(path));
+  report.framesReplayed += static_cast<int>(plan.writes.size()) + plan.appendsKept;
+  report.filesCut += cut ? 1 : 0;
+  report.framesVoided += plan.framesVoided;
+  report.filesTouched.push_back(plan.path);
   return status;
 }
 
@@ -162,13 +186,33 @@ Status WriteAheadLog::Write(std::string const& key, RandomAccessFile& file, std:
   frame.path = key;
   frame.offset = offset;
   frame.length = n;
-  Status status = AppendFrame(frame, data, n);
-  if (!status.ok()) return status;
   FileState& state = files_[key];
+  std::uint64_t diskSize = 0;
+  Status status = state.tail ? Status() : ProbeWritable(file, offset, &diskSize);
+  if (status.ok()) status = AppendFrame(frame, data, n);
+  if (!status.ok()) return status;
+  if (!state.tail) {
+    state.tail = std::make_unique<PendingTail>();
+    state.tail->offset = offset;
+    state.tail->diskSize = diskSize;
+  }
   MergeIntoTail(state, file, offset, data, n);
   NoteChange(state);
-  if (pendingBytes_ > kMaxPendingBytes) return Checkpoint();
+  if (pendingBytes_ > kMaxPendingBytes || writeOffset_ > kMaxLogBytes) return Checkpoint();
   return Status();
+}
+
+// The data file waits for the next checkpoint; a file that cannot be written
+// at all (no permission, immutable, a read-only mount) is found out now, by
+// writing back one byte it holds, so that the insert is refused at once.
+Status WriteAheadLog::ProbeWritable(RandomAccessFile& file, std::uint64_t offset, std::uint64_t* size) {
+  Status status = file.Size(size);
+  if (!status.ok() || *size == 0) return status;
+  const std::uint64_t at = std::min(offset, *size - 1);
+  unsigned char byte = 0;
+  status = file.ReadExactly(at, &byte, 1);
+  if (status.ok()) status = file.WriteAt(at, &byte, 1);
+  return status;
 }
 
 // The tail runs from the lowest pending offset to the file's end. A write
@@ -176,10 +220,6 @@ Status WriteAheadLog::Write(std::string const& key, RandomAccessFile& file, std:
 void WriteAheadLog::MergeIntoTail(FileState& state, RandomAccessFile& file, std::uint64_t offset, const void* data,
                                   std::size_t n) {
   const auto* bytes = static_cast<const unsigned char*>(data);
-  if (!state.tail) {
-    state.tail = std::make_unique<PendingTail>();
-    state.tail->offset = offset;
-  }
   PendingTail& tail = *state.tail;
   pendingBytes_ -= tail.bytes.size();
   if (offset >= tail.offset) {
@@ -237,7 +277,8 @@ Status WriteAheadLog::AppendDirect(FileState& state, std::string const& key, Ran
     file.Truncate(offset);  // what the failed append left is no record
     return status;
   }
-  state.syncedSinceCommit = false;
+  state.unvouched = true;
+  state.appendedEnd = offset + n;
   NoteChange(state);
   return Status();
 }
@@ -254,7 +295,6 @@ Status WriteAheadLog::WriteHeader(std::string const& key, RandomAccessFile& file
   if (status.ok()) status = file.WriteAt(0, data, n);
   if (!status.ok()) return status;
   FileState& state = files_[key];
-  state.syncedSinceCommit = false;
   if (created) newFolders_.insert(DirectoryOf(file.path()));
   NoteChange(state);
   return Status();
@@ -262,45 +302,94 @@ Status WriteAheadLog::WriteHeader(std::string const& key, RandomAccessFile& file
 
 Status WriteAheadLog::Commit() {
   if (settings_.level < DurabilitySettings::kEveryInsert) return Status();
-  for (auto& [key, state] : files_) {
-    if (state.syncedSinceCommit) continue;
-    std::unique_ptr<RandomAccessFile> file;
-    Status status = fileSystem_.Open(wal::JoinPath(folder_, key), OpenMode::ReadOnly, &file);
-    if (status.ok()) status = file->Sync();
-    if (!status.ok()) return status;
-    state.syncedSinceCommit = true;
-  }
-  return SyncLog();
+  Status status = VouchDirectAppends();
+  return status.ok() ? SyncLog() : status;
 }
 
+// Syncs the files that had direct appends and logs an intent for each up to
+// its last append, so those appends stand whatever later writes do to their
+// bytes; then syncs the log.
+Status WriteAheadLog::VouchDirectAppends() {
+  bool vouched = false;
+  for (auto& [key, state] : files_) {
+    if (!state.unvouched) continue;
+    std::unique_ptr<RandomAccessFile> file;
+    Status status;
+    if (Syncs()) status = fileSystem_.Open(wal::JoinPath(folder_, key), OpenMode::ReadOnly, &file);
+    if (status.ok() && Syncs()) status = file->Sync();
+    wal::Frame frame;
+    frame.kind = wal::FrameKind::AppendIntent;
+    frame.path = key;
+    frame.offset = state.appendedEnd;
+    if (status.ok()) status = AppendFrame(frame, nullptr, 0);
+    if (!status.ok()) return status;
+    state.unvouched = false;
+    vouched = true;
+  }
+  return vouched && Syncs() ? SyncLog() : Status();
+}
+
+// A file whose tail cannot be written keeps it (logged again in the new log)
+// while the other files go on; a file cut below its tail behind the module's
+// back loses the tail, which no longer fits it. Either is reported.
 Status WriteAheadLog::Checkpoint() {
   if (!unapplied_) return Status();
-  Status status = Syncs() ? SyncLog() : Status();
-  if (status.ok()) status = ApplyTails();
-  if (status.ok()) status = SyncWritten();
-  if (status.ok()) status = StartNewLog();
+  Status status = VouchDirectAppends();
+  if (status.ok() && Syncs()) status = SyncLog();
   if (!status.ok()) return status;
-  for (auto& [key, state] : files_) {
-    state.tail.reset();
-    state.intentLogged = false;
-    state.needsSync = false;
-    state.syncedSinceCommit = true;
-  }
-  newFolders_.clear();
-  pendingBytes_ = 0;
-  unapplied_ = false;
-  return Status();
-}
-
-Status WriteAheadLog::ApplyTails() {
+  Status firstFailure;
+  std::vector<std::string> kept;
   for (auto& [key, state] : files_) {
     if (!state.tail) continue;
-    std::unique_ptr<RandomAccessFile> file;
-    Status status = fileSystem_.Open(wal::JoinPath(folder_, key), OpenMode::ReadWrite, &file);
-    if (status.ok()) status = file->WriteAt(state.tail->offset, state.tail->bytes.data(), state.tail->bytes.size());
-    if (!status.ok()) return status;
+    Status applied = ApplyTail(key, state);
+    if (applied.ok()) continue;
+    if (firstFailure.ok()) firstFailure = applied;
+    if (state.tail) kept.push_back(key);
   }
-  return Status();
+  status = SyncWritten();
+  if (status.ok()) status = StartNewLog();
+  if (!status.ok()) return status;
+  pendingBytes_ = 0;
+  unapplied_ = false;
+  for (auto& [key, state] : files_) {
+    if (std::find(kept.begin(), kept.end(), key) == kept.end()) state.tail.reset();
+    state.intentLogged = false;
+    state.needsSync = false;
+  }
+  newFolders_.clear();
+  for (std::string const& key : kept) {
+    status = RelogTail(key, files_[key]);
+    if (!status.ok() && firstFailure.ok()) firstFailure = status;
+  }
+  status = Syncs() ? SyncLog() : Status();
+  return firstFailure.ok() ? status : firstFailure;
+}
+
+Status WriteAheadLog::ApplyTail(std::string const& key, FileState& state) {
+  std::unique_ptr<RandomAccessFile> file;
+  Status status = fileSystem_.Open(wal::JoinPath(folder_, key), OpenMode::ReadWrite, &file);
+  std::uint64_t size = 0;
+  if (status.ok()) status = file->Size(&size);
+  if (status.ok() && state.tail->CutBelow(size)) {
+    state.tail.reset();
+    return Status::Error("write pending records into", file->path(),
+                         "the file was cut short behind the module's back; the pending records are dropped");
+  }
+  if (status.ok()) status = file->WriteAt(state.tail->offset, state.tail->bytes.data(), state.tail->bytes.size());
+  return status;
+}
+
+// A tail that stays pending goes into the new log whole.
+Status WriteAheadLog::RelogTail(std::string const& key, FileState& state) {
+  wal::Frame frame;
+  frame.kind = wal::FrameKind::Write;
+  frame.path = key;
+  frame.offset = state.tail->offset;
+  frame.length = state.tail->bytes.size();
+  Status status = AppendFrame(frame, state.tail->bytes.data(), state.tail->bytes.size());
+  pendingBytes_ += state.tail->bytes.size();
+  NoteChange(state);
+  return status;
 }
 
 Status WriteAheadLog::SyncWritten() {

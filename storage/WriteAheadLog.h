@@ -17,28 +17,36 @@
 //     a checkpoint logs an intent frame (the size the file is sound up to) and
 //     syncs the log before it writes; each append then logs a done frame with
 //     the checksum of its bytes, so recovery keeps an appended tail whose
-//     checksum holds and cuts one whose does not;
+//     checksum holds and cuts one whose does not. Once such appends are synced
+//     (Commit, a checkpoint, recovery), a new intent vouches for them, so they
+//     stand even after later writes have changed their bytes;
 //   - a header is a write frame, synced with Durability 1 and 2 before the
 //     header goes into the file (a new file is then never left without one).
 //
 // Checkpoint (a sync point), in this order:
-//   1. sync the log (every frame since the last checkpoint is durable);
+//   1. sync the files with direct appends, log an intent for each, sync the
+//      log (every frame since the last checkpoint is durable);
 //   2. write each pending tail into its data file;
 //   3. sync every data file written since the last checkpoint, then the
 //      folders that gained a file;
 //   4. start a new log: a header with a new salt at offset 0, so the old
 //      frames no longer count (their chain of checksums began with the old
-//      salt); the next frames overwrite them. Not synced: until the next
-//      sync, a crash replays the old frames, which only write what the files
-//      already hold.
+//      salt), and sync it; the next frames overwrite the old ones.
 // A checkpoint runs every SyncInterval ms while changes wait (CheckpointIfDue,
 // called by the writer on a timer and after inserts), when the pending tails
-// pass kMaxPendingBytes, and at Checkpoint (the data store's stop and unload).
-// A failed step leaves everything pending; the next checkpoint starts again.
+// pass kMaxPendingBytes or the log kMaxLogBytes, and at Checkpoint (the data
+// store's stop and unload).
+// A failed sync leaves everything pending; the next checkpoint starts again.
+// A file whose tail cannot be written keeps it pending (logged again, whole,
+// in the new log) and is reported; the others go on. A file that cannot be
+// written at all is found by the first change after a checkpoint (one byte
+// it holds is written back), so its inserts are refused at once.
 //
-// Recovery (Open, by the folder's one writer): the sound frames are read, each
-// file's frames are carried out in order (LogRecovery.h), the files and their
-// folders synced, and a new log started and synced.
+// Recovery (Open, by the folder's one writer): the sound frames are read and
+// planned (LogRecovery.h); appends found sound are synced and vouched for in
+// the old log (so a crash in the middle of recovery finds them again); each
+// file's writes are carried out in order and its cut made, the files and
+// their folders synced, and a new log started and synced.
 //
 // Durability (DurabilitySettings::level):
 //   0: no sync call. A killed process loses no finished insert (its frame and
@@ -47,8 +55,8 @@
 //      holds no record nobody inserted, and holds every insert made before the
 //      last checkpoint.
 //   2: as 1, and Commit makes every change since the last Commit durable
-//      (direct appends' data files, then the log): one sync for all the
-//      inserts a worker served together.
+//      (direct appends' data files, their intents, then the log): one sync of
+//      the log for all the inserts a worker served together.
 //
 // REQUIRES: the caller holds the folder's writer lock and serialises every
 // call (the data store's data mutex).
@@ -57,6 +65,7 @@
 #ifndef DATASTORE_STORAGE_WRITEAHEADLOG_H_
 #define DATASTORE_STORAGE_WRITEAHEADLOG_H_
 
+#include <algorithm>
 #include <chrono>
 #include <cstdint>
 #include <memory>
@@ -67,6 +76,7 @@
 
 #include "FileSystem.h"
 #include "LogFormat.h"
+#include "LogRecovery.h"
 
 struct DurabilitySettings {
   static constexpr int kNoSync = 0;
@@ -80,7 +90,11 @@ struct DurabilitySettings {
 struct PendingTail {
   std::uint64_t offset = 0;         // first byte
   std::vector<unsigned char> bytes; // from there to the end
+  std::uint64_t diskSize = 0;       // the file's size when the tail began
   std::uint64_t end() const { return offset + bytes.size(); }
+  // True when a file of `size` bytes was cut below what the tail builds on
+  // (behind the module's back): the tail no longer fits it.
+  bool CutBelow(std::uint64_t size) const { return size < std::min(offset, diskSize); }
 };
 
 // What recovery found and did.
@@ -95,6 +109,7 @@ class WriteAheadLog {
  public:
   static constexpr std::size_t kDirectAppendBytes = 256 * 1024;   // smaller appends wait in the log
   static constexpr std::size_t kMaxPendingBytes = 64 * 1024 * 1024;  // pending tails that force a checkpoint
+  static constexpr std::uint64_t kMaxLogBytes = 64 * 1024 * 1024;    // a log that forces a checkpoint
 
   // Recovers the log of `folder` and starts a new one.
   static Status Open(FileSystem& fileSystem, std::string const& folder, DurabilitySettings settings,
@@ -137,7 +152,8 @@ class WriteAheadLog {
     std::unique_ptr<PendingTail> tail;  // null: nothing pending
     bool intentLogged = false;          // a direct append may follow without a sync
     bool needsSync = false;             // written since the last checkpoint
-    bool syncedSinceCommit = true;      // false: Commit must sync its data
+    bool unvouched = false;             // direct appends not yet synced and vouched for
+    std::uint64_t appendedEnd = 0;      // where the last direct append ended
     std::uint64_t changes = 0;          // changes made through the log
   };
 
@@ -146,12 +162,17 @@ class WriteAheadLog {
   Status StartNewLog();
   Status AppendFrame(wal::Frame const& frame, const void* payload, std::size_t payloadSize);
   Status SyncLog();
+  Status VouchDirectAppends();
+  Status VouchRecoveredAppends(wal::LogContents const& contents, std::vector<wal::FilePlan> const& plans);
+  Status ApplyPlan(wal::FilePlan const& plan, RecoveryReport& report);
   bool Syncs() const { return settings_.level >= DurabilitySettings::kSyncPoints; }
   Status AppendDirect(FileState& state, std::string const& key, RandomAccessFile& file, std::uint64_t offset,
                       const void* data, std::size_t n);
   void MergeIntoTail(FileState& state, RandomAccessFile& file, std::uint64_t offset, const void* data, std::size_t n);
   void NoteChange(FileState& state);
-  Status ApplyTails();
+  Status ProbeWritable(RandomAccessFile& file, std::uint64_t offset, std::uint64_t* size);
+  Status ApplyTail(std::string const& key, FileState& state);
+  Status RelogTail(std::string const& key, FileState& state);
   Status SyncWritten();
 
   FileSystem& fileSystem_;                 // where the folder lives

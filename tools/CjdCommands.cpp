@@ -8,8 +8,11 @@
 #include <vector>
 
 #include "CjdFile.h"
+#include "CjdLogView.h"
 #include "FileFormat.h"
+#include "FolderLock.h"
 #include "RecordCsv.h"
+#include "WriteAheadLog.h"
 
 namespace {
 
@@ -43,6 +46,20 @@ int Fail(std::ostream& err, std::string const& path, std::string const& why) {
   return kExitFailure;
 }
 
+// "1 record", "2 records".
+std::string Counted(std::size_t count, std::string const& noun) {
+  return std::to_string(count) + ' ' + noun + (count == 1 ? "" : "s");
+}
+
+// A file loaded read-only as readers of the module see it: with the changes
+// its data folder's log still holds.
+struct ShownFile {
+  explicit ShownFile(std::string const& path) : loaded(LoadFile(&owner, path)) {}
+  LoggedFileSystem fileSystem;           // the disk with the log's changes
+  ToolOwner owner{&fileSystem};          // read-only, through fileSystem
+  LoadedFile loaded;                     // the symbol, or why it did not load
+};
+
 void PrintHeader(std::ostream& out, CSymbol& symbol) {
   CSDTFile& file = *symbol.file();
   out << "type: " << cjd::kFileType << '\n'
@@ -68,11 +85,26 @@ void PrintHeader(std::ostream& out, CSymbol& symbol) {
 }
 
 void PrintExtent(std::ostream& out, std::string const& path, RecordExtent const& extent) {
+  const std::int64_t diskSize = DiskSize(path);
   out << "record size: " << extent.recordSize << '\n'
       << "first record offset: " << extent.firstOffset << '\n'
-      << "file size: " << DiskSize(path) << '\n'
+      << "file size: " << diskSize;
+  if (diskSize != extent.visibleSize) out << " on disk, " << extent.visibleSize << " as readers see it";
+  out << '\n'
       << "whole records: " << extent.records << '\n'
       << "partial record bytes: " << extent.partialBytes << '\n';
+}
+
+void PrintLoggedChanges(std::ostream& out, LoggedChanges const& changes) {
+  if (changes.unapplied > 0) {
+    out << "log: " << Counted(changes.unapplied, "change") << " not yet in the file "
+        << (changes.unapplied == 1 ? "is" : "are") << " shown\n";
+  }
+  if (changes.cutBytes > 0) {
+    out << "log: the " << changes.cutBytes << " bytes after byte " << changes.cutFrom
+        << " are an unfinished append; recovery cuts them\n";
+  }
+  if (changes.unapplied == 0 && changes.cutBytes == 0) out << "log: none pending\n";
 }
 
 // The request that selects what dump prints; count is the buffer's capacity.
@@ -125,11 +157,14 @@ std::string OrderProblemText(OrderProblem const& problem) {
 }
 
 // Lists what keeps the file from being sound; the number of problems.
-std::size_t ListProblems(std::ostream& out, std::string const& path, RecordExtent const& extent,
-                         RecordScan const& scan) {
+std::size_t ListProblems(std::ostream& out, RecordExtent const& extent, int zeroTail, RecordScan const& scan) {
   std::size_t problems = 0;
   if (extent.partialBytes > 0) {
     out << extent.partialBytes << " bytes of a partial record at the end\n";
+    ++problems;
+  }
+  if (zeroTail > 0) {
+    out << Counted(zeroTail, "zero-time record") << " at the end\n";
     ++problems;
   }
   if (!scan.readError.empty()) {
@@ -146,9 +181,9 @@ std::size_t ListProblems(std::ostream& out, std::string const& path, RecordExten
 }
 
 // One line of the listing; *loaded tells whether the file loaded.
-Row ListRow(QFileInfo const& info, std::string const& relative, bool* loaded) {
+Row ListRow(QFileInfo const& info, std::string const& relative, FileSystem& fileSystem, bool* loaded) {
   const std::string provider = info.dir().dirName().toStdString();
-  ToolOwner owner(false);
+  ToolOwner owner(&fileSystem);
   LoadedFile file = LoadFile(&owner, info.filePath().toStdString());
   *loaded = file.symbol != nullptr;
   if (!file.symbol) return {provider, relative, "does not load: " + file.error};
@@ -165,33 +200,80 @@ Row ListRow(QFileInfo const& info, std::string const& relative, bool* loaded) {
           last ? FormatTime(*last) : kNoTime};
 }
 
-// Cuts the partial record of a file found sound otherwise.
-int Repair(std::string const& path, RecordExtent const& extent, std::ostream& out, std::ostream& err) {
-  const Status status = CutFile(path, extent.firstOffset + std::uint64_t(extent.records) * extent.recordSize);
-  if (!status.ok()) return Fail(err, path, "cannot cut the partial record: " + status.reason());
-  out << "cut " << extent.partialBytes << " bytes of a partial record\n";
-  out << extent.records << " whole records remain\n";
+// Cuts the partial record and the zero-time tail of a file found sound otherwise.
+int CutRecords(std::string const& path, RecordExtent const& extent, int zeroTail, std::ostream& out,
+               std::ostream& err) {
+  const int kept = extent.records - zeroTail;
+  const Status status = CutFile(path, extent.firstOffset + std::uint64_t(kept) * extent.recordSize);
+  if (!status.ok()) return Fail(err, path, "cannot cut the file: " + status.reason());
+  if (extent.partialBytes > 0) out << "cut " << extent.partialBytes << " bytes of a partial record\n";
+  if (zeroTail > 0) out << "removed " << Counted(zeroTail, "zero-time record") << " at the end\n";
+  out << kept << " whole records remain\n";
   return kExitOk;
+}
+
+// Checks the file as it is on disk and cuts what repair may cut; `recovered`:
+// the log changed files before.
+int RepairRecords(std::string const& path, bool recovered, std::ostream& out, std::ostream& err) {
+  RecordExtent extent;
+  int zeroTail = 0;
+  {
+    ToolOwner owner;
+    LoadedFile loaded = LoadFile(&owner, path);
+    if (!loaded.symbol) return Fail(err, path, "cannot repair: header does not load: " + loaded.error);
+    extent = ExtentOf(*loaded.symbol);
+    zeroTail = ZeroTimeTail(*loaded.symbol, extent.records);
+    const RecordScan scan = ScanRecordTimes(*loaded.symbol, extent.records - zeroTail);
+    if (!scan.readError.empty()) return Fail(err, path, "cannot repair: " + scan.readError);
+    if (!scan.problems.empty()) {
+      return Fail(err, path, "cannot repair: record times out of order (" + OrderProblemText(scan.problems[0]) +
+                                 "; " + std::to_string(scan.problems.size()) + " in all); nothing was cut");
+    }
+  }
+  if (extent.partialBytes > 0 || zeroTail > 0) return CutRecords(path, extent, zeroTail, out, err);
+  if (recovered) {
+    out << extent.records << " whole records remain\n";
+  } else {
+    out << "nothing to repair: " << extent.records << " whole records\n";
+  }
+  return kExitOk;
+}
+
+bool Recovered(RecoveryReport const& report) {
+  return report.framesReplayed > 0 || report.filesCut > 0 || report.framesVoided > 0;
+}
+
+std::string RecoveryText(RecoveryReport const& report) {
+  if (!Recovered(report)) return "log: nothing to recover";
+  std::vector<std::string> parts;
+  if (report.framesReplayed > 0) parts.push_back(Counted(report.framesReplayed, "frame") + " replayed");
+  if (report.filesCut > 0) parts.push_back(Counted(report.filesCut, "file") + " cut back after an unfinished append");
+  if (report.framesVoided > 0) parts.push_back(Counted(report.framesVoided, "later frame") + " void");
+  std::string text = "log: recovered " + Counted(report.filesTouched.size(), "file") + " of the data folder: ";
+  for (std::size_t i = 0; i < parts.size(); ++i) text += (i > 0 ? ", " : "") + parts[i];
+  return text;
 }
 
 }  // namespace
 
 int RunInfo(std::string const& path, std::ostream& out, std::ostream& err) {
-  ToolOwner owner(false);
-  LoadedFile loaded = LoadFile(&owner, path);
-  if (!loaded.symbol) return Fail(err, path, loaded.error);
+  ShownFile shown(path);
+  if (!shown.loaded.symbol) return Fail(err, path, shown.loaded.error);
+  LoggedChanges changes;
+  const Status status = shown.fileSystem.ChangesOf(path, &changes);
+  if (!status.ok()) return Fail(err, path, status.reason());
   out << "file: " << path << '\n';
-  PrintHeader(out, *loaded.symbol);
-  PrintExtent(out, path, ExtentOf(*loaded.symbol));
+  PrintHeader(out, *shown.loaded.symbol);
+  PrintExtent(out, path, ExtentOf(*shown.loaded.symbol));
+  PrintLoggedChanges(out, changes);
   return kExitOk;
 }
 
 int RunDump(std::string const& path, DumpSelection const& selection, bool csv, std::ostream& out,
             std::ostream& err) {
-  ToolOwner owner(false);
-  LoadedFile loaded = LoadFile(&owner, path);
-  if (!loaded.symbol) return Fail(err, path, loaded.error);
-  CSymbol& symbol = *loaded.symbol;
+  ShownFile shown(path);
+  if (!shown.loaded.symbol) return Fail(err, path, shown.loaded.error);
+  CSymbol& symbol = *shown.loaded.symbol;
   if (csv && !AllFloat(symbol)) return Fail(err, path, "--csv needs every view to hold floats");
   GET_SYMBOL_DATA_REQUEST request = DumpRequest(symbol, selection, ExtentOf(symbol).records);
   std::vector<unsigned char> records(std::size_t(std::max(request.count, 0)) * symbol.GetDataPointSize());
@@ -209,15 +291,16 @@ int RunDump(std::string const& path, DumpSelection const& selection, bool csv, s
 }
 
 int RunCheck(std::string const& path, std::ostream& out) {
-  ToolOwner owner(false);
-  LoadedFile loaded = LoadFile(&owner, path);
-  if (!loaded.symbol) {
-    out << "header does not load: " << loaded.error << '\n';
+  ShownFile shown(path);
+  if (!shown.loaded.symbol) {
+    out << "header does not load: " << shown.loaded.error << '\n';
     return kExitFailure;
   }
-  const RecordExtent extent = ExtentOf(*loaded.symbol);
-  const RecordScan scan = ScanRecordTimes(*loaded.symbol, extent.records);
-  const std::size_t problems = ListProblems(out, path, extent, scan);
+  CSymbol& symbol = *shown.loaded.symbol;
+  const RecordExtent extent = ExtentOf(symbol);
+  const int zeroTail = ZeroTimeTail(symbol, extent.records);
+  const RecordScan scan = ScanRecordTimes(symbol, extent.records - zeroTail);
+  const std::size_t problems = ListProblems(out, extent, zeroTail, scan);
   if (problems > 0) {
     out << problems << (problems == 1 ? " problem\n" : " problems\n");
     return kExitFailure;
@@ -235,10 +318,11 @@ int RunList(std::string const& folder, std::ostream& out, std::ostream& err) {
   while (found.hasNext()) paths.push_back(found.next());
   paths.sort();
   std::vector<Row> rows{{"provider", "name", "period", "code", "records", "first", "last"}};
+  LoggedFileSystem fileSystem;
   bool allLoaded = true;
   for (QString const& path : paths) {
     bool loaded = false;
-    rows.push_back(ListRow(QFileInfo(path), root.relativeFilePath(path).toStdString(), &loaded));
+    rows.push_back(ListRow(QFileInfo(path), root.relativeFilePath(path).toStdString(), fileSystem, &loaded));
     allLoaded = allLoaded && loaded;
   }
   PrintTable(out, rows);
@@ -246,22 +330,20 @@ int RunList(std::string const& folder, std::ostream& out, std::ostream& err) {
 }
 
 int RunRepair(std::string const& path, std::ostream& out, std::ostream& err) {
-  RecordExtent extent;
-  {
-    ToolOwner owner(false);
-    LoadedFile loaded = LoadFile(&owner, path);
-    if (!loaded.symbol) return Fail(err, path, "cannot repair: header does not load: " + loaded.error);
-    extent = ExtentOf(*loaded.symbol);
-    const RecordScan scan = ScanRecordTimes(*loaded.symbol, extent.records);
-    if (!scan.readError.empty()) return Fail(err, path, "cannot repair: " + scan.readError);
-    if (!scan.problems.empty()) {
-      return Fail(err, path, "cannot repair: record times out of order (" + OrderProblemText(scan.problems[0]) +
-                                 "; " + std::to_string(scan.problems.size()) + " in all); the file is unchanged");
+  const std::string folder = DataFolderOf(FileSystem::Default(), AbsolutePath(path));
+  std::unique_ptr<FolderLock> lock;  // held until the repair ends
+  RecoveryReport report;
+  if (!folder.empty()) {
+    Status status = FolderLock::Acquire(folder, &lock);
+    if (status.reason() == FolderLock::kHeldElsewhere) {
+      return Fail(err, path, "cannot repair: a running module holds the data folder " + folder +
+                                 "; stop it first. Nothing was changed");
     }
-    if (extent.partialBytes == 0) {
-      out << "nothing to repair: " << extent.records << " whole records\n";
-      return kExitOk;
-    }
+    if (!status.ok()) return Fail(err, path, "cannot repair: " + status.ToString());
+    std::unique_ptr<WriteAheadLog> log;
+    status = WriteAheadLog::Open(FileSystem::Default(), folder, DurabilitySettings(), &log, &report);
+    if (!status.ok()) return Fail(err, path, "cannot repair: recovering the log failed: " + status.ToString());
+    out << RecoveryText(report) << '\n';
   }
-  return Repair(path, extent, out, err);
+  return RepairRecords(path, Recovered(report), out, err);
 }

@@ -34,6 +34,11 @@ std::string NumberText(T value) {
   return std::string(text, end);
 }
 
+// Records a scan reads at once.
+int ChunkRecords(std::size_t recordSize) {
+  return static_cast<int>(std::max<std::size_t>(kScanChunkBytes / recordSize, 1));
+}
+
 }  // namespace
 
 template <typename T>
@@ -78,7 +83,7 @@ RecordExtent ExtentOf(CSymbol& symbol) {
 RecordScan ScanRecordTimes(CSymbol& symbol, int records) {
   RecordScan scan;
   const std::size_t recordSize = symbol.GetDataPointSize();
-  const int chunk = static_cast<int>(std::max<std::size_t>(kScanChunkBytes / recordSize, 1));
+  const int chunk = ChunkRecords(recordSize);
   std::vector<unsigned char> bytes;
   std::int32_t previous = 0;
   for (std::int64_t next = 0; next < records; next += chunk) {
@@ -98,6 +103,23 @@ RecordScan ScanRecordTimes(CSymbol& symbol, int records) {
     }
   }
   return scan;
+}
+
+int ZeroTimeTail(CSymbol& symbol, int records) {
+  const std::size_t recordSize = symbol.GetDataPointSize();
+  const int chunk = ChunkRecords(recordSize);
+  std::vector<unsigned char> bytes;
+  for (int end = records; end > 0;) {
+    const int count = std::min(chunk, end);
+    const int first = end - count;
+    bytes.resize(std::size_t(count) * recordSize);
+    if (!symbol.file()->ReadRecords(first, count, bytes.data()).ok()) return 0;
+    for (int i = count - 1; i >= 0; --i) {
+      if (ReadValue<std::int32_t>(bytes.data() + std::size_t(i) * recordSize) != 0) return records - (first + i + 1);
+    }
+    end = first;
+  }
+  return records;
 }
 
 std::optional<std::int32_t> RecordTimeAt(CSymbol& symbol, int index) {

@@ -1,6 +1,6 @@
 // CjdFile.h: what the cjd tool learns about one data file through the
 // storage library: the loaded symbol, its record layout, a scan of its
-// records and the state of its append journal.
+// records and the run of zero-time records at its end.
 //
 // Thread-safety: none; one file at a time.
 
@@ -15,18 +15,21 @@
 
 #include "Symbol.h"
 
-// Tells symbols whether they may write: only repair opens one for writing.
+// Opens symbols read-only (repair cuts files itself) through a file system.
 class ToolOwner : public SymbolOwner {
  public:
-  explicit ToolOwner(bool writable) : writable_(writable) {}
-  bool IsWriteEnabled() const override { return writable_; }
+  explicit ToolOwner(FileSystem* fileSystem = nullptr) : fileSystem_(fileSystem) {}
+  bool IsWriteEnabled() const override { return false; }
+  FileSystem& GetFileSystem() const override {
+    return fileSystem_ != nullptr ? *fileSystem_ : FileSystem::Default();
+  }
 
  private:
-  bool writable_;  // what the symbols are told
+  FileSystem* fileSystem_;  // not owned; null: the disk as it is
 };
 
-// A symbol whose header loaded, open for reading (and writing when its owner
-// allows it); or the reason it did not load.
+// A symbol whose header loaded, open for reading; or the reason it did not
+// load.
 struct LoadedFile {
   std::unique_ptr<CSymbol> symbol;  // null when the header did not load
   std::string error;                // why, without the path
@@ -54,6 +57,12 @@ struct RecordScan {
   std::string readError;               // set when a read came up short
 };
 RecordScan ScanRecordTimes(CSymbol& symbol, int records);
+
+// Records at the end of the first `records` whose time is 0, after the last
+// record with another time (all of them when none has one): what an old
+// writer could leave after a power cut. 0 when they cannot be read (the
+// scan reports why).
+int ZeroTimeTail(CSymbol& symbol, int records);
 
 // Times of the first and the last record, when there is one to read.
 std::optional<std::int32_t> RecordTimeAt(CSymbol& symbol, int index);

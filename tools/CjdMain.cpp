@@ -17,14 +17,16 @@ constexpr std::string_view kOptionPrefix = "-";
 
 constexpr char kProgramHelp[] =
     "usage: cjd COMMAND [ARGUMENTS]\n"
-    "Inspects, checks and repairs data files (.cjd).\n"
+    "Inspects, checks and repairs data files (.cjd). info, dump, check and ls\n"
+    "show each file as the module's readers see it: with the changes its data\n"
+    "folder's log (datastore.wal) still holds, touching nothing.\n"
     "\n"
     "commands:\n"
     "  info FILE      every header field and the extent of the records\n"
     "  dump FILE      the records, as a table or as CSV\n"
     "  check FILE     header, whole records, times sorted and unique\n"
     "  ls DATA_DIR    every data file under a folder\n"
-    "  repair FILE    cuts a partial last record\n"
+    "  repair FILE    recovers the log, cuts a partial record and zero-time records\n"
     "\n"
     "'cjd COMMAND --help' describes a command. Exit status: 0 done, 1 a file\n"
     "that cannot be read or a problem found, 2 a bad command line.\n";
@@ -151,7 +153,8 @@ const std::vector<Command>& Commands() {
        "Prints every header field (type, version, D, descriptions, H, views, name,\n"
        "title, period, provider, code, point size), the record size, the offset of\n"
        "the first record, the file size, the whole records, the bytes of a partial\n"
-       "record and whether an interrupted append is pending in FILE.journal.\n",
+       "record, and how many changes the data folder's log still holds for FILE\n"
+       "(shown, not yet in the file) and whether recovery cuts an unfinished append.\n",
        {},
        RunInfoCommand},
       {"dump",
@@ -169,9 +172,10 @@ const std::vector<Command>& Commands() {
       {"check",
        "FILE",
        "usage: cjd check FILE\n"
-       "Checks that the header loads, that no partial record or interrupted append\n"
-       "is left and that every record (numbered from 0) is later than the one\n"
-       "before it. Prints each problem; exit 0 when clean, 1 when not.\n",
+       "Checks FILE as readers see it (with its log's changes): that the header\n"
+       "loads, that no partial record or run of zero-time records ends it and that\n"
+       "every record (numbered from 0) is later than the one before it. Prints each\n"
+       "problem; exit 0 when clean, 1 when not.\n",
        {},
        RunCheckCommand},
       {"ls",
@@ -185,9 +189,12 @@ const std::vector<Command>& Commands() {
       {"repair",
        "FILE",
        "usage: cjd repair FILE\n"
-       "Rolls back an interrupted append and cuts a partial last record. Refuses\n"
-       "(exit 1, file unchanged) a header that does not load and records out of\n"
-       "time order or with repeated times. A clean file is left as it is.\n",
+       "Takes the data folder's lock and recovers its log as the module does at\n"
+       "start (every file of the folder), then cuts a partial last record and the\n"
+       "zero-time records at the end. Refuses (exit 1) while a running module holds\n"
+       "the folder (nothing changed), and a header that does not load or records\n"
+       "out of time order or with repeated times (nothing cut). A clean file is\n"
+       "left as it is.\n",
        {},
        RunRepairCommand},
   };

@@ -28,6 +28,7 @@
 #include "FileSystem.h"
 #include "RecordMerge.h"
 #include "Symbol.h"
+#include "WriteAheadLog.h"
 
 namespace cjdtest {
 
@@ -228,16 +229,29 @@ inline ::testing::AssertionResult SameRecords(Bytes const& actual, Bytes const& 
          << " were expected; record " << (differ.first - actual.begin()) / recordSize << " differs";
 }
 
+// An owner as the data store is one: files change through `log` when given.
 struct TestOwner : SymbolOwner {
-  explicit TestOwner(bool writeEnabled = true, FileSystem* fileSystem = nullptr)
-      : writeEnabled(writeEnabled), fileSystem(fileSystem) {}
+  explicit TestOwner(bool writeEnabled = true, FileSystem* fileSystem = nullptr, WriteAheadLog* log = nullptr)
+      : writeEnabled(writeEnabled), fileSystem(fileSystem), log(log) {}
   bool IsWriteEnabled() const override { return writeEnabled; }
   FileSystem& GetFileSystem() const override {
     return fileSystem != nullptr ? *fileSystem : FileSystem::Default();
   }
+  WriteAheadLog* GetWriteLog() const override { return log; }
   bool writeEnabled;
   FileSystem* fileSystem;
+  WriteAheadLog* log;
 };
+
+// The write-ahead log of `folder`, recovered and ready.
+inline std::unique_ptr<WriteAheadLog> OpenLog(std::string const& folder, FileSystem* fileSystem = nullptr,
+                                              DurabilitySettings settings = {}) {
+  std::unique_ptr<WriteAheadLog> log;
+  const Status status =
+      WriteAheadLog::Open(fileSystem != nullptr ? *fileSystem : FileSystem::Default(), folder, settings, &log);
+  EXPECT_TRUE(status.ok()) << status.ToString();
+  return log;
+}
 
 // A symbol on an existing file, header loaded and file opened; null when the
 // header is refused.

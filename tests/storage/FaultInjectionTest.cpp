@@ -1,5 +1,5 @@
 // Inserting and reading on a file system that fails: every write of an
-// insert in turn, every read in turn, renames, opens and short reads.
+// insert and of a checkpoint in turn, every read in turn, opens and short reads.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -59,33 +59,52 @@ class FaultInjectionTest : public ::testing::Test {
   }
 
   // Inserts with the plan armed; true when a fault was injected.
-  bool InsertWithFaults(CSymbol& symbol, Bytes batch, FaultPlan plan) {
+  bool InsertWithFaults(CSymbol& symbol, Bytes batch, FaultPlan plan, Status* status = nullptr) {
     fileSystem_.Arm(std::move(plan));
-    symbol.InsertData(kBatchCount, batch.data());
+    const Status inserted = symbol.InsertData(static_cast<int>(batch.size() / kRecordSize), batch.data());
+    if (status != nullptr) *status = inserted;
     const bool injected = fileSystem_.faults > 0;
     fileSystem_.Arm({});
     return injected;
   }
 
-  // A rewrite that hits a fault leaves the file as it was, and the symbol
-  // goes on working. False when the plan injected nothing.
-  bool RewriteFailsCleanly(FaultPlan plan) {
+  // An insert that hits the fault happens wholly or not at all: a refused one
+  // says which file failed, and after a checkpoint the file holds what the
+  // symbol showed; the next insert lands right. False when nothing was injected.
+  bool InsertFailsCleanly(Bytes const& batch, FaultPlan plan) {
     std::unique_ptr<CSymbol> symbol = FreshSymbol(kStoredCount);
-    Bytes batch = EarlierBatch();
-    if (!InsertWithFaults(*symbol, batch, std::move(plan))) return false;
-    EXPECT_EQ(cjdtest::ReadFileBytes(path_), initial_);
-    EXPECT_FALSE(cjdtest::HasTemporaryFiles(dir_.path()));
-    EXPECT_THAT(symbol->file()->lastError(), HasSubstr(path_));
-    EXPECT_TRUE(cjdtest::SameRecords(cjdtest::AllRecords(*symbol), stored_, kRecordSize));
-    const Bytes after = cjdtest::MergeByTime(stored_, batch, kRecordSize);
-    symbol->InsertData(kBatchCount, batch.data());
-    EXPECT_TRUE(cjdtest::SameRecords(cjdtest::AllRecords(*symbol), after, kRecordSize));
+    Status status;
+    if (!InsertWithFaults(*symbol, batch, std::move(plan), &status)) return false;
+    const Bytes merged = cjdtest::MergeByTime(stored_, batch, kRecordSize);
+    const Bytes shown = cjdtest::AllRecords(*symbol);
+    EXPECT_TRUE(shown == stored_ || cjdtest::SameRecords(shown, merged, kRecordSize)) << "half an insert";
+    if (shown == stored_) EXPECT_THAT(status.ToString(), HasSubstr(dir_.path().string()));
+    EXPECT_TRUE(log_->Checkpoint().ok());
+    EXPECT_TRUE(cjdtest::SameRecords(cjdtest::RecordsOf(path_), shown, kRecordSize)) << "after a checkpoint";
+    const Bytes second = LaterBatch(1);
+    EXPECT_TRUE(symbol->InsertData(kBatchCount, const_cast<unsigned char*>(second.data())).ok());
+    EXPECT_TRUE(cjdtest::SameRecords(cjdtest::AllRecords(*symbol), cjdtest::MergeByTime(shown, second, kRecordSize),
+                                     kRecordSize));
     return true;
+  }
+
+  // Runs InsertFailsCleanly with each write failing in turn, whole or half done.
+  void FailEachWriteOf(Bytes const& batch) {
+    for (bool writeHalf : {false, true}) {
+      int faultPoint = 1;
+      while (faultPoint <= kMaxFaultPoints) {
+        SCOPED_TRACE("write " + std::to_string(faultPoint) + (writeHalf ? ", half written" : ", nothing written"));
+        if (!InsertFailsCleanly(batch, {.failWrite = faultPoint, .writeHalf = writeHalf})) break;
+        ++faultPoint;
+      }
+      EXPECT_GT(faultPoint, 1) << "an insert makes no write at all";
+    }
   }
 
   cjdtest::ScratchDir dir_;
   cjdtest::FaultyFileSystem fileSystem_;
-  cjdtest::TestOwner owner_{true, &fileSystem_};
+  std::unique_ptr<WriteAheadLog> log_ = cjdtest::OpenLog(dir_.path().string(), &fileSystem_);
+  cjdtest::TestOwner owner_{true, &fileSystem_, log_.get()};
   std::mt19937 rng_{7};
   int files_ = 0;
   std::string path_;
@@ -93,75 +112,51 @@ class FaultInjectionTest : public ::testing::Test {
   Bytes initial_;
 };
 
-// Fails each write of an append in turn: the append happens wholly or not at
-// all, a reopened file agrees with what the symbol showed, and the next append
-// lands right after.
-TEST_F(FaultInjectionTest, AppendThatFailsLeavesStoredRecordsAndTheNextAppendIsCorrect) {
-  for (bool writeHalf : {false, true}) {
-    int faultPoint = 1;
-    for (; faultPoint <= kMaxFaultPoints; ++faultPoint) {
-      SCOPED_TRACE("write " + std::to_string(faultPoint) +
-                   (writeHalf ? ", half written" : ", nothing written"));
-      std::unique_ptr<CSymbol> symbol = FreshSymbol(kStoredCount);
-      const Bytes first = LaterBatch(0);
-      Bytes second = LaterBatch(1);
-      if (!InsertWithFaults(*symbol, first, {.failWrite = faultPoint, .writeHalf = writeHalf})) break;
-      const Bytes afterFault = cjdtest::AllRecords(*symbol);
-      ASSERT_TRUE(afterFault == stored_ || afterFault == cjdtest::Concatenated(stored_, first))
-          << "the append was half done";
-      if (afterFault == stored_) {
-        EXPECT_THAT(symbol->file()->lastError(), HasSubstr(path_));
-      }
-      symbol.reset();
-      EXPECT_TRUE(cjdtest::SameRecords(cjdtest::RecordsOf(path_), afterFault, kRecordSize))
-          << "after a reopen";
-      const Bytes expected = cjdtest::Concatenated(afterFault, second);
-      symbol = cjdtest::OpenSymbol(owner_, path_);
-      symbol->InsertData(kBatchCount, second.data());
-      EXPECT_TRUE(cjdtest::SameRecords(cjdtest::AllRecords(*symbol), expected, kRecordSize));
-    }
-    EXPECT_GT(faultPoint, 1) << "an append makes no write at all";
-  }
+// Appends small enough to wait in the log, appends that go straight into the
+// file, and merges that change stored records.
+TEST_F(FaultInjectionTest, InsertThatFailsLeavesTheStoredRecordsAndTheNextInsertIsCorrect) {
+  FailEachWriteOf(LaterBatch(0));
+  FailEachWriteOf(Records(cjdtest::TimesFrom(kFirstTime + kStoredCount * kTimeStep,
+                                            WriteAheadLog::kDirectAppendBytes / kRecordSize + 1, kTimeStep)));
+  FailEachWriteOf(EarlierBatch());
 }
 
-// Each write, the rename or the temporary file failing.
-TEST_F(FaultInjectionTest, RewriteThatFailsLeavesTheOldFileByteForByte) {
-  for (bool writeHalf : {false, true}) {
-    int faultPoint = 1;
-    while (faultPoint <= kMaxFaultPoints &&
-           RewriteFailsCleanly({.failWrite = faultPoint, .writeHalf = writeHalf}))
-      ++faultPoint;
-    EXPECT_GT(faultPoint, 1) << "a rewrite makes no write at all";
-  }
-  EXPECT_TRUE(RewriteFailsCleanly({.failRename = true}));
-  EXPECT_TRUE(RewriteFailsCleanly({.failOpen = ".tmp"}));
-}
-
-// An append whose journal cannot be opened, and a data file that cannot be
-// opened: refused, the file unchanged.
-TEST_F(FaultInjectionTest, FailedOpensAreRefusedAndTouchNothing) {
+// A checkpoint whose write fails keeps the records pending and visible; the
+// next checkpoint puts them into the file.
+TEST_F(FaultInjectionTest, CheckpointThatFailsKeepsTheRecordsPending) {
   std::unique_ptr<CSymbol> symbol = FreshSymbol(kStoredCount);
-  ASSERT_TRUE(InsertWithFaults(*symbol, LaterBatch(0), {.failOpen = ".journal"}));
-  EXPECT_EQ(cjdtest::ReadFileBytes(path_), initial_);
-  EXPECT_THAT(symbol->file()->lastError(), HasSubstr(path_));
+  Bytes batch = EarlierBatch();
+  ASSERT_TRUE(symbol->InsertData(kBatchCount, batch.data()).ok());
+  const Bytes merged = cjdtest::MergeByTime(stored_, batch, kRecordSize);
+  fileSystem_.Arm({.failWrite = 1});
+  EXPECT_THAT(log_->Checkpoint().ToString(), HasSubstr(path_));
+  fileSystem_.Arm({});
+  EXPECT_TRUE(cjdtest::SameRecords(cjdtest::AllRecords(*symbol), merged, kRecordSize));
+  EXPECT_TRUE(log_->Checkpoint().ok());
+  EXPECT_TRUE(cjdtest::SameRecords(cjdtest::RecordsOf(path_), merged, kRecordSize));
+}
 
+// A data file that cannot be opened: refused with its path, the file unchanged.
+TEST_F(FaultInjectionTest, FailedOpensAreRefusedAndTouchNothing) {
+  FreshSymbol(kStoredCount);
   fileSystem_.Arm({.failOpen = ".cjd"});
   CSymbol closed(&owner_, path_.c_str());
-  EXPECT_EQ(closed.LoadProperties(), 1);
-  closed.Open();
+  Status status;
+  EXPECT_EQ(closed.LoadProperties(&status), 1);
+  EXPECT_THAT(status.ToString(), HasSubstr(path_));
+  EXPECT_FALSE(closed.Open().ok());
   Bytes buffer(kStoredCount * kRecordSize);
   GET_SYMBOL_DATA_REQUEST request = cjdtest::MakeRequest(cjdtest::kModeOldest, kStoredCount, buffer.data());
   EXPECT_EQ(closed.GetData(&request), 0);
   EXPECT_EQ(request.count, 0);
   Bytes batch = LaterBatch(0);
   closed.InsertData(kBatchCount, batch.data());
-  EXPECT_THAT(closed.file()->lastError(), HasSubstr(path_));
+  EXPECT_TRUE(log_->Checkpoint().ok());
   EXPECT_EQ(cjdtest::ReadFileBytes(path_), initial_);
 
   fileSystem_.Arm({.failOpen = ".cjd", .failOpenOfExisting = true});  // never emptied as if it were new
   CSymbol existing(&owner_, path_.c_str());
-  existing.Open();
-  EXPECT_FALSE(existing.file()->IsOpen());
+  EXPECT_FALSE(existing.Open().ok());
   EXPECT_EQ(cjdtest::ReadFileBytes(path_), initial_);
 }
 
@@ -175,6 +170,7 @@ TEST_F(FaultInjectionTest, ShortReadDuringAnInsertNeverDisordersTheFile) {
       const Bytes batch = EarlierBatch();
       const bool injected = InsertWithFaults(*symbol, batch, {.shortRead = faultPoint});
       symbol.reset();
+      ASSERT_TRUE(log_->Checkpoint().ok());
       const Bytes after = cjdtest::RecordsOf(path_);
       EXPECT_TRUE(cjdtest::TimesAscend(after, kRecordSize)) << "records out of order";
       if (after != stored_) {

@@ -14,7 +14,8 @@
 #include <sstream>
 
 #include "CjdTestFiles.h"
-#include "FaultyFileSystem.h"
+#include "FolderLock.h"
+#include "LogRecovery.h"
 #include "RecordCsv.h"
 
 namespace {
@@ -57,29 +58,38 @@ void AppendCandles(std::string const& path, std::vector<std::int32_t> const& tim
   }
 }
 
-// Appends three candles in a process that dies half-way through writing
-// them: the file ends in an interrupted append, one and a half records.
-void DieDuringAppend(std::string const& path) {
+using Batch = std::vector<CCandleDataPoint>;
+
+// `count` candles kStep apart from `first`.
+Batch Candles(std::int32_t first, int count) {
+  Batch batch;
+  for (int i = 0; i < count; ++i) batch.push_back(cjdtest::Candle(first + i * kStep, 5.0f + i));
+  return batch;
+}
+
+// Inserts the batches through the data folder's log in a process that then
+// dies: the log holds their changes, no checkpoint put them into the file.
+void InsertAndDie(QString const& folder, std::string const& path, std::vector<Batch> batches) {
   const pid_t pid = fork();
   if (pid == 0) {
-    cjdtest::FaultyFileSystem fileSystem;
-    cjdtest::TestOwner owner(true, &fileSystem);
+    std::unique_ptr<WriteAheadLog> log;
+    bool done = WriteAheadLog::Open(FileSystem::Default(), folder.toStdString(), {}, &log).ok();
+    cjdtest::TestOwner owner(true, nullptr, log.get());
     std::unique_ptr<CSymbol> symbol = cjdtest::OpenSymbol(owner, path);
-    CCandleDataPoint candles[] = {cjdtest::Candle(kStart + 10 * kStep), cjdtest::Candle(kStart + 11 * kStep),
-                                  cjdtest::Candle(kStart + 12 * kStep)};
-    constexpr int kRecordsWrite = 2;  // an append writes its journal entry, then its records
-    fileSystem.Arm({.failWrite = kRecordsWrite, .writeHalf = true, .dieAtWrite = true});
-    if (symbol != nullptr) symbol->InsertData(3, reinterpret_cast<unsigned char*>(candles));
-    _exit(EXIT_SUCCESS);
+    for (Batch& batch : batches) {
+      done = done && symbol->InsertData(int(batch.size()), reinterpret_cast<unsigned char*>(batch.data())).ok();
+    }
+    _exit(done ? EXIT_SUCCESS : EXIT_FAILURE);
   }
   int status = 0;
   waitpid(pid, &status, 0);
-  ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == cjdtest::kDiedAtWrite) << "status " << status;
+  ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == EXIT_SUCCESS) << "status " << status;
 }
 
 class CjdTest : public ::testing::Test {
  protected:
   QString data() const { return dir.path() + "/data"; }
+  std::string logPath() const { return (data() + "/" + wal::kLogFileName).toStdString(); }
 
   // A symbol of the given period with one description and kRecords records
   // kStep apart.
@@ -161,12 +171,17 @@ TEST_F(CjdTest, DumpPrintsTheRecordsAsATableOrTheCsvOfTheHost) {
 }
 
 // What info and check report of each damage, and what repair makes of it: a
-// repaired file is the clean file again, a refused one is left as it was.
+// repaired file is the clean file again, a refused one is left as it was;
+// info and check change nothing.
 TEST_F(CjdTest, CheckReportsAndRepairMendsOrRefuses) {
   const std::string path = MakeCandles();
   const Bytes clean = cjdtest::ReadFileBytes(path);
   const Bytes partial(10, 1);
-  const std::string readers = std::to_string(clean.size());
+  const std::string cleanSize = std::to_string(clean.size());
+  // An append large enough to go straight into the file, its last byte then
+  // changed: its checksum in the log no longer holds.
+  const int directRecords = int(WriteAheadLog::kDirectAppendBytes / sizeof(CCandleDataPoint)) + 1;
+  const std::string directBytes = std::to_string(directRecords * sizeof(CCandleDataPoint));
   const struct {
     const char* what;
     std::function<void()> damage;
@@ -175,18 +190,32 @@ TEST_F(CjdTest, CheckReportsAndRepairMendsOrRefuses) {
     int repairStatus;
     std::string repair;  // a part of its output (of the errors when it refuses)
   } cases[] = {
-      {"clean", [] {}, "whole records: 3\npartial record bytes: 0\nappend journal: none pending\n",
+      {"clean", [] {}, "file size: " + cleanSize + "\nwhole records: 3\npartial record bytes: 0\nlog: none pending\n",
        "clean: 3 records\n", 0, "nothing to repair: 3 whole records\n"},
       {"partial record", [&] { Append(path, partial); }, "whole records: 3\npartial record bytes: 10\n",
        "10 bytes of a partial record at the end\n1 problem\n", 0,
        "cut 10 bytes of a partial record\n3 whole records remain\n"},
-      {"interrupted append", [&] { DieDuringAppend(path); },
-       "whole records: 3\npartial record bytes: 0\n"
-       "append journal: an interrupted append is pending; readers see the first " + readers + " bytes",
-       "an interrupted append is pending: the file is " +
-           std::to_string(clean.size() + 3 * sizeof(CCandleDataPoint) / 2) + " bytes, readers see " + readers +
-           "\n1 problem\n",
-       0, "rolled back an interrupted append\n3 whole records remain\n"},
+      {"unfinished append in the log",
+       [&] {
+         InsertAndDie(data(), path, {Candles(kStart + 3 * kStep, directRecords)});
+         Bytes bytes = cjdtest::ReadFileBytes(path);
+         bytes.back() ^= 1;
+         cjdtest::WriteFileBytes(path, bytes);
+       },
+       " on disk, " + cleanSize + " as readers see it\nwhole records: 3\npartial record bytes: 0\nlog: the " +
+           directBytes + " bytes after byte " + cleanSize + " are an unfinished append; recovery cuts them\n",
+       "clean: 3 records\n", 0,
+       "log: recovered 1 file of the data folder: 1 file cut back after an unfinished append\n"
+       "3 whole records remain\n"},
+      {"zero-time records and a partial record",
+       [&] {
+         Append(path, Bytes(sizeof(CCandleDataPoint), 0));
+         AppendCandles(path, {0});
+         Append(path, partial);
+       },
+       "whole records: 5\npartial record bytes: 10\n",
+       "10 bytes of a partial record at the end\n2 zero-time records at the end\n2 problems\n", 0,
+       "cut 10 bytes of a partial record\nremoved 2 zero-time records at the end\n3 whole records remain\n"},
       {"out of order and a partial record",
        [&] {
          AppendCandles(path, {kStart + kStep, kStart + 10 * kStep, kStart});
@@ -199,7 +228,10 @@ TEST_F(CjdTest, CheckReportsAndRepairMendsOrRefuses) {
        "3 problems\n",
        1,
        "cannot repair: record times out of order (record 3: time 1704164945 is not after 1704165245; 2 in all); "
-       "the file is unchanged\n"},
+       "nothing was cut\n"},
+      {"zero time before the end", [&] { AppendCandles(path, {0, kStart + 10 * kStep}); }, "whole records: 5\n",
+       "record 3: time 0 is not after 1704165245\n1 problem\n", 1,
+       "cannot repair: record times out of order (record 3: time 0 is not after 1704165245; 1 in all)"},
       {"repeated time", [&] { AppendCandles(path, {kStart + 2 * kStep}); }, "whole records: 4\n",
        "record 3: time 1704165245 repeats the time of record 2\n1 problem\n", 1,
        "cannot repair: record times out of order (record 3: time 1704165245 repeats the time of record 2; 1 in all)"},
@@ -209,16 +241,16 @@ TEST_F(CjdTest, CheckReportsAndRepairMendsOrRefuses) {
          bytes[cjd::kDescriptionAreaOffsetField] = 0xff;
          cjdtest::WriteFileBytes(path, bytes);
        },
-       "damaged header", "header does not load: damaged header\n", 1, "header does not load"},
+       "the header is damaged", "header does not load: the header is damaged\n", 1, "header does not load"},
       {"another kind of file", [&] { cjdtest::WriteFileBytes(path, Bytes(4000, 'x')); },
-       "not a data file of this version", "header does not load: not a data file of this version\n", 1,
-       "header does not load"},
-      {"no file", [&] { std::filesystem::remove(path); }, path + ": cannot open",
-       "header does not load: cannot open (open " + path + ": No such file or directory)\n", 1,
-       "header does not load"},
+       "not a data file of this type and version",
+       "header does not load: not a data file of this type and version\n", 1, "header does not load"},
+      {"no file", [&] { std::filesystem::remove(path); }, path + ": No such file or directory",
+       "header does not load: No such file or directory\n", 1, "header does not load"},
   };
   for (auto const& c : cases) {
     SCOPED_TRACE(c.what);
+    std::filesystem::remove(logPath());
     cjdtest::WriteFileBytes(path, clean);
     c.damage();
     const Bytes damaged = cjdtest::ReadFileBytes(path);
@@ -232,11 +264,57 @@ TEST_F(CjdTest, CheckReportsAndRepairMendsOrRefuses) {
     const Outcome check = Cjd("check", path);
     EXPECT_EQ(check.status, c.check.starts_with("clean:") ? 0 : 1);
     EXPECT_EQ(check.out, c.check);
+    EXPECT_EQ(cjdtest::ReadFileBytes(path), damaged);
     const Outcome repair = Cjd("repair", path);
     EXPECT_EQ(repair.status, c.repairStatus);
     EXPECT_THAT(c.repairStatus == 0 ? repair.out : repair.err, HasSubstr(c.repair));
     EXPECT_EQ(cjdtest::ReadFileBytes(path), c.repairStatus == 0 ? clean : damaged);
   }
+}
+
+// Inserts the log still holds: shown by info, dump and check without a byte
+// of the file or the log changed; repair applies them unless a running
+// module holds the folder, and leaves the log empty.
+TEST_F(CjdTest, ShowsTheChangesOfTheLogAndRepairAppliesThem) {
+  const std::string path = MakeCandles();
+  const Bytes file = cjdtest::ReadFileBytes(path);
+  const Batch appended = Candles(kStart + 3 * kStep, 1), replaced = Candles(kStart + kStep, 1);
+  InsertAndDie(data(), path, {appended, replaced});
+  const Bytes log = cjdtest::ReadFileBytes(logPath());
+  const Batch shown = {candles[0], replaced[0], candles[2], appended[0]};
+  std::ostringstream csv;
+  WriteCsv(csv, LayoutOf({'I', 5, 0}), reinterpret_cast<const unsigned char*>(shown.data()), shown.size());
+  const std::string onDisk = std::to_string(file.size());
+  const std::string readers = std::to_string(file.size() + sizeof(CCandleDataPoint));
+  EXPECT_THAT(Cjd("info", path).out, HasSubstr("file size: " + onDisk + " on disk, " + readers +
+                                              " as readers see it\nwhole records: 4\npartial record bytes: 0\n"
+                                              "log: 2 changes not yet in the file are shown\n"));
+  EXPECT_EQ(Cjd({"dump", QString::fromStdString(path), "--csv"}).out, csv.str());
+  EXPECT_EQ(Cjd("check", path).out, "clean: 4 records\n");
+  EXPECT_THAT(Cjd({"ls", data()}).out, HasSubstr("EURUSD  4        2024-01-02T03:04:05Z  2024-01-02T03:19:05Z\n"));
+  EXPECT_EQ(cjdtest::ReadFileBytes(path), file);
+  EXPECT_EQ(cjdtest::ReadFileBytes(logPath()), log);
+  EXPECT_FALSE(std::filesystem::exists((data() + "/" + FolderLock::kLockFileName).toStdString()));
+
+  std::unique_ptr<FolderLock> lock;
+  ASSERT_TRUE(FolderLock::Acquire(data().toStdString(), &lock).ok());
+  const Outcome refused = Cjd("repair", path);
+  EXPECT_EQ(refused.status, 1);
+  EXPECT_THAT(refused.err, HasSubstr("a running module holds the data folder"));
+  EXPECT_EQ(cjdtest::ReadFileBytes(path), file);
+  EXPECT_EQ(cjdtest::ReadFileBytes(logPath()), log);
+  lock.reset();
+
+  const Outcome repair = Cjd("repair", path);
+  EXPECT_EQ(repair.status, 0);
+  EXPECT_EQ(repair.out, "log: recovered 1 file of the data folder: 2 frames replayed\n4 whole records remain\n");
+  EXPECT_THAT(Cjd("info", path).out, HasSubstr("file size: " + readers + "\nwhole records: 4\n"));
+  EXPECT_EQ(Cjd({"dump", QString::fromStdString(path), "--csv"}).out, csv.str());
+  std::unique_ptr<RandomAccessFile> logFile;
+  wal::LogContents contents;
+  ASSERT_TRUE(FileSystem::Default().Open(logPath(), OpenMode::ReadOnly, &logFile).ok());
+  ASSERT_TRUE(wal::ReadLog(*logFile, &contents).ok());
+  EXPECT_TRUE(contents.frames.empty());
 }
 
 // Every provider folder, with files that do not load and the reason.
@@ -252,7 +330,7 @@ TEST_F(CjdTest, ListsEveryFileOfADataFolder) {
             "provider  name                   period  code    records  first                 last\n"
             "Demo      EURUSD                 I5      EURUSD  3        2024-01-02T03:04:05Z  2024-01-02T03:14:05Z\n"
             "Other     Gold                   D       Gold    3        2024-01-02T03:04:05Z  2024-01-02T03:14:05Z\n"
-            "deep      Other/deep/broken.cjd  does not load: truncated header\n");
+            "deep      Other/deep/broken.cjd  does not load: the file is shorter than a header\n");
   EXPECT_EQ(Cjd({"ls", dir.path() + "/none"}).status, 1);
 }
 
