@@ -177,6 +177,7 @@ void CDataStoreModule::OpenWriteLog() {
   const std::string folder = qDataPath.toLocal8Bit().toStdString();
   if (writeLog_ && writeLog_->folder() == folder) return;
   CloseWriteLog();
+  if (logView_) fileSystem_ = &logView_->disk();  // symbols opened through the view keep it
   if (!writeEnabled_) return;
   MakePath(qDataPath);
   Status status = FolderLock::Acquire(folder, &folderLock_);
@@ -186,6 +187,12 @@ void CDataStoreModule::OpenWriteLog() {
     DsLog(QStringLiteral("The data folder is read-only for this instance: %1")
               .arg(QString::fromLocal8Bit(status.ToString().c_str())),
           MESS_CRITICAL);
+    // A recovery cut short leaves files half replayed: they are read as the
+    // log will make them, until a writer's recovery finishes.
+    if (folderLock_) {
+      logView_ = std::make_unique<LoggedFileSystem>(*fileSystem_);
+      fileSystem_ = logView_.get();
+    }
     folderLock_.reset();
     writeEnabled_ = false;
     return;

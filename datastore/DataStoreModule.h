@@ -44,6 +44,7 @@
 #include "MessLog.h"
 #include "Module.h"
 #include "FolderLock.h"
+#include "LogView.h"
 #include "Symbol.h"
 #include "WriteAheadLog.h"
 
@@ -166,6 +167,7 @@ class CDataStoreModule : public CModule, public SymbolOwner, public ImportTarget
   DurabilitySettings durability_;                       // "Durability", "SyncInterval"
   std::unique_ptr<FolderLock> folderLock_;              // held while this instance writes the data folder
   std::unique_ptr<WriteAheadLog> writeLog_;             // the data folder's log; null while not its writer
+  std::unique_ptr<LoggedFileSystem> logView_;           // reads after a recovery that could not finish
 };
 
 extern CDataStoreModule* pDSModule;   // the one module object

@@ -71,10 +71,21 @@ int CDataStoreModule::GetSymbolDataCountSend(GET_SYMBOL_DATA_REQUEST* request) {
 
 int CDataStoreModule::InsertSymbolDataSend(INSERT_SYMBOL_DATA_REQUEST* request) {
   LogMessage("InsertSymbolDataSend");
-  std::lock_guard<std::mutex> lock(dataMutex());
-  LogStatus(SymbolOf(request->handle)->InsertData(request->number, reinterpret_cast<unsigned char*>(request->data)));
-  CommitInserts();
-  CheckpointIfDue();
+  bool started = false;
+  {
+    std::lock_guard<std::mutex> lock(dataMutex());
+    const bool pending = writeLog_ && writeLog_->HasUnapplied();
+    LogStatus(SymbolOf(request->handle)->InsertData(request->number, reinterpret_cast<unsigned char*>(request->data)));
+    CommitInserts();
+    CheckpointIfDue();
+    started = writeLog_ && !pending && writeLog_->HasUnapplied();
+  }
+  // The worker times the checkpoint of the interval this insert started.
+  if (started) {
+    std::lock_guard<std::mutex> lock(sync_->queueMutex);
+    sync_->checkpointDue = true;
+    sync_->requestCondition.notify_all();
+  }
   return 0;
 }
 
@@ -138,13 +149,16 @@ void CDataStoreModule::RequestsThread() {
     const auto untilDue = UntilCheckpointDue();
     {
       std::unique_lock<std::mutex> lock(sync_->queueMutex);
-      auto ready = [this] { return sync_->stopRequested || getCount_ != 0 || insertCount_ != 0; };
+      auto ready = [this] {
+        return sync_->stopRequested || sync_->checkpointDue || getCount_ != 0 || insertCount_ != 0;
+      };
       if (untilDue == std::chrono::steady_clock::duration::max()) {
         sync_->requestCondition.wait(lock, ready);
       } else {
         sync_->requestCondition.wait_for(lock, untilDue, ready);
       }
       if (sync_->stopRequested) return;
+      sync_->checkpointDue = false;
     }
     while (GET_SYMBOL_DATA_REQUEST* copy = TakeFirst(getQueue_, getCount_)) Serve(copy);
     std::vector<INSERT_SYMBOL_DATA_REQUEST*> served;

@@ -11,9 +11,10 @@
 
 struct CDataStoreModule::WorkerSync {
   std::mutex dataMutex;                        // serialises every access to a symbol
-  std::mutex queueMutex;                       // guards both queues, both counts, stopRequested
+  std::mutex queueMutex;                       // guards both queues, both counts, the flags
   std::condition_variable requestCondition;    // wakes the worker
   bool stopRequested = false;                  // the worker leaves its loop
+  bool checkpointDue = false;                  // a synchronous insert started the log's interval
 };
 
 #endif  // DATASTORE_DATASTORE_WORKERSYNC_H_

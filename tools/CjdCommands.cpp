@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "CjdFile.h"
-#include "CjdLogView.h"
+#include "LogView.h"
 #include "FileFormat.h"
 #include "FolderLock.h"
 #include "RecordCsv.h"

@@ -1,4 +1,4 @@
-// CjdLogView.h: data files as readers of the module see them: the bytes on
+// LogView.h: data files as the writer's recovery will leave them: the bytes on
 // disk with the changes their data folder's write-ahead log still holds,
 // carried out as recovery would carry them out (LogRecovery.h): the write
 // frames put over the disk bytes in log order, then the file cut back to its
@@ -7,14 +7,18 @@
 // The data folder of a file is the nearest folder, from the file's own up,
 // that holds "datastore.wal"; its frames name files relative to it.
 //
+// The cjd tool shows files through it, and a data store whose recovery could
+// not finish (a full disk) reads through it rather than serve half-replayed
+// files.
+//
 // Guarantees: read-only. Nothing on disk is written, created, cut or locked;
 // every write through the view is refused. Each log is read once, when a
-// file of its folder is first opened.
+// file of its folder is first opened, so the view suits a log nobody writes.
 // REQUIRES: the file system outlives the files it opens.
 // Thread-safety: none.
 
-#ifndef DATASTORE_TOOLS_CJDLOGVIEW_H_
-#define DATASTORE_TOOLS_CJDLOGVIEW_H_
+#ifndef DATASTORE_STORAGE_LOGVIEW_H_
+#define DATASTORE_STORAGE_LOGVIEW_H_
 
 #include <cstdint>
 #include <map>
@@ -48,6 +52,8 @@ class LoggedFileSystem : public FileSystem {
   Status SyncDirectory(std::string const& path) override;
   bool Exists(std::string const& path) override;
 
+  FileSystem& disk() const { return disk_; }
+
   // What the log changes in the file at path (nothing when it names it not).
   Status ChangesOf(std::string const& path, LoggedChanges* changes);
 
@@ -66,4 +72,4 @@ class LoggedFileSystem : public FileSystem {
   std::map<std::string, std::unique_ptr<FolderLog>> logs_;   // by data folder
 };
 
-#endif  // DATASTORE_TOOLS_CJDLOGVIEW_H_
+#endif  // DATASTORE_STORAGE_LOGVIEW_H_

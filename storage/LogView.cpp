@@ -1,4 +1,4 @@
-#include "CjdLogView.h"
+#include "LogView.h"
 
 #include <algorithm>
 #include <cstring>
@@ -6,7 +6,7 @@
 
 namespace {
 
-constexpr char kReadOnly[] = "cjd only reads through the log";
+constexpr char kReadOnly[] = "the view of the log only reads";
 
 Status ReadOnly(std::string operation, std::string const& path) {
   return Status::Error(std::move(operation), path, kReadOnly);
