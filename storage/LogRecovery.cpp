@@ -78,7 +78,7 @@ void Vouch(FileWalk& walk, std::uint64_t size) {
 // An extent below a later intent was synced before that intent was logged:
 // it stands even where later writes of the file have changed its bytes.
 bool AppendStands(FileWalk& walk, Frame const& done) {
-  if (!walk.soundUpTo || done.offset > *walk.soundUpTo) return false;
+  if (!walk.soundUpTo || done.offset > *walk.soundUpTo || walk.file == nullptr) return false;
   return done.offset + done.length <= walk.vouchedUpTo || ExtentHolds(walk.file.get(), done);
 }
 

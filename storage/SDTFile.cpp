@@ -46,20 +46,26 @@ Status CSDTFile::Open(bool readOnly) {
   readOnly_ = readOnly;
   created_ = false;
   position_ = 0;
+  logKey_ = log_ != nullptr ? log_->RelativePath(path_) : std::string();
+  changesSeen_ = log_ != nullptr ? log_->ChangeCount(logKey_) : 0;
   Status status = fileSystem_->Open(path_, readOnly ? OpenMode::ReadOnly : OpenMode::ReadWrite, &file_);
   // Only a missing file is made: one that exists but would not open (no
   // permission, no descriptor left) is never emptied.
-  if (!status.ok() && !readOnly && !fileSystem_->Exists(path_)) {
-    status = fileSystem_->Open(path_, OpenMode::CreateNew, &file_);
-    created_ = status.ok();
-  }
-  if (!status.ok()) {
-    file_.reset();
-    return status;
-  }
-  logKey_ = log_ != nullptr ? log_->RelativePath(path_) : std::string();
-  changesSeen_ = log_ != nullptr ? log_->ChangeCount(logKey_) : 0;
-  return Status();
+  if (!status.ok() && !readOnly && !fileSystem_->Exists(path_)) status = CreateWithHeader();
+  if (!status.ok()) file_.reset();
+  return status;
+}
+
+// With a log, the header's frame is durable before the file exists, so
+// recovery can always give a new file its header.
+Status CSDTFile::CreateWithHeader() {
+  const std::vector<unsigned char> header = log_ != nullptr ? EncodeHeader() : std::vector<unsigned char>();
+  Status status = log_ != nullptr ? log_->LogHeader(logKey_, header.data(), header.size()) : Status();
+  if (status.ok()) status = fileSystem_->Open(path_, OpenMode::CreateNew, &file_);
+  if (status.ok() && log_ != nullptr) status = file_->WriteAt(0, header.data(), header.size());
+  if (status.ok() && log_ != nullptr) log_->NoteHeaderWritten(logKey_, path_, true);
+  created_ = status.ok();
+  return status;
 }
 
 void CSDTFile::Close() {

@@ -123,6 +123,7 @@ class CSDTFile {
   };
   void NoteWritten(WrittenBytes const& write, std::int64_t sizeBefore, std::int64_t sizeAfter);
   std::vector<unsigned char> EncodeHeader();
+  Status CreateWithHeader();
   Status WriteHeader();
   Status TakeStoredRecordArea();
 

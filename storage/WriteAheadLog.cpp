@@ -215,8 +215,8 @@ Status WriteAheadLog::ProbeWritable(RandomAccessFile& file, std::uint64_t offset
   return status;
 }
 
-// The tail runs from the lowest pending offset to the file's end. A write
-// below it takes the file's bytes between the two.
+// The tail runs from the lowest pending offset to the end of the highest
+// pending write. A write apart from it takes the file's bytes between them.
 void WriteAheadLog::MergeIntoTail(FileState& state, RandomAccessFile& file, std::uint64_t offset, const void* data,
                                   std::size_t n) {
   const auto* bytes = static_cast<const unsigned char*>(data);
@@ -224,7 +224,12 @@ void WriteAheadLog::MergeIntoTail(FileState& state, RandomAccessFile& file, std:
   pendingBytes_ -= tail.bytes.size();
   if (offset >= tail.offset) {
     const std::size_t at = static_cast<std::size_t>(offset - tail.offset);
-    if (tail.bytes.size() < at + n) tail.bytes.resize(at + n);
+    const std::size_t held = tail.bytes.size();
+    if (held < at + n) tail.bytes.resize(at + n);
+    if (held < at) {
+      std::size_t got = 0;
+      file.ReadAt(tail.offset + held, tail.bytes.data() + held, at - held, &got);  // a hole reads as zeros
+    }
     std::memcpy(tail.bytes.data() + at, bytes, n);
   } else {
     std::vector<unsigned char> merged(bytes, bytes + n);
@@ -285,25 +290,44 @@ Status WriteAheadLog::AppendDirect(FileState& state, std::string const& key, Ran
 
 Status WriteAheadLog::WriteHeader(std::string const& key, RandomAccessFile& file, const void* data, std::size_t n,
                                   bool created) {
-  if (key.empty()) return Status::Error("log the header of", file.path(), "the file lies outside the data folder");
+  Status status = LogHeader(key, data, n);
+  if (status.ok()) status = file.WriteAt(0, data, n);
+  if (status.ok()) NoteHeaderWritten(key, file.path(), created);
+  return status;
+}
+
+Status WriteAheadLog::LogHeader(std::string const& key, const void* data, std::size_t n) {
+  if (key.empty()) return Status::Error("log a header", folder_, "the file lies outside the data folder");
   wal::Frame frame;
   frame.kind = wal::FrameKind::Write;
   frame.path = key;
   frame.length = n;
   Status status = AppendFrame(frame, data, n);
   if (status.ok() && Syncs()) status = SyncLog();
-  if (status.ok()) status = file.WriteAt(0, data, n);
-  if (!status.ok()) return status;
-  FileState& state = files_[key];
-  if (created) newFolders_.insert(DirectoryOf(file.path()));
-  NoteChange(state);
-  return Status();
+  return status;
 }
 
+void WriteAheadLog::NoteHeaderWritten(std::string const& key, std::string const& path, bool created) {
+  if (created) newFolders_.insert(DirectoryOf(path));
+  NoteChange(files_[key]);
+}
+
+// Folders that gained a file are synced first: an intent may vouch for an
+// append to a new file only once the file is sure to exist.
 Status WriteAheadLog::Commit() {
   if (settings_.level < DurabilitySettings::kEveryInsert) return Status();
-  Status status = VouchDirectAppends();
+  Status status = SyncNewFolders();
+  if (status.ok()) status = VouchDirectAppends();
   return status.ok() ? SyncLog() : status;
+}
+
+Status WriteAheadLog::SyncNewFolders() {
+  for (std::string const& folder : newFolders_) {
+    Status status = fileSystem_.SyncDirectory(folder);
+    if (!status.ok()) return status;
+  }
+  newFolders_.clear();
+  return Status();
 }
 
 // Syncs the files that had direct appends and logs an intent for each up to
@@ -334,7 +358,8 @@ Status WriteAheadLog::VouchDirectAppends() {
 // back loses the tail, which no longer fits it. Either is reported.
 Status WriteAheadLog::Checkpoint() {
   if (!unapplied_) return Status();
-  Status status = VouchDirectAppends();
+  Status status = Syncs() ? SyncNewFolders() : Status();
+  if (status.ok()) status = VouchDirectAppends();
   if (status.ok() && Syncs()) status = SyncLog();
   if (!status.ok()) return status;
   Status firstFailure;
@@ -401,11 +426,7 @@ Status WriteAheadLog::SyncWritten() {
     if (status.ok()) status = file->Sync();
     if (!status.ok()) return status;
   }
-  for (std::string const& folder : newFolders_) {
-    Status status = fileSystem_.SyncDirectory(folder);
-    if (!status.ok()) return status;
-  }
-  return Status();
+  return SyncNewFolders();
 }
 
 Status WriteAheadLog::CheckpointIfDue() {

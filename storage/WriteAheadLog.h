@@ -21,7 +21,8 @@
 //     (Commit, a checkpoint, recovery), a new intent vouches for them, so they
 //     stand even after later writes have changed their bytes;
 //   - a header is a write frame, synced with Durability 1 and 2 before the
-//     header goes into the file (a new file is then never left without one).
+//     header goes into the file, and before a new file is made (so a new
+//     file is never left without one).
 //
 // Checkpoint (a sync point), in this order:
 //   1. sync the files with direct appends, log an intent for each, sync the
@@ -133,6 +134,10 @@ class WriteAheadLog {
   Status Append(std::string const& key, RandomAccessFile& file, std::uint64_t offset, const void* data, std::size_t n);
   // Writes a header at offset 0 of the file (`created`: the file is new).
   Status WriteHeader(std::string const& key, RandomAccessFile& file, const void* data, std::size_t n, bool created);
+  // The same in two steps, for a file that does not exist yet: the header's
+  // frame (synced), then, once the file is made and the header in it, a note.
+  Status LogHeader(std::string const& key, const void* data, std::size_t n);
+  void NoteHeaderWritten(std::string const& key, std::string const& path, bool created);
 
   Status Commit();
   Status Checkpoint();
@@ -174,6 +179,7 @@ class WriteAheadLog {
   Status ApplyTail(std::string const& key, FileState& state);
   Status RelogTail(std::string const& key, FileState& state);
   Status SyncWritten();
+  Status SyncNewFolders();
 
   FileSystem& fileSystem_;                 // where the folder lives
   const std::string folder_;               // the data folder

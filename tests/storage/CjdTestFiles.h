@@ -46,12 +46,6 @@ struct ScratchDir {
   QTemporaryDir dir;
 };
 
-// A temporary file of a rewrite left behind.
-inline bool HasTemporaryFiles(std::filesystem::path const& folder) {
-  return std::any_of(std::filesystem::directory_iterator(folder), {},
-                     [](auto const& entry) { return entry.path().extension() == ".tmp"; });
-}
-
 inline Bytes ReadFileBytes(std::string const& path) {
   std::ifstream in(path, std::ios::binary);
   return Bytes(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());

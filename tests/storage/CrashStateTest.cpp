@@ -444,6 +444,8 @@ struct Scenario {
   int level;  // DurabilitySettings::level
 };
 
+void PrintTo(Scenario const& scenario, std::ostream* out) { *out << scenario.name << " \"" << scenario.steps << '"'; }
+
 class CrashStateTest : public ::testing::TestWithParam<Scenario> {};
 
 TEST_P(CrashStateTest, EveryStateRecoversToAPrefixOfTheInserts) {
