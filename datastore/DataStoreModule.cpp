@@ -175,8 +175,15 @@ void CDataStoreModule::ReadConfiguration(QString const& configPath) {
 // recovers the folder's log and keeps it. Any other reads only.
 void CDataStoreModule::OpenWriteLog() {
   const std::string folder = qDataPath.toLocal8Bit().toStdString();
-  if (writeLog_ && writeLog_->folder() == folder) return;
-  CloseWriteLog();
+  // The symbols of the module's life keep the log they were opened with.
+  if (writeLog_) {
+    if (writeLog_->folder() != folder) {
+      DsLog(QStringLiteral("The data folder is now %1; this instance writes only %2 until it is loaded again")
+                .arg(qDataPath, QString::fromLocal8Bit(writeLog_->folder().c_str())),
+            MESS_CRITICAL);
+    }
+    return;
+  }
   if (logView_) fileSystem_ = &logView_->disk();  // symbols opened through the view keep it
   if (!writeEnabled_) return;
   MakePath(qDataPath);
