@@ -130,8 +130,8 @@ TEST_F(DataStoreRegistryTest, SymbolsStoredBeforeStartUpAreRegisteredFromTheirFi
 
 // A stored symbol is registered under the provider folder exactly as the
 // module spells it: another spelling of the same folder is another key, and
-// two keys of one file see each other's writes, a rewrite of earlier records
-// (a rename of a new file over the old one) included.
+// two keys of one file see each other's writes, an insert before the stored
+// records (a change the log holds until its checkpoint) included.
 TEST_F(DataStoreRegistryTest, TwoSpellingsOfTheProviderFolderAreTwoKeysOfOneFile) {
   restart();
   insert(open(SymbolParams{}), Series(3));

@@ -272,9 +272,8 @@ inline Bytes AllRecords(CSymbol& symbol) {
   return out;
 }
 
-// The records as a fresh symbol reads them: a writable one applies a pending
-// rollback first, one with writes disabled never does. Empty when the header
-// is refused.
+// The records as a fresh symbol reads them from the file. Empty when the
+// header is refused.
 inline Bytes RecordsOf(std::string const& path, bool writeEnabled = true) {
   TestOwner owner(writeEnabled);
   std::unique_ptr<CSymbol> symbol = OpenSymbol(owner, path);
