@@ -1,5 +1,6 @@
 #include "LogFormat.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "Checksum.h"
@@ -56,6 +57,14 @@ std::uint64_t EncodeFrame(Frame const& frame, const void* payload, std::size_t p
   checksum = Checksum64(payload, payloadSize, checksum);
   Put<std::uint64_t>(header + kFrameChecksumOffset, checksum);
   return checksum;
+}
+
+std::uint64_t ExtentChecksum(const void* data, std::size_t size, std::uint64_t seed) {
+  const auto* bytes = static_cast<const unsigned char*>(data);
+  for (std::size_t done = 0; done < size; done += kExtentPieceBytes) {
+    seed = Checksum64(bytes + done, std::min(kExtentPieceBytes, size - done), seed);
+  }
+  return seed;
 }
 
 bool IsSafeRelativePath(std::string const& path) {

@@ -17,7 +17,7 @@
 //   8       8     offset, u64: write: where the payload goes; intent: the
 //                 size the file is known good up to; done: where the extent starts
 //   16      8     length, u64: write: payload bytes; intent: 0; done: extent bytes
-//   24      8     extent checksum, u64: done: Checksum64 (seed 0) of the extent's
+//   24      8     extent checksum, u64: done: ExtentChecksum of the extent's
 //                 bytes as the data file holds them; otherwise 0
 //   32      8     frame checksum, u64: Checksum64 of bytes 0 to 31, then of the
 //                 path, then of the payload, each seeded with the result before;
@@ -83,6 +83,12 @@ std::optional<std::uint64_t> DecodeHeader(const unsigned char* bytes);
 // Appends the frame's bytes to out, chained to `previous`; returns its checksum.
 std::uint64_t EncodeFrame(Frame const& frame, const void* payload, std::size_t payloadSize,
                           std::uint64_t previous, std::vector<unsigned char>& out);
+
+// The checksum of an appended extent: Checksum64 of its bytes in pieces of
+// kExtentPieceBytes, each seeded with the result of the piece before (0 for
+// the first), so that it can be checked a piece at a time.
+constexpr std::size_t kExtentPieceBytes = 1 << 20;
+std::uint64_t ExtentChecksum(const void* data, std::size_t size, std::uint64_t seed = 0);
 
 // True for a relative path of non-empty parts none of which is "." or "..".
 bool IsSafeRelativePath(std::string const& path);

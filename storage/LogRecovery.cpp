@@ -3,6 +3,7 @@
 #include <cstring>
 #include <map>
 #include <memory>
+#include <new>
 
 #include "Checksum.h"
 
@@ -38,7 +39,11 @@ std::optional<Frame> ReadFrame(RandomAccessFile& log, std::uint64_t at, std::uin
   const std::uint64_t left = logSize - at - kFrameHeaderBytes;
   if (pathBytes > left || payloadBytes > left - pathBytes) return std::nullopt;
   frame.path.resize(pathBytes);
-  frame.payload.resize(static_cast<std::size_t>(payloadBytes));
+  try {
+    frame.payload.resize(static_cast<std::size_t>(payloadBytes));
+  } catch (std::bad_alloc const&) {
+    return std::nullopt;  // more than memory holds: the log ends here
+  }
   if (!log.ReadExactly(at + kFrameHeaderBytes, frame.path.data(), pathBytes).ok()) return std::nullopt;
   if (payloadBytes > 0 &&
       !log.ReadExactly(at + kFrameHeaderBytes + pathBytes, frame.payload.data(), frame.payload.size()).ok()) {
@@ -57,13 +62,19 @@ bool ExtentHolds(RandomAccessFile* file, Frame const& done) {
   std::uint64_t size = 0;
   if (file == nullptr || !file->Size(&size).ok()) return false;
   if (done.offset > size || done.length > size - done.offset) return false;
-  std::vector<unsigned char> bytes(static_cast<std::size_t>(done.length));
-  return file->ReadExactly(done.offset, bytes.data(), bytes.size()).ok() &&
-         Checksum64(bytes.data(), bytes.size(), 0) == done.extentChecksum;
+  std::vector<unsigned char> piece(std::min<std::uint64_t>(done.length, kExtentPieceBytes));
+  std::uint64_t sum = 0;
+  for (std::uint64_t at = 0; at < done.length; at += piece.size()) {
+    const std::size_t n = static_cast<std::size_t>(std::min<std::uint64_t>(piece.size(), done.length - at));
+    if (!file->ReadExactly(done.offset + at, piece.data(), n).ok()) return false;
+    sum = ExtentChecksum(piece.data(), n, sum);
+  }
+  return sum == done.extentChecksum;
 }
 
 struct FileWalk {
   FilePlan plan;                             // what is decided so far
+  std::uint64_t reach = 0;                   // the file's size so far: on disk, then grown by its frames
   std::optional<std::uint64_t> soundUpTo;    // after an intent: where the sound bytes end
   std::uint64_t vouchedUpTo = 0;             // the largest intent of the file anywhere in the log
   bool broken = false;                       // an append did not hold
@@ -92,6 +103,13 @@ void Walk(FileWalk& walk, Frame const& frame) {
   }
   switch (frame.kind) {
     case FrameKind::Write:
+      // The writer writes no further than its file's end: a frame that
+      // would leave a hole was never written by it.
+      if (frame.offset > walk.reach) {
+        walk.broken = true;
+        break;
+      }
+      walk.reach = std::max(walk.reach, frame.offset + frame.length);
       walk.plan.writes.push_back(&frame);
       if (walk.soundUpTo) walk.soundUpTo = std::max(*walk.soundUpTo, frame.offset + frame.length);
       break;
@@ -101,6 +119,7 @@ void Walk(FileWalk& walk, Frame const& frame) {
     case FrameKind::AppendDone:
       if (AppendStands(walk, frame)) {
         Vouch(walk, frame.offset + frame.length);
+        walk.reach = std::max(walk.reach, frame.offset + frame.length);
         ++walk.plan.appendsKept;
       } else {
         walk.soundUpTo = walk.soundUpTo ? std::min(*walk.soundUpTo, frame.offset) : frame.offset;
@@ -153,6 +172,7 @@ Status PlanRecovery(FileSystem& fileSystem, std::string const& folder, LogConten
       walks.emplace_back();
       walks.back().plan.path = frame.path;
       fileSystem.Open(JoinPath(folder, frame.path), OpenMode::ReadOnly, &walks.back().file);
+      if (walks.back().file != nullptr) walks.back().file->Size(&walks.back().reach);
     }
     FileWalk& walk = walks[found->second];
     if (frame.kind == FrameKind::AppendIntent) walk.vouchedUpTo = std::max(walk.vouchedUpTo, frame.offset);

@@ -51,6 +51,7 @@ class PlannedFile : public RandomAccessFile {
     *got = 0;
     if (offset >= size_.shown) return Status();
     n = static_cast<std::size_t>(std::min<std::uint64_t>(n, size_.shown - offset));
+    if (n == 0) return Status();
     auto* bytes = static_cast<unsigned char*>(buffer);
     std::memset(bytes, 0, n);  // between the disk's end and a write, as in a file written past its end
     if (disk_ != nullptr && offset < size_.disk) {

@@ -1,5 +1,7 @@
 // Reading and inserting the data points of a symbol.
 #include <algorithm>
+#include <new>
+#include <string>
 #include <vector>
 
 #include "RecordMerge.h"
@@ -110,10 +112,17 @@ Status CSymbol::MergeIntoStored(const unsigned char* batch, int batchCount, int 
   Status status = file_->FindDataPointIndex(RecordTime(batch), file_->FileSize(), &first);
   if (!status.ok()) return status;
   const int storedCount = total - first;
-  std::vector<unsigned char> stored(std::size_t(storedCount) * recordSize);
+  std::vector<unsigned char> stored;
+  std::vector<unsigned char> merged;
+  try {
+    stored.resize(std::size_t(storedCount) * recordSize);
+    merged.reserve(stored.size() + std::size_t(batchCount) * recordSize);
+  } catch (std::bad_alloc const&) {
+    return Status::Error("insert into", file_->path(),
+                         "not enough memory to move the " + std::to_string(storedCount) + " records after it");
+  }
   if (storedCount > 0) status = file_->ReadRecords(first, storedCount, stored.data());
   if (!status.ok()) return status;
-  std::vector<unsigned char> merged;
   const int added = MergeRecords(stored.data(), storedCount, batch, batchCount, recordSize, merged);
   if (added == 0) status = file_->ReadPartialRecord(total, merged);
   if (!status.ok()) return status;

@@ -275,7 +275,7 @@ Status WriteAheadLog::AppendDirect(FileState& state, std::string const& key, Ran
   if (status.ok()) {
     frame.kind = wal::FrameKind::AppendDone;
     frame.length = n;
-    frame.extentChecksum = Checksum64(data, n, 0);
+    frame.extentChecksum = wal::ExtentChecksum(data, n);
     status = AppendFrame(frame, nullptr, 0);
   }
   if (!status.ok()) {

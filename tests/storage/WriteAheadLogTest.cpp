@@ -190,7 +190,7 @@ TEST_F(WriteAheadLogTest, RecoveryFollowsOnlySoundFramesInsideTheFolder) {
   cjdtest::WriteFileBytes(a, cjdtest::Concatenated(initialA, onDisk));
   const wal::Frame intent{wal::FrameKind::AppendIntent, "a.cjd", end, 0, 0, {}};
   const wal::Frame done{wal::FrameKind::AppendDone, "a.cjd", end, appended.size(),
-                        Checksum64(appended.data(), appended.size(), 0), {}};
+                        wal::ExtentChecksum(appended.data(), appended.size()), {}};
   const wal::Frame later{wal::FrameKind::Write, "b.cjd", end, kRecordSize, 0, newer};
   WriteLog(9, {intent, done, later}, 9);
   RecoveryReport report;
