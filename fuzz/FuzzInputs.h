@@ -7,13 +7,23 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "AppendJournal.h"
-
-// fuzz_cjd_file: the file, then this trailer; its journal bytes become the
-// file's append journal.
+// fuzz_cjd_file: the file, then its data folder's log, then this trailer.
+// The data folder has a sibling file that recovery must never reach.
 namespace cjdinput {
 
-constexpr std::size_t kInsertBytes = 72;   // three candles
+constexpr char kFileName[] = "Fuzz_I0_FUZZ.cjd";  // the fuzzed file, in the data folder
+constexpr char kSiblingName[] = "escape.cjd";     // beside the data folder
+constexpr std::size_t kInsertBytes = 72;          // three candles
+
+// How each of the trailer's single-record inserts picks its time.
+enum InsertKind : std::uint8_t {
+  kNoInsert,
+  kAppend,         // a second after the newest stored record
+  kReplaceNewest,  // the newest stored record's time
+  kMiddle,         // halfway between the oldest and the newest
+};
+constexpr int kInsertKindBits = 2;
+constexpr int kKindedInserts = 3;   // fields of insertKinds, lowest first
 
 #pragma pack(push, 1)
 struct Trailer {
@@ -21,9 +31,11 @@ struct Trailer {
   std::int32_t firstTime;                  // mode 1
   std::int32_t lastTime;                   // mode 1
   std::int32_t invalidMode;                // moved outside 0 to 2 when inside
-  std::uint8_t insertCount;                // records inserted, modulo 4
+  std::uint8_t insertCount;                // records inserted as given, modulo 4
   std::uint8_t insertBytes[kInsertBytes];  // the inserted records, zero-filled
-  std::uint8_t journal[cjd::kJournalEntryBytes];  // the append journal beside the file
+  std::uint8_t insertKinds;                // InsertKind of each single-record insert after them
+  std::uint32_t logBytes;                  // length of the log before the trailer (cut to what is there)
+  std::uint8_t resealLog;                  // odd: the log's checksums are made to hold
 };
 #pragma pack(pop)
 

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 
 // Undefined behaviour ends the run like any other finding.
 extern "C" const char* __ubsan_default_options() { return "halt_on_error=1:print_stacktrace=1"; }
@@ -40,6 +41,11 @@ void WriteFile(std::string const& path, const std::uint8_t* data, std::size_t si
     std::fprintf(stderr, "cannot write %s\n", path.c_str());
     std::abort();
   }
+}
+
+std::vector<std::uint8_t> ReadFile(std::string const& path) {
+  std::ifstream in(path, std::ios::binary);
+  return std::vector<std::uint8_t>(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
 std::uint32_t ReadU16(const std::uint8_t* data, std::size_t offset) {

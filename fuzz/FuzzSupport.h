@@ -1,5 +1,5 @@
 // FuzzSupport.h: what every fuzz target needs: a scratch folder for the
-// files an input becomes, and whole-file writes.
+// files an input becomes, and whole-file reads and writes.
 
 #ifndef DATASTORE_FUZZ_FUZZSUPPORT_H_
 #define DATASTORE_FUZZ_FUZZSUPPORT_H_
@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <vector>
 
 namespace fuzzsupport {
 
@@ -30,6 +31,8 @@ class ScratchDir {
 
 // Replaces the file with exactly these bytes; aborts when it cannot.
 void WriteFile(std::string const& path, const std::uint8_t* data, std::size_t size);
+// The file's bytes; empty when it cannot be read.
+std::vector<std::uint8_t> ReadFile(std::string const& path);
 
 // Little-endian integer at data[offset]; the caller checks the bounds.
 std::uint32_t ReadU16(const std::uint8_t* data, std::size_t offset);

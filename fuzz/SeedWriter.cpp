@@ -1,6 +1,6 @@
 // fuzz_seed_writer: makes the first corpus of every fuzz target in
-// OUT/<target>/ with the project's own code: symbol files written by the
-// storage library, the sample export directory that export_generator
+// OUT/<target>/ with the project's own code: symbol files and logs written
+// by the storage library, the sample export directory that export_generator
 // --sample wrote into EXPORT_DIR, a configuration written by the INI store,
 // and host record sequences.
 //
@@ -13,7 +13,6 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <iterator>
 #include <string>
 #include <vector>
@@ -23,11 +22,13 @@
 #include "FuzzInputs.h"
 #include "FuzzSupport.h"
 #include "IniFile.h"
+#include "LogFormat.h"
 #include "Symbol.h"
 
 namespace {
 
 using Bytes = std::vector<std::uint8_t>;
+using fuzzsupport::ReadFile;
 
 constexpr std::int32_t kFirstTime = 1704164645;   // 2024-01-02T03:04:05Z
 constexpr int kSeedRecords = 20;
@@ -35,16 +36,13 @@ constexpr int kExportSeedRecords = 16;            // data records kept of each s
 constexpr int kGetCount = 5;
 constexpr std::int32_t kInvalidMode = 7;
 constexpr std::uint8_t kInsertCount = 2;
+constexpr float kValue = 1.25f;
+constexpr float kRewrittenValue = 2.5f;
 
 class WritingOwner : public SymbolOwner {
  public:
   bool IsWriteEnabled() const override { return true; }
 };
-
-Bytes ReadFile(std::filesystem::path const& path) {
-  std::ifstream in(path, std::ios::binary);
-  return Bytes(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
 
 void WriteSeed(std::filesystem::path const& folder, std::string const& name, Bytes const& bytes) {
   std::filesystem::create_directories(folder);
@@ -62,17 +60,23 @@ void AppendU16(Bytes& out, std::size_t value) {
   out.push_back(static_cast<std::uint8_t>(value >> 8));
 }
 
-// Records of `recordSize` bytes, one a second from `first`, every value 1.25.
-Bytes Records(int count, unsigned int recordSize, std::int32_t first) {
+// Records of `recordSize` bytes, one a second from `first`, every value `value`.
+Bytes Records(int count, unsigned int recordSize, std::int32_t first, float value = kValue) {
   Bytes out;
   for (int k = 0; k < count; ++k) {
     Append(out, std::int32_t(first + k));
-    for (unsigned int at = cjd::kTimeSize; at < recordSize; at += sizeof(float)) Append(out, 1.25f);
+    for (unsigned int at = cjd::kTimeSize; at < recordSize; at += sizeof(float)) Append(out, value);
   }
   return out;
 }
 
-// ---- fuzz_cjd_file
+// ---- fuzz_cjd_file: the file, its data folder's log, the trailer.
+
+struct SeedFile {
+  Bytes bytes;
+  std::uint64_t firstRecord;  // offset of record 0
+  unsigned int recordSize;
+};
 
 struct SymbolSeed {
   const char16_t* name;
@@ -81,9 +85,11 @@ struct SymbolSeed {
   std::vector<const char*> views;
   int records;
   bool described;
+  Bytes (*log)(SeedFile& file);  // the data folder's log; may change the file
+  bool reseal;                   // the fuzzer's changes to the log keep it sound
 };
 
-Bytes WriteSymbolFile(SymbolSeed const& seed, std::string const& folder) {
+SeedFile WriteSymbolFile(SymbolSeed const& seed, std::string const& folder) {
   WritingOwner owner;
   SYMBOL_PERIOD period{seed.kind, seed.length, 0};
   char code[] = "SEED";
@@ -103,11 +109,12 @@ Bytes WriteSymbolFile(SymbolSeed const& seed, std::string const& folder) {
   Bytes records = Records(seed.records, symbol.GetDataPointSize(), kFirstTime);
   symbol.InsertData(seed.records, records.data());
   const std::string path = symbol.file()->path();
+  const std::uint64_t firstRecord = symbol.file()->FirstRecordOffset();
   symbol.Close();
-  return ReadFile(path);
+  return {ReadFile(path), firstRecord, symbol.GetDataPointSize()};
 }
 
-cjdinput::Trailer MakeTrailer(unsigned int recordSize) {
+cjdinput::Trailer MakeTrailer(unsigned int recordSize, std::size_t logBytes, bool reseal) {
   cjdinput::Trailer trailer{};
   trailer.count = kGetCount;
   trailer.firstTime = kFirstTime + 3;
@@ -116,17 +123,81 @@ cjdinput::Trailer MakeTrailer(unsigned int recordSize) {
   trailer.insertCount = kInsertCount;
   const Bytes inserted = Records(kInsertCount, recordSize, kFirstTime + 1);
   std::memcpy(trailer.insertBytes, inserted.data(), std::min(inserted.size(), cjdinput::kInsertBytes));
+  trailer.insertKinds = cjdinput::kAppend | cjdinput::kReplaceNewest << cjdinput::kInsertKindBits |
+                        cjdinput::kMiddle << 2 * cjdinput::kInsertKindBits;
+  trailer.logBytes = std::uint32_t(logBytes);
+  trailer.resealLog = reseal ? 1 : 0;
   return trailer;
 }
 
-// A journal that takes the file's last record for the first of two that an
-// append was cut short writing.
-void NoteCutAppend(Bytes const& file, unsigned int recordSize, cjdinput::Trailer& trailer) {
-  const std::uint64_t before = file.size() - recordSize;
-  Bytes appended(file.end() - recordSize, file.end());
-  appended.resize(2 * std::size_t(recordSize), 0);
-  const auto entry = cjd::EncodeAppendEntry(cjd::MakeAppendEntry(before, before, appended.data(), appended.size()));
-  std::memcpy(trailer.journal, entry.data(), entry.size());
+// A log whose frames the storage library's own encoder made.
+class LogWriter {
+ public:
+  LogWriter() : previous_(kLogSalt) {
+    const auto header = wal::EncodeHeader(kLogSalt);
+    bytes_.assign(header.begin(), header.end());
+  }
+  void Write(std::string const& path, std::uint64_t offset, Bytes const& payload) {
+    Add({wal::FrameKind::Write, path, offset, payload.size(), 0, {}}, payload);
+  }
+  void Intent(std::uint64_t soundSize) {
+    Add({wal::FrameKind::AppendIntent, cjdinput::kFileName, soundSize, 0, 0, {}});
+  }
+  void Done(std::uint64_t offset, Bytes const& extent, std::uint64_t checksum) {
+    Add({wal::FrameKind::AppendDone, cjdinput::kFileName, offset, extent.size(), checksum, {}});
+  }
+  Bytes const& bytes() const { return bytes_; }
+
+ private:
+  static constexpr std::uint64_t kLogSalt = 0x5eed5eed5eed5eedULL;
+  void Add(wal::Frame const& frame, Bytes const& payload = {}) {
+    previous_ = wal::EncodeFrame(frame, payload.data(), payload.size(), previous_, bytes_);
+  }
+  Bytes bytes_;
+  std::uint64_t previous_;
+};
+
+std::int32_t LastTime(SeedFile const& file) {
+  std::int32_t time = 0;
+  std::memcpy(&time, file.bytes.data() + file.bytes.size() - file.recordSize, sizeof time);
+  return time;
+}
+
+// The file's last record written anew with other values.
+Bytes RewriteLastRecord(SeedFile& file) {
+  LogWriter log;
+  log.Write(cjdinput::kFileName, file.bytes.size() - file.recordSize,
+            Records(1, file.recordSize, LastTime(file), kRewrittenValue));
+  return log.bytes();
+}
+
+// A record appended straight into the file, its done frame's checksum as
+// given (a wrong one makes recovery cut it off).
+Bytes AppendDirect(SeedFile& file, bool checksumHolds) {
+  const Bytes extent = Records(1, file.recordSize, LastTime(file) + 1);
+  const std::uint64_t checksum = wal::ExtentChecksum(extent.data(), extent.size());
+  LogWriter log;
+  log.Intent(file.bytes.size());
+  log.Done(file.bytes.size(), extent, checksumHolds ? checksum : ~checksum);
+  file.bytes.insert(file.bytes.end(), extent.begin(), extent.end());
+  return log.bytes();
+}
+
+Bytes AppendHolding(SeedFile& file) { return AppendDirect(file, true); }
+Bytes AppendBroken(SeedFile& file) { return AppendDirect(file, false); }
+
+// A first record written into an empty file (from its end, so the word
+// between header and records too), and a frame that climbs out of the data
+// folder to its sibling.
+Bytes EscapeBeside(SeedFile& file) {
+  Bytes written(file.firstRecord - file.bytes.size(), 0);
+  const Bytes record = Records(1, file.recordSize, kFirstTime);
+  written.insert(written.end(), record.begin(), record.end());
+  LogWriter log;
+  log.Write(cjdinput::kFileName, file.bytes.size(), written);
+  const std::string escaped = "escaped";
+  log.Write(std::string("../") + cjdinput::kSiblingName, 0, Bytes(escaped.begin(), escaped.end()));
+  return log.bytes();
 }
 
 void WriteCjdSeeds(std::filesystem::path const& out) {
@@ -134,19 +205,19 @@ void WriteCjdSeeds(std::filesystem::path const& out) {
   const std::vector<const char*> ticks = {"Value", "Volume"};
   const std::vector<const char*> candles = {"Open", "High", "Low", "Close", "Volume"};
   const SymbolSeed seeds[] = {
-      {u"EURUSD", 'I', 0, ticks, kSeedRecords, false},
-      {u"GBPUSD", 'I', 15, candles, kSeedRecords, false},
-      {u"USDJPY", 'D', 0, candles, kSeedRecords, true},
-      {u"EUR/USD", 'W', 0, candles, 0, false},
+      {u"EURUSD", 'I', 0, ticks, kSeedRecords, false, RewriteLastRecord, true},
+      {u"GBPUSD", 'I', 15, candles, kSeedRecords, false, AppendHolding, true},
+      {u"USDJPY", 'D', 0, candles, kSeedRecords, true, AppendBroken, false},
+      {u"EUR/USD", 'W', 0, candles, 0, false, EscapeBeside, true},
   };
   int number = 0;
   for (SymbolSeed const& seed : seeds) {
-    Bytes file = WriteSymbolFile(seed, scratch.path());
-    const unsigned int recordSize = cjd::kTimeSize + sizeof(float) * unsigned(seed.views.size());
-    cjdinput::Trailer trailer = MakeTrailer(recordSize);
-    if (seed.records > 0) NoteCutAppend(file, recordSize, trailer);
-    Append(file, trailer);
-    WriteSeed(out / "fuzz_cjd_file", "symbol" + std::to_string(++number) + ".cjd", file);
+    SeedFile file = WriteSymbolFile(seed, scratch.path());
+    const Bytes log = seed.log(file);
+    Bytes input = file.bytes;
+    input.insert(input.end(), log.begin(), log.end());
+    Append(input, MakeTrailer(file.recordSize, log.size(), seed.reseal));
+    WriteSeed(out / "fuzz_cjd_file", "symbol" + std::to_string(++number) + ".cjd", input);
   }
 }
 
