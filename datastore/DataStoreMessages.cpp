@@ -33,7 +33,12 @@ int CDataStoreModule::ReceiveMessageWrap(void* context, unsigned int message, Ho
 }
 
 int CDataStoreModule::Dispatch(unsigned int message, HostArg a, HostArg b) {
-  if (IsSymbolMessage(message)) return HandleSymbolMessage(message, a, b);
+  if (IsSymbolMessage(message)) {
+    const bool pendingBefore = LogHasUnapplied();
+    const int answer = HandleSymbolMessage(message, a, b);
+    if (!pendingBefore && LogHasUnapplied()) WakeWorkerForCheckpoint();
+    return answer;
+  }
   switch (message) {
     case HostMessage::InitModule:
       InitModule();

@@ -142,6 +142,8 @@ class CDataStoreModule : public CModule, public SymbolOwner, public ImportTarget
   // REQUIRES: the data mutex is held.
   void LogStatus(Status const& status) const;
   void CheckpointIfDue();
+  bool LogHasUnapplied();
+  void WakeWorkerForCheckpoint();
   void CommitInserts();
   std::chrono::steady_clock::duration UntilCheckpointDue();
 

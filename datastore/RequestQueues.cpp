@@ -71,22 +71,24 @@ int CDataStoreModule::GetSymbolDataCountSend(GET_SYMBOL_DATA_REQUEST* request) {
 
 int CDataStoreModule::InsertSymbolDataSend(INSERT_SYMBOL_DATA_REQUEST* request) {
   LogMessage("InsertSymbolDataSend");
-  bool started = false;
-  {
-    std::lock_guard<std::mutex> lock(dataMutex());
-    const bool pending = writeLog_ && writeLog_->HasUnapplied();
-    LogStatus(SymbolOf(request->handle)->InsertData(request->number, reinterpret_cast<unsigned char*>(request->data)));
-    CommitInserts();
-    CheckpointIfDue();
-    started = writeLog_ && !pending && writeLog_->HasUnapplied();
-  }
-  // The worker times the checkpoint of the interval this insert started.
-  if (started) {
-    std::lock_guard<std::mutex> lock(sync_->queueMutex);
-    sync_->checkpointDue = true;
-    sync_->requestCondition.notify_all();
-  }
+  std::lock_guard<std::mutex> lock(dataMutex());
+  LogStatus(SymbolOf(request->handle)->InsertData(request->number, reinterpret_cast<unsigned char*>(request->data)));
+  CommitInserts();
+  CheckpointIfDue();
   return 0;
+}
+
+bool CDataStoreModule::LogHasUnapplied() {
+  std::lock_guard<std::mutex> lock(dataMutex());
+  return writeLog_ && writeLog_->HasUnapplied();
+}
+
+// The worker times the checkpoint of the interval a message on the host's
+// thread started.
+void CDataStoreModule::WakeWorkerForCheckpoint() {
+  std::lock_guard<std::mutex> lock(sync_->queueMutex);
+  sync_->checkpointDue = true;
+  sync_->requestCondition.notify_all();
 }
 
 // The copy gets a buffer of its own, as large as the count it asks for, so the

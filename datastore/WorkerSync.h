@@ -14,7 +14,7 @@ struct CDataStoreModule::WorkerSync {
   std::mutex queueMutex;                       // guards both queues, both counts, the flags
   std::condition_variable requestCondition;    // wakes the worker
   bool stopRequested = false;                  // the worker leaves its loop
-  bool checkpointDue = false;                  // a synchronous insert started the log's interval
+  bool checkpointDue = false;                  // a message on the host's thread started the log's interval
 };
 
 #endif  // DATASTORE_DATASTORE_WORKERSYNC_H_

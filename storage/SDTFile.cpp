@@ -47,7 +47,8 @@ Status CSDTFile::Open(bool readOnly) {
   created_ = false;
   position_ = 0;
   logKey_ = log_ != nullptr ? log_->RelativePath(path_) : std::string();
-  changesSeen_ = log_ != nullptr ? log_->ChangeCount(logKey_) : 0;
+  logged_ = log_ != nullptr && !logKey_.empty() ? log_->Entry(logKey_) : nullptr;
+  changesSeen_ = logged_ != nullptr ? logged_->changes : 0;
   Status status = fileSystem_->Open(path_, readOnly ? OpenMode::ReadOnly : OpenMode::ReadWrite, &file_);
   // Only a missing file is made: one that exists but would not open (no
   // permission, no descriptor left) is never emptied.
@@ -122,14 +123,14 @@ std::uint32_t CSDTFile::RecordSize() const { return owner_->GetDataPointSize(); 
 // Another object with this file that changed it through the log makes this
 // one's caches stale.
 void CSDTFile::DropCachesIfChangedElsewhere() {
-  if (log_ == nullptr) return;
-  const std::uint64_t changes = log_->ChangeCount(logKey_);
-  if (changes == changesSeen_) return;
-  changesSeen_ = changes;
+  if (logged_ == nullptr || logged_->changes == changesSeen_) return;
+  changesSeen_ = logged_->changes;
   lastTimeSize_ = -1;
   index_.Drop();
   indexedRecords_ = 0;
 }
+
+const PendingTail* CSDTFile::Tail() const { return logged_ != nullptr ? logged_->tail.get() : nullptr; }
 
 std::int64_t CSDTFile::FileSize() {
   if (!IsOpen()) return -1;
@@ -137,14 +138,14 @@ std::int64_t CSDTFile::FileSize() {
   std::uint64_t size = 0;
   if (!file_->Size(&size).ok()) return -1;
   // A tail beyond the end of a file cut behind the module's back no longer fits it.
-  const PendingTail* tail = log_ != nullptr ? log_->Tail(logKey_) : nullptr;
+  const PendingTail* tail = Tail();
   if (tail != nullptr && !tail->CutBelow(size)) size = std::max(size, tail->end());
   return static_cast<std::int64_t>(size);
 }
 
 // The bytes on disk with the pending tail over them.
 Status CSDTFile::ReadAt(std::uint64_t offset, void* out, std::size_t n) {
-  const PendingTail* tail = log_ != nullptr ? log_->Tail(logKey_) : nullptr;
+  const PendingTail* tail = Tail();
   if (tail == nullptr || offset + n <= tail->offset) return file_->ReadExactly(offset, out, n);
   auto* bytes = static_cast<unsigned char*>(out);
   const std::uint64_t end = offset + n;
@@ -162,7 +163,7 @@ Status CSDTFile::WriteAt(std::uint64_t offset, const void* data, std::size_t n, 
   if (!IsOpen() || readOnly_) return Error("write", "the file is not open for writing");
   if (log_ == nullptr) return file_->WriteAt(offset, data, n);
   Status status = append ? log_->Append(logKey_, *file_, offset, data, n) : log_->Write(logKey_, *file_, offset, data, n);
-  changesSeen_ = log_->ChangeCount(logKey_);
+  if (logged_ != nullptr) changesSeen_ = logged_->changes;
   return status;
 }
 
@@ -185,7 +186,8 @@ int CSDTFile::CountRecords(std::int64_t size) const {
   return static_cast<int>(std::min<std::int64_t>(count, std::numeric_limits<int>::max()));
 }
 
-// Appends keep the time of the last record, so a run of appends reads it once.
+// Inserts keep the time of the last record and where its run of equal times
+// begins, so a live feed's updates of the newest record search nothing.
 Status CSDTFile::LastRecordTime(int total, std::int64_t size, std::int32_t* time) {
   if (size == lastTimeSize_ && size >= 0) {
     *time = lastTime_;
@@ -196,7 +198,27 @@ Status CSDTFile::LastRecordTime(int total, std::int64_t size, std::int32_t* time
   if (!status.ok()) return status;
   lastTimeSize_ = size;
   lastTime_ = *time;
+  lastTimeFirst_ = -1;
   return Status();
+}
+
+std::optional<int> CSDTFile::FirstOfLastTime(std::int64_t size) const {
+  if (size != lastTimeSize_ || lastTimeFirst_ < 0) return std::nullopt;
+  return lastTimeFirst_;
+}
+
+// Records [index, index + count) now end the file at `size` bytes; the
+// record before them, if any, is earlier than the first of them.
+void CSDTFile::RememberLastRecords(int index, const unsigned char* records, int count, std::int64_t size) {
+  const std::uint32_t recordSize = RecordSize();
+  lastTimeSize_ = -1;
+  if (count < 1 || CountRecords(size) != index + count) return;
+  const unsigned char* last = records + std::size_t(count - 1) * recordSize;
+  int first = count - 1;
+  while (first > 0 && RecordTime(records + std::size_t(first - 1) * recordSize) == RecordTime(last)) --first;
+  lastTime_ = RecordTime(last);
+  lastTimeFirst_ = index + first;  // the record before `index` is earlier than all of them
+  lastTimeSize_ = size;
 }
 
 Status CSDTFile::ReadRecords(int first, int count, void* out) {
@@ -295,9 +317,8 @@ Status CSDTFile::SearchBlock(long time, TimeIndex::Span span, int* index) {
   return Status();
 }
 
-Status CSDTFile::ReadPartialRecord(int total, std::vector<unsigned char>& out) {
+Status CSDTFile::ReadPartialRecord(int total, std::int64_t size, std::vector<unsigned char>& out) {
   const std::uint64_t end = FirstRecordOffset() + std::uint64_t(total) * RecordSize();
-  const std::int64_t size = FileSize();
   if (size < 0) return Error("size", "cannot find the file's size");
   if (static_cast<std::uint64_t>(size) <= end) return Status();
   const std::size_t partial = static_cast<std::size_t>(size - end);
@@ -308,35 +329,26 @@ Status CSDTFile::ReadPartialRecord(int total, std::vector<unsigned char>& out) {
   return status;
 }
 
-Status CSDTFile::AppendRecords(int total, const void* records, int count) {
-  lastTimeSize_ = -1;
-  const std::int64_t sizeBefore = FileSize();
-  if (sizeBefore < 0) return Error("size", "cannot find the file's size");
-  const std::uint64_t offset = FirstRecordOffset() + std::uint64_t(total) * RecordSize();
-  const std::size_t bytes = std::size_t(count) * RecordSize();
-  Status status = WriteAt(offset, records, bytes, true);
-  if (!status.ok()) {
-    index_.Drop();
-    return status;
-  }
-  const auto* last = static_cast<const unsigned char*>(records) + bytes - RecordSize();
-  std::memcpy(&lastTime_, last, sizeof(lastTime_));
-  lastTimeSize_ = static_cast<std::int64_t>(offset + bytes);
-  NoteWritten({offset, records, bytes}, sizeBefore, std::max<std::int64_t>(sizeBefore, lastTimeSize_));
-  return Status();
+Status CSDTFile::AppendRecords(int total, const void* records, int count, std::int64_t sizeBefore) {
+  return WriteRecords(total, records, std::size_t(count) * RecordSize(), sizeBefore, true);
 }
 
-Status CSDTFile::RewriteFrom(int index, const void* bytes, std::size_t size) {
+Status CSDTFile::RewriteFrom(int index, const void* bytes, std::size_t size, std::int64_t sizeBefore) {
+  return WriteRecords(index, bytes, size, sizeBefore, false);
+}
+
+Status CSDTFile::WriteRecords(int index, const void* bytes, std::size_t size, std::int64_t sizeBefore, bool append) {
   lastTimeSize_ = -1;
-  const std::uint64_t start = FirstRecordOffset() + std::uint64_t(index) * RecordSize();
-  const std::int64_t sizeBefore = FileSize();
   if (sizeBefore < 0) return Error("size", "cannot find the file's size");
-  Status status = WriteAt(start, bytes, size, false);
+  const std::uint64_t start = FirstRecordOffset() + std::uint64_t(index) * RecordSize();
+  Status status = WriteAt(start, bytes, size, append);
   if (!status.ok()) {
     index_.Drop();
     return status;
   }
-  NoteWritten({start, bytes, size}, sizeBefore, std::max<std::int64_t>(sizeBefore, start + size));
+  const std::int64_t sizeAfter = std::max<std::int64_t>(sizeBefore, start + size);
+  NoteWritten({start, bytes, size}, sizeBefore, sizeAfter);
+  RememberLastRecords(index, static_cast<const unsigned char*>(bytes), static_cast<int>(size / RecordSize()), sizeAfter);
   return Status();
 }
 

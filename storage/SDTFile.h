@@ -34,12 +34,13 @@
 #include "FileSystem.h"
 #include "TimeIndex.h"
 
+#include "WriteAheadLog.h"
+
 class CSymbol;
-class WriteAheadLog;
 
 class CSDTFile {
  public:
-  static constexpr std::size_t kIndexStepBytes = 256 * 1024;  // index built per search, at most
+  static constexpr std::size_t kIndexStepBytes = 32 * 1024;  // index built per search, at most
 
   CSDTFile(CSymbol* owner, FileSystem* fileSystem = nullptr, WriteAheadLog* log = nullptr);
   CSDTFile(CSymbol* owner, const char* path, FileSystem* fileSystem = nullptr, WriteAheadLog* log = nullptr);
@@ -85,8 +86,9 @@ class CSDTFile {
   std::uint64_t FirstRecordOffset() const;
   // Reads records [first, first + count) into out.
   Status ReadRecords(int first, int count, void* out);
-  // Appends to out the bytes after the last whole record (`total` records).
-  Status ReadPartialRecord(int total, std::vector<unsigned char>& out);
+  // Appends to out the bytes after the last whole record (`total` records)
+  // of a file of `size` bytes.
+  Status ReadPartialRecord(int total, std::int64_t size, std::vector<unsigned char>& out);
   // An error when a file of `size` bytes is shorter than its header (someone
   // cut it): nothing may be written behind a lost header.
   Status CheckWholeHeader(std::int64_t size) const;
@@ -94,11 +96,15 @@ class CSDTFile {
   int CountRecords(std::int64_t size) const;
   // The time of record total - 1 of a file of `size` bytes.
   Status LastRecordTime(int total, std::int64_t size, std::int32_t* time);
-  // Writes count records at index `total` (after the last whole record).
-  Status AppendRecords(int total, const void* records, int count);
+  // The index of the first record with that time, when this object knows it.
+  std::optional<int> FirstOfLastTime(std::int64_t size) const;
+  // Writes count records at index `total` (after the last whole record) of a
+  // file of sizeBefore bytes. REQUIRES (here and in RewriteFrom): the record
+  // before the written ones is earlier than the first of them.
+  Status AppendRecords(int total, const void* records, int count, std::int64_t sizeBefore);
   // Replaces everything from record `index` on by `bytes` (whole records plus
-  // an optional trailer).
-  Status RewriteFrom(int index, const void* bytes, std::size_t size);
+  // an optional trailer) in a file of sizeBefore bytes.
+  Status RewriteFrom(int index, const void* bytes, std::size_t size, std::int64_t sizeBefore);
 
   std::string const& path() const { return path_; }
   std::uint32_t descriptionAreaOffset() const { return descriptionAreaOffset_; }
@@ -110,6 +116,9 @@ class CSDTFile {
   Status Error(std::string operation, std::string reason) const;
   std::uint32_t RecordSize() const;
   Status ReadAt(std::uint64_t offset, void* out, std::size_t n);
+  const PendingTail* Tail() const;
+  Status WriteRecords(int index, const void* bytes, std::size_t size, std::int64_t sizeBefore, bool append);
+  void RememberLastRecords(int index, const unsigned char* records, int count, std::int64_t size);
   Status WriteAt(std::uint64_t offset, const void* data, std::size_t n, bool append);
   void DropCachesIfChangedElsewhere();
   bool IndexReady(std::int64_t size) const;
@@ -132,6 +141,7 @@ class CSDTFile {
   WriteAheadLog* log_;                      // not owned; null: changes go straight to the file
   std::string path_;                        // the file
   std::string logKey_;                      // the file's name in the log
+  const WriteAheadLog::FileEntry* logged_ = nullptr;  // what the log keeps of it; null: nothing
   std::string fileType_;                    // "Component Jet Data File"
   unsigned short version_;                  // written and required
   std::unique_ptr<RandomAccessFile> file_;  // null while closed
@@ -141,6 +151,7 @@ class CSDTFile {
   std::uint64_t changesSeen_ = 0;           // the log's change count that the caches reflect
   std::int64_t lastTimeSize_ = -1;          // file size for which lastTime_ holds
   std::int32_t lastTime_ = 0;               // time of the last record at that size
+  int lastTimeFirst_ = -1;                  // first record with that time; -1: not known
   TimeIndex index_;                         // sparse times of the records, built a step per search
   int indexedRecords_ = 0;                  // records whose block starts the index has noted
   std::vector<unsigned char> searchBlock_;  // the block a search reads, kept to spare allocations

@@ -102,7 +102,7 @@ class CSymbol {
  private:
   FileSystem* fileSystem() const;
   WriteAheadLog* writeLog() const;
-  Status MergeIntoStored(const unsigned char* batch, int batchCount, int total);
+  Status MergeIntoStored(const unsigned char* batch, int batchCount, int total, std::int64_t size);
 
   std::vector<CDATA_POINT_VIEW> views_;                        // in insertion order
   unsigned int valueWidth_ = 0;                                // sum of the views' widths

@@ -99,17 +99,25 @@ Status CSymbol::InsertData(int count, unsigned char* records) {
   std::int32_t lastTime = 0;
   if (total > 0) status = file_->LastRecordTime(total, size, &lastTime);
   if (!status.ok()) return status;
-  if (total == 0 || RecordTime(batch) > lastTime) return file_->AppendRecords(total, batch, batchCount);
-  return MergeIntoStored(batch, batchCount, total);
+  if (total == 0 || RecordTime(batch) > lastTime) return file_->AppendRecords(total, batch, batchCount, size);
+  return MergeIntoStored(batch, batchCount, total, size);
 }
 
-// Writes the merged records from the first stored record the batch touches.
-// A batch that only replaces stored records keeps a partial last record, as
-// overwriting them in place would.
-Status CSymbol::MergeIntoStored(const unsigned char* batch, int batchCount, int total) {
+// Writes the merged records from the first stored record the batch touches
+// (for an update of the newest record, known without a search). A batch that
+// only replaces stored records keeps a partial last record, as overwriting
+// them in place would.
+Status CSymbol::MergeIntoStored(const unsigned char* batch, int batchCount, int total, std::int64_t size) {
   const unsigned int recordSize = GetDataPointSize();
   int first = 0;
-  Status status = file_->FindDataPointIndex(RecordTime(batch), file_->FileSize(), &first);
+  std::int32_t lastTime = 0;
+  Status status = file_->LastRecordTime(total, size, &lastTime);
+  const std::optional<int> known = RecordTime(batch) == lastTime ? file_->FirstOfLastTime(size) : std::nullopt;
+  if (known) {
+    first = *known;
+  } else if (status.ok()) {
+    status = file_->FindDataPointIndex(RecordTime(batch), size, &first);
+  }
   if (!status.ok()) return status;
   const int storedCount = total - first;
   std::vector<unsigned char> stored;
@@ -124,7 +132,7 @@ Status CSymbol::MergeIntoStored(const unsigned char* batch, int batchCount, int 
   if (storedCount > 0) status = file_->ReadRecords(first, storedCount, stored.data());
   if (!status.ok()) return status;
   const int added = MergeRecords(stored.data(), storedCount, batch, batchCount, recordSize, merged);
-  if (added == 0) status = file_->ReadPartialRecord(total, merged);
+  if (added == 0) status = file_->ReadPartialRecord(total, size, merged);
   if (!status.ok()) return status;
-  return file_->RewriteFrom(first, merged.data(), merged.size());
+  return file_->RewriteFrom(first, merged.data(), merged.size(), size);
 }

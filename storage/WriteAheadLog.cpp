@@ -161,16 +161,6 @@ Status WriteAheadLog::SyncLog() {
   return status;
 }
 
-const PendingTail* WriteAheadLog::Tail(std::string const& key) const {
-  const auto found = files_.find(key);
-  return found == files_.end() ? nullptr : found->second.tail.get();
-}
-
-std::uint64_t WriteAheadLog::ChangeCount(std::string const& key) const {
-  const auto found = files_.find(key);
-  return found == files_.end() ? 0 : found->second.changes;
-}
-
 void WriteAheadLog::NoteChange(FileState& state) {
   ++state.changes;
   state.needsSync = true;

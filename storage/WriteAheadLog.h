@@ -108,7 +108,7 @@ struct RecoveryReport {
 
 class WriteAheadLog {
  public:
-  static constexpr std::size_t kDirectAppendBytes = 256 * 1024;   // smaller appends wait in the log
+  static constexpr std::size_t kDirectAppendBytes = 1024;           // smaller appends wait in the log
   static constexpr std::size_t kMaxPendingBytes = 64 * 1024 * 1024;  // pending tails that force a checkpoint
   static constexpr std::uint64_t kMaxLogBytes = 64 * 1024 * 1024;    // a log that forces a checkpoint
 
@@ -119,12 +119,20 @@ class WriteAheadLog {
   WriteAheadLog(const WriteAheadLog&) = delete;
   WriteAheadLog& operator=(const WriteAheadLog&) = delete;
 
+  // What the log keeps of one file. Readers hold a const pointer to it: its
+  // address stays for the log's life.
+  struct FileEntry {
+    std::unique_ptr<PendingTail> tail;  // null: nothing pending
+    std::uint64_t changes = 0;          // changes made through the log (tells a
+                                        // reader's caches that another object changed the file)
+    bool intentLogged = false;          // a direct append may follow without a sync
+    bool needsSync = false;             // written since the last checkpoint
+    bool unvouched = false;             // direct appends not yet synced and vouched for
+    std::uint64_t appendedEnd = 0;      // where the last direct append ended
+  };
+
   // Files are named by their key, RelativePath(path as the file was opened).
-  // The file's pending tail, or null.
-  const PendingTail* Tail(std::string const& key) const;
-  // Changes made through the log to the file so far (tells a reader's caches
-  // that another object changed the file).
-  std::uint64_t ChangeCount(std::string const& key) const;
+  const FileEntry* Entry(std::string const& key) { return &files_[key]; }
 
   // Writes n bytes at offset, to the file's end or past it (`file` supplies
   // bytes between a new tail and an old one).
@@ -153,14 +161,7 @@ class WriteAheadLog {
   std::string RelativePath(std::string const& path) const;
 
  private:
-  struct FileState {
-    std::unique_ptr<PendingTail> tail;  // null: nothing pending
-    bool intentLogged = false;          // a direct append may follow without a sync
-    bool needsSync = false;             // written since the last checkpoint
-    bool unvouched = false;             // direct appends not yet synced and vouched for
-    std::uint64_t appendedEnd = 0;      // where the last direct append ended
-    std::uint64_t changes = 0;          // changes made through the log
-  };
+  using FileState = FileEntry;
 
   WriteAheadLog(FileSystem& fileSystem, std::string folder, DurabilitySettings settings);
   Status Recover(RecoveryReport* report);

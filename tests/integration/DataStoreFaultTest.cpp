@@ -51,7 +51,7 @@ TEST_F(DataStoreFaultTest, FullDiskRefusesTheInsertAndKeepsWhatWasStored) {
   ASSERT_EQ(postInsert(handle, late), 0);
   ASSERT_TRUE(sink_.waitFor(1));
   EXPECT_EQ(readAll<Candle>(handle), stored);
-  EXPECT_THAT(Log(), HasSubstr("datastore.wal: No space left on device"));
+  EXPECT_THAT(Log(), HasSubstr("No space left on device"));
   ASSERT_EQ(insert(handle, Series(10, 3000000)), 0);  // room for this one
   EXPECT_EQ(count(handle), kFewRecords + 10);
 }

@@ -226,7 +226,8 @@ TEST_F(WriteAheadLogTest, TimeSearchesNeverReadTheWholeFile) {
   cjdtest::TestOwner owner(false, &fileSystem);
   std::unique_ptr<CSymbol> symbol = cjdtest::OpenSymbol(owner, path);
   std::int64_t mostRead = 0;
-  for (int search = 0; search < 64; ++search) {
+  const int searchesToIndex = 2 * int(std::uint64_t{kLarge} * kRecordSize / CSDTFile::kIndexStepBytes);
+  for (int search = 0; search <= searchesToIndex; ++search) {
     fileSystem.Arm({});
     const int index = (search * 7919) % kLarge;
     ASSERT_EQ(symbol->file()->GetDataPointIndex(kFirstTime + index * kStep), index);
