@@ -10,6 +10,10 @@ constexpr int kRangeLength = 1'000;      // records of a range read
 constexpr int kLastCount = 100;          // newest records read
 constexpr int kReadPositions = 4'096;    // random range starts, used in turn
 constexpr int kRepetitions = 3;          // the summary takes the median
+constexpr double kMaxOneInsertToRaw = 1.5;   // targets, engine to raw I/O
+constexpr double kMaxBatchesToRaw = 2.0;
+constexpr double kMaxReadToRaw = 2.0;
+constexpr double kNoTarget = 0.0;
 
 void ExpectCount(benchmark::State& state, CandleStore& store, int expected) {
   if (store.Count() != expected) state.SkipWithError("the store holds a wrong number of records");
@@ -101,16 +105,16 @@ std::vector<CaseInfo> const& AllCases() {
   static const std::string stored = Thousands(kBaseCount);
   static const std::vector<CaseInfo> cases = {
       {"append_one_insert", "append " + stored + " in one insert", CaseKind::Append, AppendInOneInsert,
-       benchmark::kMillisecond},
+       benchmark::kMillisecond, kMaxOneInsertToRaw},
       {"append_batches", "append " + stored + " in batches of " + Thousands(kBatchSize), CaseKind::Append,
-       AppendInBatches, benchmark::kMillisecond},
+       AppendInBatches, benchmark::kMillisecond, kMaxBatchesToRaw},
       {"upsert_random", "upsert " + Thousands(kUpsertCount) + " random into " + stored, CaseKind::Upsert,
-       UpsertRandom, benchmark::kMillisecond},
+       UpsertRandom, benchmark::kMillisecond, kNoTarget},
       {"range_read", "range read " + Thousands(kRangeLength) + " of " + stored, CaseKind::Read, ReadRange,
-       benchmark::kMicrosecond},
+       benchmark::kMicrosecond, kMaxReadToRaw},
       {"read_last", "last " + Thousands(kLastCount) + " of " + stored, CaseKind::Read, ReadLast,
-       benchmark::kMicrosecond},
-      {"count", "count " + stored, CaseKind::Read, CountAll, benchmark::kMicrosecond},
+       benchmark::kMicrosecond, kMaxReadToRaw},
+      {"count", "count " + stored, CaseKind::Read, CountAll, benchmark::kMicrosecond, kMaxReadToRaw},
   };
   return cases;
 }

@@ -24,6 +24,7 @@ struct CaseInfo {
   CaseKind kind;
   void (*run)(benchmark::State&, CandleStore&);
   benchmark::TimeUnit unit;
+  double maxToRaw;      // target: the engine's time at most this many times raw I/O's; 0: none
 };
 
 std::vector<CaseInfo> const& AllCases();

@@ -19,8 +19,6 @@ const unsigned short* Utf16(const char16_t* text) { return reinterpret_cast<cons
 
 }  // namespace
 
-EngineStore::EngineStore(std::filesystem::path const& folder) : EngineStore("engine", folder, 1) {}
-
 EngineStore::EngineStore(std::string id, std::filesystem::path const& folder, int scale)
     : CandleStore(std::move(id), folder, scale) {
   OpenEmpty();

@@ -1,5 +1,6 @@
-// EngineStore.h: the storage engine under test: one candle symbol (five float
-// views, one-minute intraday period) created in the store's folder.
+// EngineStore.h: the storage engine used directly, without the module and its
+// write-ahead log: one candle symbol (five float views, one-minute intraday
+// period) created in the store's folder. The base of PerRecordStore.
 
 #ifndef DATASTORE_BENCH_ENGINESTORE_H_
 #define DATASTORE_BENCH_ENGINESTORE_H_
@@ -11,7 +12,6 @@
 
 class EngineStore : public CandleStore {
  public:
-  explicit EngineStore(std::filesystem::path const& folder);
   ~EngineStore() override;
 
   int ReadRange(int first, int count, Candle* out) override;

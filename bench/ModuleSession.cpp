@@ -1,7 +1,9 @@
 #include "ModuleSession.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstring>
+#include <fstream>
 #include <stdexcept>
 #include <string>
 
@@ -20,6 +22,24 @@ constexpr std::size_t kExpectedCompletions = 1 << 16;    // room reserved for co
 
 HostArg Arg(const void* record) { return reinterpret_cast<HostArg>(record); }
 
+// A copy of the library that no session of this process has loaded yet.
+fs::path CopyLibrary(fs::path const& folder) {
+  static std::atomic<int> copies{0};
+  fs::create_directories(folder / "lib");
+  fs::path copy = folder / "lib" / ("libdatastore." + std::to_string(copies++) + ".so");
+  fs::copy_file(DATASTORE_MODULE_PATH, copy, fs::copy_options::overwrite_existing);
+  return copy;
+}
+
+// The host's pelto.cfg: section DATASTORE, CR LF line ends as the module reads them.
+void WriteConfiguration(fs::path const& folder, Durability durability) {
+  fs::create_directories(folder);
+  std::ofstream out(folder / "pelto.cfg", std::ios::binary | std::ios::trunc);
+  out << "[DATASTORE]\r\nDurability=" << durability.level << "\r\nSyncInterval=" << durability.syncIntervalMs
+      << "\r\n";
+  if (!out) throw std::runtime_error("cannot write the configuration in " + folder.string());
+}
+
 SYMBOL_NAME_PERIOD CandleSymbol() {
   SYMBOL_NAME_PERIOD record{};
   std::strncpy(record.provider, kProvider, sizeof(record.provider) - 1);
@@ -31,10 +51,10 @@ SYMBOL_NAME_PERIOD CandleSymbol() {
 
 }  // namespace
 
-ModuleSession::ModuleSession(fs::path const& folder) {
+ModuleSession::ModuleSession(fs::path const& folder, Durability durability) : library_(CopyLibrary(folder)) {
   completions_.reserve(kExpectedCompletions);
-  if (!host_.load(DATASTORE_MODULE_PATH)) throw std::runtime_error("cannot load the module: " + host_.error());
-  fs::create_directories(folder / "config");
+  if (!host_.load(library_.string())) throw std::runtime_error("cannot load the module: " + host_.error());
+  WriteConfiguration(folder / "config", durability);
   host_.setFolder(VD_FOLDER_CONFIG, (folder / "config").u16string());
   host_.setFolder(VD_FOLDER_DATA, (folder / "data").u16string());
   host_.setDataSource(kProvider);
@@ -48,6 +68,8 @@ ModuleSession::ModuleSession(fs::path const& folder) {
 ModuleSession::~ModuleSession() {
   host_.send(M::Stop);
   host_.unload();
+  std::error_code ignored;
+  fs::remove(library_, ignored);
 }
 
 void ModuleSession::Send(unsigned int message, HostArg a, HostArg b, const char* what) {
@@ -59,6 +81,26 @@ HostWord ModuleSession::OpenCandles() {
   HostWord handle = 0;
   Send(M::OpenSymbol, Arg(&record), Arg(&handle), "open the symbol (6001)");
   return handle;
+}
+
+void ModuleSession::Insert(HostWord handle, const Candle* candles, int count) {
+  INSERT_SYMBOL_DATA_REQUEST request{};
+  request.handle = handle;
+  request.number = count;
+  request.data = reinterpret_cast<HostWord>(candles);
+  Send(M::InsertDataSend, Arg(&request), 0, "insert (6003)");
+}
+
+int ModuleSession::Get(GET_SYMBOL_DATA_REQUEST request, Candle* out, int capacity) {
+  request.count = capacity;
+  request.buffer = reinterpret_cast<HostWord>(out);
+  Send(M::GetDataSend, Arg(&request), 0, "get (6005)");
+  return request.count;
+}
+
+int ModuleSession::Count(GET_SYMBOL_DATA_REQUEST request) {
+  Send(M::GetDataCountSend, Arg(&request), 0, "count (6007)");
+  return request.count;
 }
 
 Clock::duration ModuleSession::PostGet(GET_SYMBOL_DATA_REQUEST request, Candle* out, int capacity) {
@@ -103,10 +145,14 @@ int ModuleSession::Receive(unsigned int message, HostArg a) {
 }
 
 void ModuleSession::WaitForCompletions(std::size_t total) {
-  std::unique_lock<std::mutex> lock(mu_);
-  if (!arrived_.wait_for(lock, kCompletionWait, [&] { return completions_.size() >= total; })) {
-    throw std::runtime_error("posted requests were not completed in time");
+  {
+    std::unique_lock<std::mutex> lock(mu_);
+    if (!arrived_.wait_for(lock, kCompletionWait, [&] { return completions_.size() >= total; })) {
+      throw std::runtime_error("posted requests were not completed in time");
+    }
   }
+  // The host keeps a copy of every call; a long run of posts would pile them up.
+  host_.clearRecords();
 }
 
 ModuleSession::Completion ModuleSession::CompletionAt(std::size_t index) const {

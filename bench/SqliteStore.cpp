@@ -17,8 +17,13 @@ constexpr int kSecondParameter = 2;
 
 }  // namespace
 
-SqliteStore::SqliteStore(std::filesystem::path const& folder) : CandleStore("sqlite", folder, 1) {
+SqliteStore::SqliteStore(std::filesystem::path const& folder, std::string id, int scale, std::string synchronous)
+    : CandleStore(std::move(id), folder, scale), synchronous_(std::move(synchronous)) {
   OpenEmpty();
+}
+
+std::string SqliteStore::settings() const {
+  return id() + ": journal_mode=WAL, synchronous=" + synchronous_ + ", one transaction per insert call";
 }
 
 SqliteStore::~SqliteStore() { Close(); }
@@ -40,7 +45,7 @@ void SqliteStore::Open() {
   std::string path = (workFolder() / kFileName).string();
   Check(sqlite3_open_v2(path.c_str(), &db_, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr), "open");
   Execute("PRAGMA journal_mode=WAL");
-  Execute("PRAGMA synchronous=OFF");
+  Execute(("PRAGMA synchronous=" + synchronous_).c_str());
   Execute("CREATE TABLE IF NOT EXISTS candles (time INTEGER PRIMARY KEY, value BLOB) WITHOUT ROWID");
   insert_ = Prepare("INSERT OR REPLACE INTO candles (time, value) VALUES (?, ?)");
   begin_ = Prepare("BEGIN");

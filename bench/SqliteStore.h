@@ -4,8 +4,9 @@
 // The blob is the fairer layout for SQLite: five REAL columns would store
 // 8-byte doubles (twice the payload), convert every value twice and fetch
 // five columns per row, all work the engine does not do. Writes use prepared
-// statements, INSERT OR REPLACE and one transaction per batch, with
-// synchronous=OFF and journal_mode=WAL; reads use prepared SELECTs.
+// statements, INSERT OR REPLACE and one transaction per insert call (a batch
+// or a single record), with journal_mode=WAL and the given synchronous
+// setting (OFF unless said otherwise); reads use prepared SELECTs.
 
 #ifndef DATASTORE_BENCH_SQLITESTORE_H_
 #define DATASTORE_BENCH_SQLITESTORE_H_
@@ -16,8 +17,13 @@
 
 class SqliteStore : public CandleStore {
  public:
-  explicit SqliteStore(std::filesystem::path const& folder);
+  // `synchronous`: the value of PRAGMA synchronous ("OFF", "NORMAL", "FULL").
+  SqliteStore(std::filesystem::path const& folder, std::string id = "sqlite", int scale = 1,
+              std::string synchronous = "OFF");
   ~SqliteStore() override;
+
+  // The settings as the summaries print them.
+  std::string settings() const;
 
   int ReadRange(int first, int count, Candle* out) override;
   int ReadLast(int count, Candle* out) override;
@@ -35,6 +41,7 @@ class SqliteStore : public CandleStore {
   // Steps `statement` to its end, copying (time, value) rows into out.
   int ReadRows(sqlite3_stmt* statement, Candle* out);
 
+  std::string synchronous_;   // PRAGMA synchronous
   sqlite3* db_ = nullptr;
   sqlite3_stmt* insert_ = nullptr;
   sqlite3_stmt* begin_ = nullptr;

@@ -1,6 +1,6 @@
 // Summary.h: collects the results of the run and prints, per case, the time
-// of every store, the engine's ratios to SQLite and to raw I/O, and whether
-// the engine meets its targets.
+// of every store, then every target: the ratio of two benchmarks' times
+// against its bound, with SQLite's time beside it where SQLite is a peer.
 
 #ifndef DATASTORE_BENCH_SUMMARY_H_
 #define DATASTORE_BENCH_SUMMARY_H_
@@ -13,7 +13,8 @@
 #include <vector>
 
 // The console output, plus the real time of one iteration of each benchmark
-// that finished without an error: the median when it was repeated.
+// that finished without an error: the median when it was repeated. A counter
+// named like a benchmark ("case/store") holds that one's seconds per operation.
 class CollectingReporter : public benchmark::ConsoleReporter {
  public:
   CollectingReporter();   // colours only on a terminal
@@ -24,6 +25,18 @@ class CollectingReporter : public benchmark::ConsoleReporter {
   std::map<std::string, double> seconds_;   // by benchmark name
 };
 
-void PrintSummary(std::map<std::string, double> const& seconds, std::ostream& out);
+// A bound on measured's time divided by against's (benchmark names).
+struct RatioTarget {
+  std::string title;      // what is compared, for people
+  std::string measured;   // the benchmark whose time is divided
+  std::string against;    // the benchmark it is divided by
+  std::string peer;       // SQLite's benchmark of the same work, shown beside; or empty
+  double limit;           // the bound
+  bool atLeast = false;   // the ratio must be at least limit; otherwise at most
+};
+
+// The case table, the targets of the cases and then `more`.
+void PrintSummary(std::map<std::string, double> const& seconds, std::vector<RatioTarget> const& more,
+                  std::ostream& out);
 
 #endif  // DATASTORE_BENCH_SUMMARY_H_
