@@ -23,14 +23,17 @@ void TimeIndex::Reset(std::uint32_t recordSize, std::int64_t size, int count) {
   Resize(size, count);
 }
 
+// The entries grow as blocks are noted, so an index being built holds only
+// what it has read.
 void TimeIndex::Resize(std::int64_t size, int count) {
   size_ = size;
   count_ = std::max(count, 0);
-  blockTimes_.resize(BlocksFor(count_, stride_));
+  blockTimes_.resize(std::min(blockTimes_.size(), BlocksFor(count_, stride_)));
 }
 
 void TimeIndex::Note(int first, const unsigned char* records, int count) {
   const std::int64_t end = std::min<std::int64_t>(std::int64_t(first) + count, count_);
+  if (end > first) blockTimes_.resize(std::max(blockTimes_.size(), BlocksFor(static_cast<int>(end), stride_)));
   // From the first block start at or after `first`.
   for (std::int64_t start = (std::int64_t(first) + stride_ - 1) / stride_ * stride_; start < end; start += stride_) {
     blockTimes_[std::size_t(start / stride_)] = RecordTime(records + std::size_t(start - first) * recordSize_);

@@ -36,8 +36,8 @@ class TimeIndex {
 
   // Forgets the file: valid() is false until the next Reset.
   void Drop();
-  // An index, its blocks not yet noted, of a file of `size` bytes holding
-  // `count` records of recordSize bytes.
+  // An index, no block noted yet, of a file of `size` bytes holding `count`
+  // records of recordSize bytes.
   void Reset(std::uint32_t recordSize, std::int64_t size, int count);
   // Makes it the index of the same file grown or cut to `size` bytes and
   // `count` records; entries of blocks that start below both counts stay.
