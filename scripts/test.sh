@@ -10,6 +10,9 @@ cd "$(dirname "$0")/.."
 bash scripts/setup.sh
 bash scripts/build.sh
 ctest --test-dir build --output-on-failure -j "$(nproc)"
+# The counts of the crash-state explorer and the kernel crash test.
+grep -hE "explored [0-9]+ crash states|[0-9]+ cuts .*[0-9]+ bad|kernel crash test skipped" \
+  build/Testing/Temporary/LastTest.log || true
 
 TSAN_DIR=build-tsan
 TSAN_TARGETS=(datastore_integration_tests datastore_stress_tests host_tests)
