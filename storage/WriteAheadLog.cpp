@@ -154,6 +154,22 @@ Status WriteAheadLog::AppendFrame(wal::Frame const& frame, const void* payload, 
   return Status();
 }
 
+Status WriteAheadLog::AppendWriteFrame(std::string const& key, std::uint64_t offset, const void* data,
+                                       std::size_t n) {
+  wal::Frame frame;
+  frame.kind = wal::FrameKind::Write;
+  frame.path = key;
+  frame.offset = offset;
+  frame.length = n;
+  return AppendFrame(frame, data, n);
+}
+
+Status WriteAheadLog::SyncFile(std::string const& key) {
+  std::unique_ptr<RandomAccessFile> file;
+  Status status = fileSystem_.Open(wal::JoinPath(folder_, key), OpenMode::ReadOnly, &file);
+  return status.ok() ? file->Sync() : status;
+}
+
 Status WriteAheadLog::SyncLog() {
   if (!logUnsynced_) return Status();
   Status status = log_->Sync();
@@ -171,15 +187,10 @@ void WriteAheadLog::NoteChange(FileState& state) {
 Status WriteAheadLog::Write(std::string const& key, RandomAccessFile& file, std::uint64_t offset, const void* data,
                             std::size_t n) {
   if (key.empty()) return Status::Error("log a write to", file.path(), "the file lies outside the data folder");
-  wal::Frame frame;
-  frame.kind = wal::FrameKind::Write;
-  frame.path = key;
-  frame.offset = offset;
-  frame.length = n;
   FileState& state = files_[key];
   std::uint64_t diskSize = 0;
   Status status = state.tail ? Status() : ProbeWritable(file, offset, &diskSize);
-  if (status.ok()) status = AppendFrame(frame, data, n);
+  if (status.ok()) status = AppendWriteFrame(key, offset, data, n);
   if (!status.ok()) return status;
   if (!state.tail) {
     state.tail = std::make_unique<PendingTail>();
@@ -288,11 +299,7 @@ Status WriteAheadLog::WriteHeader(std::string const& key, RandomAccessFile& file
 
 Status WriteAheadLog::LogHeader(std::string const& key, const void* data, std::size_t n) {
   if (key.empty()) return Status::Error("log a header", folder_, "the file lies outside the data folder");
-  wal::Frame frame;
-  frame.kind = wal::FrameKind::Write;
-  frame.path = key;
-  frame.length = n;
-  Status status = AppendFrame(frame, data, n);
+  Status status = AppendWriteFrame(key, 0, data, n);
   if (status.ok() && Syncs()) status = SyncLog();
   return status;
 }
@@ -327,10 +334,7 @@ Status WriteAheadLog::VouchDirectAppends() {
   bool vouched = false;
   for (auto& [key, state] : files_) {
     if (!state.unvouched) continue;
-    std::unique_ptr<RandomAccessFile> file;
-    Status status;
-    if (Syncs()) status = fileSystem_.Open(wal::JoinPath(folder_, key), OpenMode::ReadOnly, &file);
-    if (status.ok() && Syncs()) status = file->Sync();
+    Status status = Syncs() ? SyncFile(key) : Status();
     wal::Frame frame;
     frame.kind = wal::FrameKind::AppendIntent;
     frame.path = key;
@@ -396,12 +400,7 @@ Status WriteAheadLog::ApplyTail(std::string const& key, FileState& state) {
 
 // A tail that stays pending goes into the new log whole.
 Status WriteAheadLog::RelogTail(std::string const& key, FileState& state) {
-  wal::Frame frame;
-  frame.kind = wal::FrameKind::Write;
-  frame.path = key;
-  frame.offset = state.tail->offset;
-  frame.length = state.tail->bytes.size();
-  Status status = AppendFrame(frame, state.tail->bytes.data(), state.tail->bytes.size());
+  Status status = AppendWriteFrame(key, state.tail->offset, state.tail->bytes.data(), state.tail->bytes.size());
   pendingBytes_ += state.tail->bytes.size();
   NoteChange(state);
   return status;
@@ -411,9 +410,7 @@ Status WriteAheadLog::SyncWritten() {
   if (!Syncs()) return Status();
   for (auto& [key, state] : files_) {
     if (!state.needsSync) continue;
-    std::unique_ptr<RandomAccessFile> file;
-    Status status = fileSystem_.Open(wal::JoinPath(folder_, key), OpenMode::ReadOnly, &file);
-    if (status.ok()) status = file->Sync();
+    Status status = SyncFile(key);
     if (!status.ok()) return status;
   }
   return SyncNewFolders();

@@ -167,6 +167,8 @@ class WriteAheadLog {
   Status Recover(RecoveryReport* report);
   Status StartNewLog();
   Status AppendFrame(wal::Frame const& frame, const void* payload, std::size_t payloadSize);
+  Status AppendWriteFrame(std::string const& key, std::uint64_t offset, const void* data, std::size_t n);
+  Status SyncFile(std::string const& key);
   Status SyncLog();
   Status VouchDirectAppends();
   Status VouchRecoveredAppends(wal::LogContents const& contents, std::vector<wal::FilePlan> const& plans);
