@@ -78,7 +78,9 @@ class FaultInjectionTest : public ::testing::Test {
     const Bytes merged = cjdtest::MergeByTime(stored_, batch, kRecordSize);
     const Bytes shown = cjdtest::AllRecords(*symbol);
     EXPECT_TRUE(shown == stored_ || cjdtest::SameRecords(shown, merged, kRecordSize)) << "half an insert";
-    if (shown == stored_) EXPECT_THAT(status.ToString(), HasSubstr(dir_.path().string()));
+    if (shown == stored_) {
+      EXPECT_THAT(status.ToString(), HasSubstr(dir_.path().string()));
+    }
     EXPECT_TRUE(log_->Checkpoint().ok());
     EXPECT_TRUE(cjdtest::SameRecords(cjdtest::RecordsOf(path_), shown, kRecordSize)) << "after a checkpoint";
     const Bytes second = LaterBatch(1);

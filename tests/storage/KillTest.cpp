@@ -225,7 +225,9 @@ TEST_F(KillTest, DeathAtEachWriteOfAnAppendOrAMergeLeavesTheStateBeforeOrAfter) 
       std::unique_ptr<CSymbol> symbol = cjdtest::OpenSymbol(owner, path);
       ASSERT_NE(symbol, nullptr);
       const Bytes found = cjdtest::AllRecords(*symbol);
-      if (found != stored) EXPECT_TRUE(cjdtest::SameRecords(found, after, kRecordSize));
+      if (found != stored) {
+        EXPECT_TRUE(cjdtest::SameRecords(found, after, kRecordSize));
+      }
     }
     EXPECT_GT(point, 1) << "the insert made no write";
   }

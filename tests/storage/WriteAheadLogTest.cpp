@@ -133,7 +133,9 @@ TEST_F(WriteAheadLogTest, InsertsChangeTheFileInPlaceFromTheirFirstRecordOn) {
     EXPECT_TRUE(std::filesystem::is_symlink(link));
     EXPECT_EQ(after.st_ino, before.st_ino);
     EXPECT_EQ(after.st_mode & 07777, kMode);
-    if (chowned) EXPECT_EQ(after.st_uid, kOwner);
+    if (chowned) {
+      EXPECT_EQ(after.st_uid, kOwner);
+    }
   }
   EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir_.path()), {}), 3)
       << "files other than the data file, its link and the log";
@@ -177,7 +179,7 @@ TEST_F(WriteAheadLogTest, RecoveryFollowsOnlySoundFramesInsideTheFolder) {
   };
   frames(1, 2);  // chained to another salt: stale
   EXPECT_EQ(cjdtest::ReadFileBytes(a), initialA);
-  for (std::string const& outside : {"../outside.cjd", "/tmp/outside.cjd", "x/../../outside.cjd"}) {
+  for (const char* outside : {"../outside.cjd", "/tmp/outside.cjd", "x/../../outside.cjd"}) {
     WriteLog(1, {{wal::FrameKind::Write, outside, 0, 3, 0, {1, 2, 3}}}, 1);
     cjdtest::OpenLog(Folder());
     EXPECT_FALSE(std::filesystem::exists(dir_.path().parent_path() / "outside.cjd")) << outside;
