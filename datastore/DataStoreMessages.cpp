@@ -4,8 +4,6 @@
 #include "Convertor.h"
 #include "DataStoreModule.h"
 #include "HostFolders.h"
-#include "RequestsThread.h"
-#include "WorkerSync.h"
 
 namespace {
 
@@ -34,9 +32,11 @@ int CDataStoreModule::ReceiveMessageWrap(void* context, unsigned int message, Ho
 
 int CDataStoreModule::Dispatch(unsigned int message, HostArg a, HostArg b) {
   if (IsSymbolMessage(message)) {
+    if (!running_) return 1;
     const bool pendingBefore = LogHasUnapplied();
     const int answer = HandleSymbolMessage(message, a, b);
-    if (!pendingBefore && LogHasUnapplied()) WakeWorkerForCheckpoint();
+    // The worker times the checkpoint of the interval this message started.
+    if (!pendingBefore && LogHasUnapplied()) requests_->WakeForDueWork();
     return answer;
   }
   switch (message) {
@@ -49,6 +49,7 @@ int CDataStoreModule::Dispatch(unsigned int message, HostArg a, HostArg b) {
     case HostMessage::Stop:
       EventDataStoreEmit();
       StopRequestThread();
+      CloseStore();
       return 0;
     case HostMessage::ReceiveEvent:
       return coreReceiveEvent(a);
@@ -68,7 +69,7 @@ int CDataStoreModule::Dispatch(unsigned int message, HostArg a, HostArg b) {
 int CDataStoreModule::HandleSymbolMessage(unsigned int message, HostArg a, HostArg b) {
   if (gameMode_ == 1) return 0;
   const bool insert = message == HostMessage::InsertDataSend || message == HostMessage::InsertDataPost;
-  if (insert && !writeEnabled_) return 0;
+  if (insert && !writeEnabled_) return RefuseInsert(message == HostMessage::InsertDataSend);
   if (a == 0) return 1;
   void* record = reinterpret_cast<void*>(a);
   auto handleOf = [record]() { return reinterpret_cast<void*>(*static_cast<HostWord*>(record)); };
@@ -99,6 +100,19 @@ int CDataStoreModule::HandleSymbolMessage(unsigned int message, HostArg a, HostA
   }
 }
 
+// With "EnableWrite" off an insert is answered 0 and stores nothing. An
+// instance that cannot write the folder because another does says so: the
+// first refusal and every thousandth are logged; a synchronous insert gets 1.
+int CDataStoreModule::RefuseInsert(bool synchronous) {
+  if (readOnlyReason_.isEmpty()) return 0;
+  constexpr long kRefusalsPerLine = 1000;
+  if (insertsRefused_++ % kRefusalsPerLine == 0) {
+    ReportFailure(QStringLiteral("Insert refused (%1 so far): %2").arg(insertsRefused_).arg(readOnlyReason_)
+                      .toLocal8Bit().toStdString());
+  }
+  return synchronous ? 1 : 0;
+}
+
 void CDataStoreModule::Register() {
   REGISTRATION_RECORD record{};
   std::strcpy(record.kind, kRegistrationKind);
@@ -107,12 +121,18 @@ void CDataStoreModule::Register() {
   record.context2 = reinterpret_cast<HostWord>(context2());
   record.moduleOrHandle = reinterpret_cast<HostWord>(this);
   CallHost(HostMessage::RegisterModule, reinterpret_cast<HostArg>(&record), 0);
-  moduleHandle_ = record.moduleOrHandle;
   hostId_ = record.moduleOrHandle;
   setModuleHandle(record.moduleOrHandle);
 }
 
+// A 3007 while running (a second one, or a host that unloaded the library
+// without 3005 and loads it again) first stops what runs.
 void CDataStoreModule::InitModule() {
+  if (running_) {
+    DsLog(QStringLiteral("Initialised again without a stop: stopping first"), MESS_CRITICAL);
+    StopRequestThread();
+    CloseStore();
+  }
   Register();
   CreateFolders();
   pGlobalCore = context();
@@ -126,23 +146,28 @@ void CDataStoreModule::StartModule() {
   DsLog(QString::fromLatin1(kStartLine), MESS_CRITICAL);
 }
 
-// The worker finishes the request it serves, drops the queued ones and ends.
-// A request longer than the usual wait is still finished: a write is never
-// cut, and the library is never unloaded under a running worker.
+// The worker finishes what it serves, stores the queued inserts while the
+// budget lasts and ends; its thread is joined unless a completion call holds
+// it past the budget.
 void CDataStoreModule::StopRequestThread() {
-  if (requestThread_ == nullptr) return;
-  {
-    std::lock_guard<std::mutex> lock(sync_->queueMutex);
-    sync_->stopRequested = true;
+  if (!requests_) return;
+  const RequestQueue::StopReport report = requests_->Stop(kStopBudget);
+  requests_.reset();
+  if (report.getsDropped > 0 || report.insertsDropped > 0) {
+    ReportFailure(QStringLiteral("Stop: %1 queued get(s) and %2 queued insert(s) dropped")
+                      .arg(report.getsDropped).arg(report.insertsDropped).toLocal8Bit().toStdString());
   }
-  sync_->requestCondition.notify_all();
-  if (!requestThread_->wait(kStopWaitMs)) {
-    DsLog(QStringLiteral("Stop: the worker is finishing a long request"), MESS_CRITICAL);
-    requestThread_->wait();
+  if (report.workerLeft) {
+    DsLog(QStringLiteral("Stop: a completion call holds the worker past %1 ms; it ends when the call returns")
+              .arg(kStopBudget.count()), MESS_CRITICAL);
   }
-  DropQueued();
-  std::lock_guard<std::mutex> lock(dataMutex());
-  if (writeLog_) LogStatus(writeLog_->Checkpoint());
+}
+
+// Everything reaches the data files; the symbols, the log and the lock go.
+void CDataStoreModule::CloseStore() {
+  std::lock_guard<std::mutex> lock(dataMutex_);
+  CloseWriteLog();
+  running_ = false;
 }
 
 // One convertor serves every menu request; it adds its entry to the host's menu.

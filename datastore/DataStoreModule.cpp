@@ -1,5 +1,6 @@
 #include "DataStoreModule.h"
 
+#include <QApplication>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -9,9 +10,7 @@
 #include "HostFolders.h"
 #include "IniFile.h"
 #include "ProviderPath.h"
-#include "RequestsThread.h"
 #include "TranslateManager.h"
-#include "WorkerSync.h"
 
 namespace {
 
@@ -33,6 +32,7 @@ constexpr char kPathDataKey[] = "PathData";
 constexpr char kEnableWriteKey[] = "EnableWrite";
 constexpr char kDurabilityKey[] = "Durability";
 constexpr char kSyncIntervalKey[] = "SyncInterval";
+constexpr char kOpenFilesKey[] = "OpenFiles";
 constexpr char kHostDataFolderMark = '~';
 constexpr int kConfigValueSize = 1024;
 
@@ -67,7 +67,7 @@ CDataStoreModule theDataStoreModule(kModuleName, kNumber1, kNumber2, kNumber3);
 CDataStoreModule::CDataStoreModule(char const* name, unsigned number1, unsigned number2,
                                    unsigned number3)
     : CModule(name, number1, number2, number3, kClassName, QString::fromLatin1(kTranslationContext)),
-      sync_(new WorkerSync),
+      registry_(this, OpenFileCache::kDefaultCapacity),
       fileSystem_(&FileSystem::Default()) {
   MODULE_INFO& info = mutableInfo();
   std::strncpy(info.description, kDescription, sizeof(info.description));
@@ -79,28 +79,15 @@ CDataStoreModule::CDataStoreModule(char const* name, unsigned number1, unsigned 
   pDSModule = this;
 }
 
-// A worker the host never stopped is left blocked on its condition: the lock
-// state it waits on is leaked on purpose rather than destroyed under it.
+// The library is never unmapped (linked -z nodelete), so this runs at the
+// process's exit: a host that never sent 3005 gets its stop here.
 CDataStoreModule::~CDataStoreModule() {
-  DropQueued();
-  CloseWriteLog();
-  for (QList<CSymbol*>& symbols : symbolMap_) qDeleteAll(symbols);
-  symbolMap_.clear();
-  symbolHandles_.clear();
+  StopRequestThread();
+  CloseStore();
   stringList_.clear();
   delete convertor_;
   convertor_ = nullptr;
-  if (IsWorkerRunning()) {
-    DsLog(QStringLiteral("Unloaded without a stop: the worker thread is left waiting"), MESS_CRITICAL);
-  } else {
-    delete requestThread_;
-    delete sync_;
-  }
   if (pDSModule == this) pDSModule = nullptr;
-}
-
-bool CDataStoreModule::IsWorkerRunning() const {
-  return requestThread_ != nullptr && requestThread_->isRunning();
 }
 
 void CDataStoreModule::AddProvider(QString& path, QString const& provider) const {
@@ -154,6 +141,7 @@ void CDataStoreModule::ReadConfiguration(QString const& configPath) {
   const DurabilitySettings defaults;
   const long level = config.ReadInteger(kConfigSection, kDurabilityKey, defaults.level);
   const long interval = config.ReadInteger(kConfigSection, kSyncIntervalKey, defaults.syncIntervalMs);
+  const long openFiles = config.ReadInteger(kConfigSection, kOpenFilesKey, OpenFileCache::kDefaultCapacity);
   durability_.level = level >= DurabilitySettings::kNoSync && level <= DurabilitySettings::kEveryInsert
                           ? static_cast<int>(level) : defaults.level;
   durability_.syncIntervalMs = interval > 0 && interval <= kMaxSyncIntervalMs ? static_cast<int>(interval)
@@ -162,6 +150,12 @@ void CDataStoreModule::ReadConfiguration(QString const& configPath) {
     DsLog(QStringLiteral("%1: Durability is 0, 1 or 2 and SyncInterval 1 to %2 ms; using %3 and %4")
               .arg(configPath).arg(kMaxSyncIntervalMs).arg(durability_.level).arg(durability_.syncIntervalMs),
           MESS_CRITICAL);
+  }
+  const bool openFilesValid = openFiles >= 1 && openFiles <= kMaxOpenFiles;
+  registry_.openFiles().setCapacity(openFilesValid ? std::size_t(openFiles) : OpenFileCache::kDefaultCapacity);
+  if (!openFilesValid) {
+    DsLog(QStringLiteral("%1: OpenFiles is 1 to %2; using %3").arg(configPath).arg(kMaxOpenFiles)
+              .arg(OpenFileCache::kDefaultCapacity), MESS_CRITICAL);
   }
   // An empty value would put the provider folder at the file system's root.
   if (pathData[0] == kHostDataFolderMark || pathData[0] == '\0') {
@@ -172,28 +166,19 @@ void CDataStoreModule::ReadConfiguration(QString const& configPath) {
 }
 
 // The instance that takes the data folder's lock is its one writer: it
-// recovers the folder's log and keeps it. Any other reads only.
+// recovers the folder's log and keeps it until 3005. Any other reads only.
 void CDataStoreModule::OpenWriteLog() {
-  const std::string folder = qDataPath.toLocal8Bit().toStdString();
-  // The symbols of the module's life keep the log they were opened with.
-  if (writeLog_) {
-    if (writeLog_->folder() != folder) {
-      DsLog(QStringLiteral("The data folder is now %1; this instance writes only %2 until it is loaded again")
-                .arg(qDataPath, QString::fromLocal8Bit(writeLog_->folder().c_str())),
-            MESS_CRITICAL);
-    }
-    return;
-  }
-  if (logView_) fileSystem_ = &logView_->disk();  // symbols opened through the view keep it
+  fileSystem_ = &FileSystem::Default();
+  readOnlyReason_.clear();
   if (!writeEnabled_) return;
   MakePath(qDataPath);
+  const std::string folder = qDataPath.toLocal8Bit().toStdString();
   Status status = FolderLock::Acquire(folder, &folderLock_);
   RecoveryReport report;
   if (status.ok()) status = WriteAheadLog::Open(*fileSystem_, folder, durability_, &writeLog_, &report);
   if (!status.ok()) {
-    DsLog(QStringLiteral("The data folder is read-only for this instance: %1")
-              .arg(QString::fromLocal8Bit(status.ToString().c_str())),
-          MESS_CRITICAL);
+    readOnlyReason_ = QString::fromLocal8Bit(status.ToString().c_str());
+    ReportFailure("The data folder is read-only for this instance: " + status.ToString());
     // A recovery cut short leaves files half replayed: they are read as the
     // log will make them, until a writer's recovery finishes.
     if (folderLock_) {
@@ -213,14 +198,14 @@ void CDataStoreModule::OpenWriteLog() {
   }
 }
 
-// Everything the log holds goes into the data files before the log and the
-// lock are let go.
+// Everything the log holds goes into the data files before the symbols, the
+// log and the lock are let go. REQUIRES: the data mutex is held.
 void CDataStoreModule::CloseWriteLog() {
-  if (writeLog_) {
-    std::lock_guard<std::mutex> lock(dataMutex());
-    LogStatus(writeLog_->Checkpoint());
-    writeLog_.reset();
-  }
+  if (writeLog_) LogStatus(writeLog_->Checkpoint());
+  registry_.Clear();
+  writeLog_.reset();
+  logView_.reset();
+  fileSystem_ = &FileSystem::Default();
   folderLock_.reset();
 }
 
@@ -238,10 +223,8 @@ void CDataStoreModule::CreateFolders() {
   AddProvider(providerFolder, ProviderFolderName(RequestProvider()));
   CheckMakeDir(providerFolder);
   CreateStoredSymbols(providerFolder);
-  if (requestThread_ == nullptr) {
-    requestThread_ = new CDataStoreModuleRequestsThread(this);
-    requestThread_->start(QThread::InheritPriority);
-  }
+  requests_ = RequestQueue::Create(this, callback());
+  running_ = true;
 }
 
 // The current data provider, from the host's source record.

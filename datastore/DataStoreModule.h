@@ -1,62 +1,62 @@
 // DataStoreModule.h: CDataStoreModule, the one module object of the data
-// store library: start-up and folders, the host messages, the registry of
-// symbols, the request queues and their worker thread.
+// store library: start-up and folders, the host messages, and the store's
+// life between 3007 and 3005. The symbols are kept by a SymbolRegistry, the
+// posted requests by a RequestQueue and its worker.
 //
 // Guarantees:
 //   - construction does no input or output and starts no thread;
 //   - every message is answered; no caller input can crash the host: null
-//     records and handles the registry does not hold are answered with 1;
-//   - the data mutex serialises every access to a symbol; the queue mutex
-//     guards the two queues and their counts; the two are never held together;
+//     records and handles the registry does not hold are answered with 1, as
+//     is every symbol message outside 3007 to 3005;
+//   - the data mutex serialises every access to a symbol, the registry's
+//     file cache and the log; the queue's own mutex is never held with it;
 //   - completion calls of posted requests come from the worker thread only;
-//   - the stop message (3005) ends the worker cooperatively: the request it
-//     serves is finished, the queued ones are dropped, the thread is gone,
-//     and every insert is in the data files;
 //   - one writer per data folder: the instance that takes the folder's lock
-//     recovers and keeps its write-ahead log (WriteAheadLog.h, durability by
-//     configuration); any other works read-only there;
+//     at 3007 recovers and keeps its write-ahead log (WriteAheadLog.h,
+//     durability by configuration) until 3005; any other reads only there and
+//     refuses inserts;
+//   - 3005 (and unloading without it): the worker finishes what it serves,
+//     stores the queued inserts while the stop budget lasts, drops the rest
+//     (counted in the log), and its thread has ended; then every insert goes
+//     into the data files, the registry is emptied and the lock let go. A
+//     3007 afterwards starts all of it again;
 //   - no request names a file outside the data folder.
 //
-// REQUIRES: messages arrive on the host's thread, one at a time; the host
-// sends 3005 before it unloads the library.
+// REQUIRES: messages arrive on the host's thread, one at a time.
 // Thread-safety: the message handler runs on the host's thread; the worker
-// thread touches only the queues (under the queue mutex) and symbols (under
-// the data mutex).
+// calls the RequestServer operations, which take the data mutex.
 
 #ifndef DATASTORE_DATASTORE_DATASTOREMODULE_H_
 #define DATASTORE_DATASTORE_DATASTOREMODULE_H_
 
-#include <QApplication>
-#include <QList>
-#include <QMap>
 #include <QString>
 #include <QStringList>
-#include <atomic>
 #include <chrono>
-#include <condition_variable>
-#include <deque>
 #include <memory>
 #include <mutex>
-#include <unordered_set>
+#include <string>
 
 #include "DataStoreException.h"
+#include "FolderLock.h"
 #include "ImportTarget.h"
+#include "LogView.h"
 #include "MessLog.h"
 #include "Module.h"
-#include "FolderLock.h"
-#include "LogView.h"
+#include "RequestQueue.h"
 #include "Symbol.h"
+#include "SymbolRegistry.h"
 #include "WriteAheadLog.h"
 
 class CConvertor;
-class CDataStoreModuleRequestsThread;
+class QApplication;
 struct coreChangeGlobalParameters;
 
-class CDataStoreModule : public CModule, public SymbolOwner, public ImportTarget {
+class CDataStoreModule : public CModule, public SymbolOwner, public ImportTarget, private RequestServer {
  public:
-  static constexpr std::uint32_t kModuleExtra = 38;          // MODULE_INFO::extra of the data store
-  static constexpr unsigned long kStopWaitMs = 5000;         // longest wait for the worker on 3005
-  static constexpr long kMaxSyncIntervalMs = 3'600'000;      // longest "SyncInterval" taken
+  static constexpr std::uint32_t kModuleExtra = 38;                      // MODULE_INFO::extra of the data store
+  static constexpr std::chrono::milliseconds kStopBudget{5000};          // longest wait for the worker on 3005
+  static constexpr long kMaxSyncIntervalMs = 3'600'000;                  // longest "SyncInterval" taken
+  static constexpr long kMaxOpenFiles = 1'000'000;                       // largest "OpenFiles" taken
 
   CDataStoreModule(char const* name, unsigned number1, unsigned number2, unsigned number3);
   ~CDataStoreModule() override;
@@ -78,8 +78,6 @@ class CDataStoreModule : public CModule, public SymbolOwner, public ImportTarget
   bool IsWriteEnabled() const override { return writeEnabled_; }
   FileSystem& GetFileSystem() const override { return *fileSystem_; }
   WriteAheadLog* GetWriteLog() const override { return writeLog_.get(); }
-  DurabilitySettings const& durability() const { return durability_; }
-  void setFileSystem(FileSystem* fileSystem) { fileSystem_ = fileSystem; }
 
   // Registry.
   int OpenSymbol(SYMBOL_NAME_PERIOD_PATH* request, void** handle, bool create);
@@ -88,7 +86,7 @@ class CDataStoreModule : public CModule, public SymbolOwner, public ImportTarget
   bool AcceptsPoints(void* handle, unsigned int pointSize) override;
   CSymbol* GetSymbol(QString const& key, SYMBOL_NAME_PERIOD* request);
   void AppendSymbol(QString const& key, CSymbol* symbol);
-  bool isExistSymbol(void* handle) const;
+  bool isExistSymbol(void* handle) const { return registry_.Contains(handle); }
   void CreateStoredSymbols(QString const& folder);
   void UpdateSourceNames(QString const& provider);
 
@@ -98,8 +96,6 @@ class CDataStoreModule : public CModule, public SymbolOwner, public ImportTarget
   int InsertSymbolDataSend(INSERT_SYMBOL_DATA_REQUEST* request);
   int GetSymbolDataPost(GET_SYMBOL_DATA_REQUEST* request);
   int InsertSymbolDataPost(INSERT_SYMBOL_DATA_REQUEST* request) override;
-  // The worker's loop; returns when a stop is requested.
-  void RequestsThread();
 
   // Events.
   void subscribeEvent(const char* name);
@@ -107,60 +103,49 @@ class CDataStoreModule : public CModule, public SymbolOwner, public ImportTarget
   void EventDataStoreEmit();
   int coreReceiveEvent(HostArg record);
 
-  // State, for the import and for tests.
-  int gameMode() const { return gameMode_; }
-  QStringList const& sourceNames() const { return sourceNames_; }
-  int symbolCount() const { return symbolCount_; }
-  HostWord hostId() const { return hostId_; }
-  bool IsWorkerRunning() const;
-  CConvertor* convertor() const { return convertor_; }
-
  private:
-  struct WorkerSync;
+  // RequestServer, for the worker.
+  void ServeGet(GET_SYMBOL_DATA_REQUEST& copy) override;
+  void ServeInsert(INSERT_SYMBOL_DATA_REQUEST& copy) override;
+  void CommitInserts() override;
+  void RunDueWork() override;
+  std::chrono::steady_clock::duration UntilWorkDue() override;
+  void ReportFailure(std::string const& text) override;
 
-  std::mutex& dataMutex();
   int Dispatch(unsigned int message, HostArg a, HostArg b);
   int HandleSymbolMessage(unsigned int message, HostArg a, HostArg b);
+  int RefuseInsert(bool synchronous);
   void Register();
   void InitModule();
   void StartModule();
   void CreateImportMenu();
   void StopRequestThread();
+  void CloseStore();
   void addDateToTranslate() const;
   QString RequestProvider();
   CSymbol* CreateSymbol(QString const& key, SYMBOL_NAME_PERIOD const& request);
   bool IsInsideDataFolder(QString const& folder) const;
-  template <typename Request>
-  Request* TakeFirst(std::deque<Request*>& queue, int& count);
-  void Serve(GET_SYMBOL_DATA_REQUEST* copy);
-  void Serve(INSERT_SYMBOL_DATA_REQUEST* copy);
-  void Complete(HostWord context, std::uint32_t code, void* copy);
-  void DropQueued();
   void ReadConfiguration(QString const& configPath);
   void OpenWriteLog();
-  void CloseWriteLog();
-  // REQUIRES: the data mutex is held.
-  void LogStatus(Status const& status) const;
+  // REQUIRES (these five): the data mutex is held.
+  void LogStatus(Status const& status);
   void CheckpointIfDue();
+  void CommitLog();
+  Status UseSymbol(CSymbol& symbol);
+  void CloseWriteLog();
   bool LogHasUnapplied();
-  void WakeWorkerForCheckpoint();
-  void CommitInserts();
-  std::chrono::steady_clock::duration UntilCheckpointDue();
 
-  HostWord moduleHandle_ = 0;                           // from the registration reply
   HostWord hostId_ = 0;                                 // identifier used in host calls
-  std::deque<GET_SYMBOL_DATA_REQUEST*> getQueue_;       // posted gets, oldest first
-  int insertCount_ = 0;                                 // entries in insertQueue_
-  std::deque<INSERT_SYMBOL_DATA_REQUEST*> insertQueue_; // posted inserts, oldest first
-  int getCount_ = 0;                                    // entries in getQueue_
-  WorkerSync* sync_;                                    // mutexes, condition, stop flag
-  CDataStoreModuleRequestsThread* requestThread_ = nullptr;  // the worker
-  bool writeEnabled_ = true;                            // "EnableWrite"
+  bool running_ = false;                                // between 3007 and 3005
+  std::shared_ptr<RequestQueue> requests_;              // posted requests and their worker, while running
+  std::mutex dataMutex_;                                // serialises symbols, file cache and log
+  bool writeEnabled_ = true;                            // "EnableWrite", and this instance holds the lock
+  QString readOnlyReason_;                              // why inserts are refused though "EnableWrite" allows them
+  long insertsRefused_ = 0;                             // inserts refused for readOnlyReason_
   int gameMode_ = 0;                                    // 1 while the host is in game mode
   QStringList stringList_;                              // cleared at tear-down
   QStringList sourceNames_;                             // providers seen, first seen first
-  QMap<QString, QList<CSymbol*>> symbolMap_;            // folder key to its symbols
-  std::unordered_set<const void*> symbolHandles_;       // every registered symbol
+  SymbolRegistry registry_;                             // every symbol, its handle and its open file
   int symbolCount_ = 0;                                 // symbols ever appended
   VDEvent eventSender_{};                               // sent with "DataStoreEvent"
   HostWord eventHandle_ = 0;                            // handle of "DataStoreEvent"

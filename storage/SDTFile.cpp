@@ -77,6 +77,11 @@ void CSDTFile::Close() {
   position_ = 0;
 }
 
+void CSDTFile::ReleaseDescriptor() {
+  file_.reset();
+  position_ = 0;
+}
+
 Status CSDTFile::Error(std::string operation, std::string reason) const {
   return Status::Error(std::move(operation), path_, std::move(reason));
 }

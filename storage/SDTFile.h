@@ -56,6 +56,10 @@ class CSDTFile {
   // file for reading and writing, or a new one (never an existing one emptied).
   Status Open(bool readOnly);
   void Close();
+  // Closes the descriptor and keeps the caches: the file is not expected to
+  // change behind this object (the log tells it when another object changes
+  // it). Open takes a new descriptor.
+  void ReleaseDescriptor();
   bool IsOpen() const { return file_ != nullptr; }
   // True when the last Open made the file.
   bool created() const { return created_; }

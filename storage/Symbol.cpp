@@ -85,6 +85,10 @@ void CSymbol::Close() {
   if (file_) file_->Close();
 }
 
+void CSymbol::ReleaseFile() {
+  if (file_) file_->ReleaseDescriptor();
+}
+
 int CSymbol::SaveProperties(Status* status) { return file_ ? file_->WriteHeaderData(status) : 1; }
 
 int CSymbol::LoadProperties(Status* status) { return file_ ? file_->ReadHeaderData(status) : 1; }

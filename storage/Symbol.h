@@ -58,6 +58,9 @@ class CSymbol {
   int Create(QString const& folder, Status* status = nullptr);
   Status Open();
   void Close();
+  // Lets the file's descriptor go and keeps what is known of the file; Open
+  // takes a new one.
+  void ReleaseFile();
   int SaveProperties(Status* status = nullptr);
   int LoadProperties(Status* status = nullptr);
   QString MakeFileName() const;

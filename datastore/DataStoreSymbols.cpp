@@ -1,0 +1,165 @@
+// Opening symbols: the registry's rules, files made where a request names
+// them, and the stored symbols of the provider folder.
+#include <QDir>
+#include <QFileInfo>
+#include <cstring>
+#include <vector>
+
+#include "DataStoreModule.h"
+#include "ProviderPath.h"
+
+namespace {
+
+constexpr char kIntraday = 'I';
+constexpr int kHeaderNotWritten = 2;  // CSymbol::Create: the file exists and does not load, or a write failed
+
+// Texts of a request, never read past their fields.
+QString RequestName(SYMBOL_NAME_PERIOD const& request) {
+  int length = 0;
+  while (length < kHostWideNameUnits && request.name[length] != 0) ++length;
+  return QString::fromUtf16(request.name, length);
+}
+QString RequestProviderName(SYMBOL_NAME_PERIOD const& request) {
+  return QString::fromLocal8Bit(request.provider, qsizetype(strnlen(request.provider, sizeof(request.provider))));
+}
+std::string RequestCode(SYMBOL_NAME_PERIOD const& request) {
+  return std::string(request.code, strnlen(request.code, sizeof(request.code)));
+}
+QString RequestPath(SYMBOL_NAME_PERIOD_PATH const& request) {
+  int length = 0;
+  while (length < kHostWideNameUnits && request.path[length] != 0) ++length;
+  return QString::fromUtf16(request.path, length);
+}
+
+void AddDefaultViews(CSymbol& symbol) {
+  static const std::vector<const char*> kTickViews = {"Value", "Volume"};
+  static const std::vector<const char*> kCandleViews = {"Open", "High", "Low", "Close", "Volume"};
+  const SYMBOL_PERIOD period = symbol.period();
+  const bool ticks = period.kind == kIntraday && period.length == 0;
+  for (const char* name : ticks ? kTickViews : kCandleViews) {
+    char view[kViewNameSize] = {};
+    std::strncpy(view, name, sizeof(view) - 1);
+    symbol.InsertDataPointView(DATA_POINT_FLOAT, view);
+  }
+}
+
+}  // namespace
+
+void CDataStoreModule::UpdateSourceNames(QString const& provider) {
+  if (sourceNames_.contains(provider)) return;
+  sourceNames_.append(provider);
+  const QString folder = ProviderFolderName(provider);
+  // The joined path: a name such as ":x" must not be taken for a resource.
+  if (writeEnabled_ && !folder.isEmpty()) QDir().mkdir(qDataPath + QLatin1Char('/') + folder);
+}
+
+CSymbol* CDataStoreModule::GetSymbol(QString const& key, SYMBOL_NAME_PERIOD* request) {
+  if (request == nullptr) return nullptr;
+  std::lock_guard<std::mutex> lock(dataMutex_);
+  Status status;
+  CSymbol* symbol = registry_.Find(key, *request, &status);
+  LogStatus(status);
+  return symbol;
+}
+
+void CDataStoreModule::AppendSymbol(QString const& key, CSymbol* symbol) {
+  registry_.Add(key, std::unique_ptr<CSymbol>(symbol));
+  ++symbolCount_;
+}
+
+bool CDataStoreModule::AcceptsPoints(void* handle, unsigned int pointSize) {
+  if (!isExistSymbol(handle)) return false;
+  const auto* symbol = static_cast<CSymbol*>(handle);
+  const unsigned int stored = symbol->GetDataPointSize();
+  if (stored == pointSize) return true;
+  DsLog(QStringLiteral("Import: %1 holds records of %2 bytes, not %3: not imported")
+            .arg(QString::fromStdString(symbol->file()->path()))
+            .arg(stored)
+            .arg(pointSize),
+        MESS_CRITICAL);
+  return false;
+}
+
+// A folder named by a request must lie inside the data folder.
+bool CDataStoreModule::IsInsideDataFolder(QString const& folder) const {
+  const QString root = QDir::cleanPath(QDir(qDataPath).absolutePath());
+  // Files are made where the folder names them, so it is resolved as they are.
+  if (folder.isEmpty()) return false;
+  const QString cleaned = QDir::cleanPath(QDir(folder).absolutePath());
+  const QString rootPrefix = root.endsWith(QLatin1Char('/')) ? root : root + QLatin1Char('/');  // "/" itself
+  return cleaned == root || cleaned.startsWith(rootPrefix);
+}
+
+CSymbol* CDataStoreModule::CreateSymbol(QString const& key, SYMBOL_NAME_PERIOD const& request) {
+  const std::u16string name = RequestName(request).toStdU16String();
+  const std::u16string provider = RequestProviderName(request).toStdU16String();
+  std::string code = RequestCode(request);
+  auto symbol = std::make_unique<CSymbol>(this, reinterpret_cast<const unsigned short*>(name.c_str()),
+                                          request.period, reinterpret_cast<const unsigned short*>(name.c_str()),
+                                          code.data(), reinterpret_cast<const unsigned short*>(provider.c_str()));
+  AddDefaultViews(*symbol);
+  QString folder = key;
+  AddProvider(folder, ProviderFolderName(QString::fromStdU16String(provider)));
+  MakePath(folder);
+  Status status;
+  int created = 0;
+  {
+    std::lock_guard<std::mutex> lock(dataMutex_);
+    created = symbol->Create(key, &status);
+  }
+  if (created != 0) {
+    ReportFailure(QStringLiteral("Cannot create the file of a symbol in %1: %2")
+                      .arg(key, QString::fromLocal8Bit(status.ToString().c_str()))
+                      .toLocal8Bit()
+                      .toStdString());
+  }
+  // A file that exists but does not load stays as it is, unregistered.
+  if (created == kHeaderNotWritten) return nullptr;
+  CSymbol* added = symbol.release();
+  AppendSymbol(key, added);
+  return added;
+}
+
+// 1 for a folder outside the data folder, a stored file that does not load,
+// or a file that cannot be opened (the log says which and why).
+int CDataStoreModule::OpenSymbol(SYMBOL_NAME_PERIOD_PATH* request, void** handle, bool) {
+  LogMessage("OpenSymbol");
+  const QString key = RequestPath(*request);
+  if (!running_ || !IsInsideDataFolder(key)) return 1;
+  UpdateSourceNames(RequestProviderName(request->symbol));
+  CSymbol* symbol = GetSymbol(key, &request->symbol);
+  if (symbol == nullptr) symbol = CreateSymbol(key, request->symbol);
+  if (symbol == nullptr) return 1;
+  std::lock_guard<std::mutex> lock(dataMutex_);
+  Status status = UseSymbol(*symbol);
+  LogStatus(status);
+  if (!status.ok()) return 1;
+  *handle = symbol;
+  return 0;
+}
+
+int CDataStoreModule::OpenSymbol(SYMBOL_NAME_PERIOD* request, void** handle) {
+  SYMBOL_NAME_PERIOD_PATH withPath{};
+  std::memcpy(&withPath.symbol, request, sizeof(SYMBOL_NAME_PERIOD));
+  QString path = qDataPath;
+  AddProvider(path, ProviderFolderName(RequestProvider()));
+  const qsizetype units = std::min<qsizetype>(path.size(), kHostWideNameUnits - 1);
+  std::memcpy(withPath.path, path.utf16(), std::size_t(units) * sizeof(char16_t));
+  return OpenSymbol(&withPath, handle, false);
+}
+
+int CDataStoreModule::CloseSymbol(void*) {
+  LogMessage("CloseSymbol");
+  return 0;
+}
+
+// Only each file's header is read; its symbol loads when a request names it.
+void CDataStoreModule::CreateStoredSymbols(QString const& folder) {
+  std::lock_guard<std::mutex> lock(dataMutex_);
+  symbolCount_ += registry_.AddStoredFiles(folder, [this](QString const& path, Status const& why) {
+    ReportFailure(QStringLiteral("Stored file not registered: %1 (%2)")
+                      .arg(path, QString::fromLocal8Bit(why.reason().c_str()))
+                      .toLocal8Bit()
+                      .toStdString());
+  });
+}
