@@ -15,8 +15,8 @@ grep -hE "explored [0-9]+ crash states|[0-9]+ cuts .*[0-9]+ bad|kernel crash tes
   build/Testing/Temporary/LastTest.log || true
 
 TSAN_DIR=build-tsan
-TSAN_TARGETS=(datastore_integration_tests datastore_stress_tests host_tests)
-TSAN_TESTS='^(DataStoreWorkerTest|DataStoreStressTest)\.|^ModuleHostTest\.RecordsConcurrentCalls'
+TSAN_TARGETS=(datastore_integration_tests datastore_stress_tests datastore_unit_tests host_tests)
+TSAN_TESTS='^(DataStoreWorkerTest|DataStoreStressTest|DataStoreDurabilityTest|RequestQueueTest|StoredFilesTest)\.|^ModuleHostTest\.RecordsConcurrentCalls'
 cmake -G Ninja -S . -B "$TSAN_DIR" -DCMAKE_BUILD_TYPE=RelWithDebInfo \
   -DDATASTORE_SANITIZE=thread -DDATASTORE_BUILD_BENCHMARKS=OFF >/dev/null
 cmake --build "$TSAN_DIR" -j "$(nproc)" --target "${TSAN_TARGETS[@]}"
