@@ -1,6 +1,7 @@
 // Reading and writing the header of a symbol data file. The reader checks
 // every length, count and offset against the file's size before using it and
 // fills the owner only once the whole header has been read and found sound.
+#include <algorithm>
 #include <QString>
 #include <cstring>
 #include <optional>
@@ -96,12 +97,22 @@ struct ParsedHeader {
 };
 
 // Reads the header from a file of a known size, one checked block at a time.
+// The file's first kPrefetchBytes come in one read, which holds a usual
+// header whole.
 class HeaderReader {
  public:
-  HeaderReader(RandomAccessFile& file, std::uint64_t size) : file_(file), size_(size) {}
+  static constexpr std::uint64_t kPrefetchBytes = 4096;
+
+  HeaderReader(RandomAccessFile& file, std::uint64_t size) : file_(file), size_(size) {
+    prefix_.resize(static_cast<std::size_t>(std::min(size, kPrefetchBytes)));
+    if (!file_.ReadExactly(0, prefix_.data(), prefix_.size()).ok()) prefix_.clear();
+  }
 
   std::optional<std::vector<unsigned char>> Block(std::uint64_t offset, std::uint64_t n) {
     if (offset > size_ || n > size_ - offset) return std::nullopt;
+    if (offset + n <= prefix_.size()) {
+      return std::vector<unsigned char>(prefix_.begin() + long(offset), prefix_.begin() + long(offset + n));
+    }
     std::vector<unsigned char> bytes(static_cast<std::size_t>(n));
     if (!file_.ReadExactly(offset, bytes.data(), bytes.size()).ok()) return std::nullopt;
     return bytes;
@@ -110,8 +121,9 @@ class HeaderReader {
   std::uint64_t size() const { return size_; }
 
  private:
-  RandomAccessFile& file_;    // the open data file
-  const std::uint64_t size_;  // its size when reading began
+  RandomAccessFile& file_;            // the open data file
+  const std::uint64_t size_;          // its size when reading began
+  std::vector<unsigned char> prefix_; // its first bytes; empty when they could not be read
 };
 
 bool ReadDescriptions(HeaderReader& reader, std::uint16_t count, ParsedHeader& header);
