@@ -168,6 +168,7 @@ void CDataStoreModule::CloseStore() {
   std::lock_guard<std::mutex> lock(dataMutex_);
   CloseWriteLog();
   running_ = false;
+  KeepFileLogOpen(false);
 }
 
 // One convertor serves every menu request; it adds its entry to the host's menu.

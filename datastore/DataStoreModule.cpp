@@ -62,6 +62,13 @@ void DsLog(QString const& text, CriticalLevel level) {
   dsLog.addMessage(text, level);
 }
 
+// While the store runs, its file log holds its descriptor: a process that
+// runs out of them still learns why from the log.
+void KeepFileLogOpen(bool keep) {
+  QMutexLocker lock(&dsLog.mutex());
+  dsLog.keepOpen(keep);
+}
+
 CDataStoreModule theDataStoreModule(kModuleName, kNumber1, kNumber2, kNumber3);
 
 CDataStoreModule::CDataStoreModule(char const* name, unsigned number1, unsigned number2,
@@ -215,6 +222,7 @@ void CDataStoreModule::CreateFolders() {
   qDataPath = GetPathByFolderType(this, VD_FOLDER_DATA);
   const QString configPath = GetPathByFolderType(this, VD_FOLDER_CONFIG) + QLatin1String(kConfigFile);
   pa = qobject_cast<QApplication*>(QCoreApplication::instance());
+  KeepFileLogOpen(true);
   ReadConfiguration(configPath);
   WarnOfBareLineFeeds(configPath);
   OpenWriteLog();

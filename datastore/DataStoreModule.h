@@ -164,6 +164,7 @@ extern messLog dsLog;                 // the module's own file log
 
 // Adds a line to dsLog; safe from the host's thread and the worker alike.
 void DsLog(QString const& text, CriticalLevel level);
+void KeepFileLogOpen(bool keep);
 extern QApplication* pa;              // the running QApplication, or null
 
 #endif  // DATASTORE_DATASTORE_DATASTOREMODULE_H_

@@ -28,11 +28,14 @@ messLog::messLog(char const* parent, char const* fileName, CriticalLevel level)
       parentName_(QString::fromLatin1(parent)),
       level_(level) {}
 
-void messLog::setNameFile(QString const& fileName) { fileName_ = fileName; }
+void messLog::setNameFile(QString const& fileName) {
+  fileName_ = fileName;
+  openFile_.reset();
+}
 
 void messLog::setParentName(QString const& name, bool makeFileName) {
   parentName_ = name;
-  if (makeFileName) fileName_ = createNameForParent();
+  if (makeFileName) setNameFile(createNameForParent());
 }
 
 QString messLog::createNameForParent() const {
@@ -57,8 +60,20 @@ QString messLog::FormatLine(std::tm const& local, QString const& text) {
 
 void messLog::printData(QString const& line) {
   if (fileName_.isEmpty()) return;
-  QFile file(fileName_);
-  if (!file.open(QIODevice::WriteOnly | QIODevice::Append | QIODevice::Text)) return;
-  QTextStream stream(&file);
-  stream << line << "\n";
+  std::unique_ptr<QFile> file = std::move(openFile_);
+  if (!file) {
+    file = std::make_unique<QFile>(fileName_);
+    if (!file->open(QIODevice::WriteOnly | QIODevice::Append | QIODevice::Text)) return;
+  }
+  {
+    QTextStream stream(file.get());
+    stream << line << "\n";
+  }
+  file->flush();
+  if (keepOpen_) openFile_ = std::move(file);
+}
+
+void messLog::keepOpen(bool keep) {
+  keepOpen_ = keep;
+  if (!keep) openFile_.reset();
 }

@@ -3,7 +3,9 @@
 //
 // Guarantees: a line is "DD.MM hh.mm.ss text" in local time and is written
 // only when its level is at most the log's level (signed comparison). The
-// file is opened in append mode and closed again for every line. Nothing is
+// file is opened in append mode and closed again for every line, or, while
+// kept open (keepOpen), opened once: a process out of descriptors still logs
+// why. Nothing is
 // ever reported: an empty file name, an unopenable file or a negative clock
 // drop the line silently. The folder of the file is not created.
 //
@@ -13,10 +15,12 @@
 #ifndef DATASTORE_MODULE_MESSLOG_H_
 #define DATASTORE_MODULE_MESSLOG_H_
 
+#include <QFile>
 #include <QMutex>
 #include <QString>
 #include <cstdint>
 #include <ctime>
+#include <memory>
 
 // Importance of a line; lower is more important. A line is written when its
 // level is at most the log's level.
@@ -49,6 +53,8 @@ class messLog {
   void addMessage(QString const& text, CriticalLevel level);
   // Appends line and "\n" to the file; nothing for an empty file name.
   void printData(QString const& line);
+  // Keeps the file open from its next line on, or closes it (false).
+  void keepOpen(bool keep);
 
   // The line addMessage writes for a local time.
   static QString FormatLine(std::tm const& local, QString const& text);
@@ -63,6 +69,8 @@ class messLog {
   QString fileName_;                // file the lines go to
   QString parentName_;              // owner's name, source of the derived file name
   CriticalLevel level_ = MESS_INFO; // highest level written
+  bool keepOpen_ = false;           // the file stays open between lines
+  std::unique_ptr<QFile> openFile_; // the file while kept open
 };
 
 #endif  // DATASTORE_MODULE_MESSLOG_H_
