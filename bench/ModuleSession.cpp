@@ -13,8 +13,7 @@ namespace M = HostMessage;
 namespace fs = std::filesystem;
 
 constexpr char kProvider[] = "Bench";
-constexpr char kCode[] = "CANDLES";
-constexpr char16_t kName[] = u"CANDLES";
+constexpr char kCandles[] = "CANDLES";                   // name and code of the fixed symbol
 constexpr SYMBOL_PERIOD kOneMinute{'I', 1, 0};
 constexpr HostWord kModuleHandle = 0xB0;                 // what the host assigns at registration
 constexpr std::chrono::seconds kCompletionWait{120};     // longest wait for posted requests
@@ -40,18 +39,21 @@ void WriteConfiguration(fs::path const& folder, Durability durability) {
   if (!out) throw std::runtime_error("cannot write the configuration in " + folder.string());
 }
 
-SYMBOL_NAME_PERIOD CandleSymbol() {
+// The name field takes the ASCII name widened; the code field the name as is.
+SYMBOL_NAME_PERIOD CandleSymbol(std::string const& name) {
   SYMBOL_NAME_PERIOD record{};
   std::strncpy(record.provider, kProvider, sizeof(record.provider) - 1);
-  std::copy(std::begin(kName), std::end(kName), record.name);
-  std::strncpy(record.code, kCode, sizeof(record.code) - 1);
+  const std::size_t length = std::min(name.size(), sizeof(record.code) - 1);
+  std::copy_n(name.begin(), length, record.name);
+  std::strncpy(record.code, name.c_str(), sizeof(record.code) - 1);
   record.period = kOneMinute;
   return record;
 }
 
 }  // namespace
 
-ModuleSession::ModuleSession(fs::path const& folder, Durability durability) : library_(CopyLibrary(folder)) {
+ModuleSession::ModuleSession(fs::path const& folder, Durability durability, StartHooks hooks)
+    : library_(CopyLibrary(folder)) {
   completions_.reserve(kExpectedCompletions);
   if (!host_.load(library_.string())) throw std::runtime_error("cannot load the module: " + host_.error());
   WriteConfiguration(folder / "config", durability);
@@ -61,7 +63,9 @@ ModuleSession::ModuleSession(fs::path const& folder, Durability durability) : li
   host_.setModuleHandle(kModuleHandle);
   host_.setHandler([this](unsigned int message, HostArg a, HostArg) { return Receive(message, a); });
   host_.initialize();
+  if (hooks.before) hooks.before();
   Send(M::InitModule, 0, 0, "initialise (3007)");
+  if (hooks.after) hooks.after();
   Send(M::Start, 0, 0, "start (3004)");
 }
 
@@ -76,8 +80,10 @@ void ModuleSession::Send(unsigned int message, HostArg a, HostArg b, const char*
   if (host_.send(message, a, b) != 0) throw std::runtime_error(std::string("the module refused to ") + what);
 }
 
-HostWord ModuleSession::OpenCandles() {
-  SYMBOL_NAME_PERIOD record = CandleSymbol();
+HostWord ModuleSession::OpenCandles() { return OpenCandles(kCandles); }
+
+HostWord ModuleSession::OpenCandles(std::string const& name) {
+  SYMBOL_NAME_PERIOD record = CandleSymbol(name);
   HostWord handle = 0;
   Send(M::OpenSymbol, Arg(&record), Arg(&handle), "open the symbol (6001)");
   return handle;

@@ -1,10 +1,12 @@
 // ModuleSession.h: the built data store library loaded through the reference
 // host and driven as a terminal drives it: Initialize, the configuration and
 // data folders (3128) in a folder of the session's own, with a pelto.cfg
-// that sets the durability, the data provider (3012), 3007 and 3004 on start,
-// 6001 to open a candle symbol, synchronous inserts (6003) and gets (6005),
-// posted gets (6006) and inserts (6004) whose completion calls come back to
-// this host, and 3005 before the library is unloaded.
+// that sets the durability, the data provider (3012), 3007 and 3004 on start
+// (with calls of the caller's just before and after 3007, to measure it),
+// 6001 to open a candle symbol (a fixed one, or one named by the caller),
+// synchronous inserts (6003) and gets (6005), posted gets (6006) and inserts
+// (6004) whose completion calls come back to this host, and 3005 before the
+// library is unloaded.
 //
 // Every session loads a fresh copy of the library, so that sessions one
 // after the other in a process each start from the module's initial state.
@@ -25,7 +27,9 @@
 #include <condition_variable>
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <mutex>
+#include <string>
 #include <vector>
 
 #include "Candles.h"
@@ -52,14 +56,25 @@ class ModuleSession {
     std::int32_t firstTime = 0;  // time of the first delivered record (gets)
   };
 
+  // Called on the constructing thread just before 3007 and just after it
+  // returns; either may be empty.
+  struct StartHooks {
+    std::function<void()> before;
+    std::function<void()> after;
+  };
+
   // Loads the library and starts it; throws std::runtime_error on failure.
-  explicit ModuleSession(std::filesystem::path const& folder, Durability durability = {});
+  explicit ModuleSession(std::filesystem::path const& folder, Durability durability = {}, StartHooks hooks = {});
   ~ModuleSession();  // 3005, then unloads
   ModuleSession(const ModuleSession&) = delete;
   ModuleSession& operator=(const ModuleSession&) = delete;
 
   // Opens (creates) the one-minute candle symbol; throws when refused.
   HostWord OpenCandles();
+  // Opens (creates) the one-minute candle symbol whose name and code are
+  // `name`; throws when refused. REQUIRES: name is ASCII, at most
+  // kHostNameField - 1 characters.
+  HostWord OpenCandles(std::string const& name);
   // Inserts `count` candles (6003); throws when refused.
   void Insert(HostWord handle, const Candle* candles, int count);
   // Gets up to `capacity` candles into out (6005); returns how many were delivered.
