@@ -41,7 +41,9 @@ void MixHash(std::size_t& seed, std::size_t value) {
 SymbolKey SymbolKey::Of(QString const& folder, SYMBOL_NAME_PERIOD const& request) {
   SymbolKey key;
   key.folder = folder;
-  key.name.assign(request.name, BoundedLength(request.name, kHostWideNameUnits));
+  char16_t name[kHostWideNameUnits];  // the packed field lies at an odd offset: copied as bytes
+  std::memcpy(name, reinterpret_cast<const char*>(&request) + offsetof(SYMBOL_NAME_PERIOD, name), sizeof(name));
+  key.name.assign(name, BoundedLength(name, kHostWideNameUnits));
   key.code.assign(request.code, BoundedLength(request.code, sizeof(request.code)));
   key.provider =
       QString::fromLocal8Bit(request.provider, qsizetype(BoundedLength(request.provider, sizeof(request.provider))))

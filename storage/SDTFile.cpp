@@ -57,15 +57,18 @@ Status CSDTFile::Open(bool readOnly) {
   return status;
 }
 
-// With a log, the header's frame is durable before the file exists, so
-// recovery can always give a new file its header.
+// The file is made empty; its header is the first change of its life.
 Status CSDTFile::CreateWithHeader() {
-  const std::vector<unsigned char> header = log_ != nullptr ? EncodeHeader() : std::vector<unsigned char>();
-  Status status = log_ != nullptr ? log_->LogHeader(logKey_, header.data(), header.size()) : Status();
-  if (status.ok()) status = fileSystem_->Open(path_, OpenMode::CreateNew, &file_);
-  if (status.ok() && log_ != nullptr) status = file_->WriteAt(0, header.data(), header.size());
-  if (status.ok() && log_ != nullptr) log_->NoteHeaderWritten(logKey_, path_, true);
+  Status status = fileSystem_->Open(path_, OpenMode::CreateNew, &file_);
+  if (status.ok()) status = WriteNewHeader(EncodeHeader());
   created_ = status.ok();
+  return status;
+}
+
+Status CSDTFile::WriteNewHeader(std::vector<unsigned char> const& header) {
+  if (log_ == nullptr) return file_->WriteAt(0, header.data(), header.size());
+  Status status = log_->WriteNewFile(logKey_, *file_, header.data(), header.size());
+  if (logged_ != nullptr) changesSeen_ = logged_->changes;
   return status;
 }
 

@@ -37,6 +37,7 @@
 #include "WriteAheadLog.h"
 
 class CSymbol;
+struct ParsedHeader;
 
 class CSDTFile {
  public:
@@ -137,6 +138,8 @@ class CSDTFile {
   void NoteWritten(WrittenBytes const& write, std::int64_t sizeBefore, std::int64_t sizeAfter);
   std::vector<unsigned char> EncodeHeader();
   Status CreateWithHeader();
+  Status WriteNewHeader(std::vector<unsigned char> const& header);
+  Status ParseStoredHeader(ParsedHeader* header);
   Status WriteHeader();
   Status TakeStoredRecordArea();
 

@@ -2,6 +2,7 @@
 // every length, count and offset against the file's size before using it and
 // fills the owner only once the whole header has been read and found sound.
 #include <algorithm>
+#include <functional>
 #include <QString>
 #include <cstring>
 #include <optional>
@@ -80,6 +81,9 @@ std::u16string ByteCharacters(std::string const& text) {
   return wide;
 }
 
+}  // namespace
+
+// What a stored header holds, once checked.
 struct ParsedView {
   DATA_POINT_TYPES type;  // checked to be a known type
   std::string name;       // view name
@@ -95,6 +99,8 @@ struct ParsedHeader {
   SYMBOL_PERIOD period{};
   float pointSize = 0;
 };
+
+namespace {
 
 // Reads the header from a file of a known size, one checked block at a time.
 // The file's first kPrefetchBytes come in one read, which holds a usual
@@ -124,6 +130,35 @@ class HeaderReader {
   RandomAccessFile& file_;            // the open data file
   const std::uint64_t size_;          // its size when reading began
   std::vector<unsigned char> prefix_; // its first bytes; empty when they could not be read
+};
+
+// A data file as reads see it, its pending tail over the bytes on disk, for
+// the header parser: a new file's header is pending until a checkpoint.
+class LogicalFile : public RandomAccessFile {
+ public:
+  using Reader = std::function<Status(std::uint64_t offset, void* out, std::size_t n)>;
+  LogicalFile(std::string const& path, std::int64_t size, Reader read)
+      : path_(path), size_(size < 0 ? 0 : std::uint64_t(size)), read_(std::move(read)) {}
+
+  Status ReadAt(std::uint64_t offset, void* buffer, std::size_t n, std::size_t* got) override {
+    *got = offset < size_ ? std::size_t(std::min<std::uint64_t>(n, size_ - offset)) : 0;
+    return *got > 0 ? read_(offset, buffer, *got) : Status();
+  }
+  Status WriteAt(std::uint64_t, const void*, std::size_t) override { return ReadOnly(); }
+  Status Size(std::uint64_t* size) override {
+    *size = size_;
+    return Status();
+  }
+  Status Truncate(std::uint64_t) override { return ReadOnly(); }
+  Status Sync() override { return ReadOnly(); }
+  std::string const& path() const override { return path_; }
+
+ private:
+  Status ReadOnly() const { return Status::Error("change", path_, "a view for reading"); }
+
+  std::string const& path_;  // the data file's
+  const std::uint64_t size_; // as reads see it
+  Reader read_;              // reads as the data file's reads
 };
 
 bool ReadDescriptions(HeaderReader& reader, std::uint16_t count, ParsedHeader& header);
@@ -161,10 +196,17 @@ Status ParseHeader(RandomAccessFile& file, std::string const& fileType, unsigned
 
 }  // namespace
 
+Status CSDTFile::ParseStoredHeader(ParsedHeader* header) {
+  LogicalFile view(path_, FileSize(), [this](std::uint64_t offset, void* out, std::size_t n) {
+    return ReadAt(offset, out, n);
+  });
+  return ParseHeader(view, fileType_, version_, header);
+}
+
 int CSDTFile::ReadHeaderData(Status* status) {
   Status outcome = Open(true);
   ParsedHeader header;
-  if (outcome.ok()) outcome = ParseHeader(*file_, fileType_, version_, &header);
+  if (outcome.ok()) outcome = ParseStoredHeader(&header);
   if (!outcome.ok()) {
     if (status != nullptr) *status = outcome;
     Close();
@@ -275,28 +317,32 @@ std::vector<unsigned char> CSDTFile::EncodeHeader() {
 }
 
 // A file that holds records is never written over unless its header loads:
-// a damaged one is left for the cjd tool. An empty file holds nothing to lose.
+// a damaged one is left for the cjd tool. An empty file holds nothing to
+// lose: it is new. Sizes and bytes are those reads see, a pending header
+// included.
 Status CSDTFile::WriteHeader() {
-  std::uint64_t size = 0;
-  Status status = file_->Size(&size);
-  if (!status.ok()) return status;
-  ParsedHeader stored;
-  if (size > 0) {
-    status = ParseHeader(*file_, fileType_, version_, &stored);
-    if (!status.ok()) return Error("write the header of", status.reason() + "; the file is left as it is");
-  }
+  const std::int64_t size = FileSize();
+  if (size < 0) return Error("write the header of", "its size cannot be read");
   const std::vector<unsigned char> bytes = EncodeHeader();
+  if (size == 0) return WriteNewHeader(bytes);
   std::vector<unsigned char> held(bytes.size());
-  std::size_t got = 0;
-  if (size >= bytes.size() && file_->ReadAt(0, held.data(), held.size(), &got).ok() && held == bytes) return Status();
+  if (size >= std::int64_t(bytes.size()) && ReadAt(0, held.data(), held.size()).ok() && held == bytes) return Status();
+  ParsedHeader stored;
+  Status status = ParseStoredHeader(&stored);
+  if (!status.ok()) return Error("write the header of", status.reason() + "; the file is left as it is");
   if (log_ == nullptr) return file_->WriteAt(0, bytes.data(), bytes.size());
-  return log_->WriteHeader(logKey_, *file_, bytes.data(), bytes.size(), created_ || size == 0);
+  return log_->WriteHeader(logKey_, *file_, bytes.data(), bytes.size());
 }
 
-// Read-only, nothing is written: the record area is where the stored header puts it.
+// Read-only, nothing is written: the record area is where the stored header
+// puts it. An empty file is one whose writer has not put its header in yet.
 Status CSDTFile::TakeStoredRecordArea() {
+  if (FileSize() == 0) {
+    EncodeHeader();
+    return Status();
+  }
   ParsedHeader stored;
-  Status status = ParseHeader(*file_, fileType_, version_, &stored);
+  Status status = ParseStoredHeader(&stored);
   if (!status.ok()) return status;
   descriptionAreaOffset_ = stored.descriptionAreaOffset;
   headerSize_ = stored.headerSize;

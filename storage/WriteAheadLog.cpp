@@ -189,8 +189,22 @@ Status WriteAheadLog::Write(std::string const& key, RandomAccessFile& file, std:
   if (key.empty()) return Status::Error("log a write to", file.path(), "the file lies outside the data folder");
   FileState& state = files_[key];
   std::uint64_t diskSize = 0;
-  Status status = state.tail ? Status() : ProbeWritable(file, offset, &diskSize);
-  if (status.ok()) status = AppendWriteFrame(key, offset, data, n);
+  Status status;
+  if (!state.tail) status = ProbeWritable(file, offset, &diskSize);
+  if (state.tail && offset > state.tail->end()) status = file.Size(&diskSize);
+  if (!status.ok()) return status;
+  // Recovery takes a frame that would leave a hole for one the writer never
+  // made: a write past the file's end brings the zeros before it.
+  const std::uint64_t end = std::max(diskSize, state.tail ? state.tail->end() : 0);
+  std::vector<unsigned char> padded;
+  if (offset > end) {
+    padded.resize(static_cast<std::size_t>(offset - end) + n);
+    std::memcpy(padded.data() + (offset - end), data, n);
+    offset = end;
+    data = padded.data();
+    n = padded.size();
+  }
+  status = AppendWriteFrame(key, offset, data, n);
   if (!status.ok()) return status;
   if (!state.tail) {
     state.tail = std::make_unique<PendingTail>();
@@ -289,24 +303,21 @@ Status WriteAheadLog::AppendDirect(FileState& state, std::string const& key, Ran
   return Status();
 }
 
-Status WriteAheadLog::WriteHeader(std::string const& key, RandomAccessFile& file, const void* data, std::size_t n,
-                                  bool created) {
-  Status status = LogHeader(key, data, n);
-  if (status.ok()) status = file.WriteAt(0, data, n);
-  if (status.ok()) NoteHeaderWritten(key, file.path(), created);
-  return status;
-}
-
-Status WriteAheadLog::LogHeader(std::string const& key, const void* data, std::size_t n) {
+// The header's frame is durable before the header is written over the
+// stored one, so a torn header is repaired from it.
+Status WriteAheadLog::WriteHeader(std::string const& key, RandomAccessFile& file, const void* data, std::size_t n) {
   if (key.empty()) return Status::Error("log a header", folder_, "the file lies outside the data folder");
   Status status = AppendWriteFrame(key, 0, data, n);
   if (status.ok() && Syncs()) status = SyncLog();
+  if (status.ok()) status = file.WriteAt(0, data, n);
+  if (status.ok()) NoteChange(files_[key]);
   return status;
 }
 
-void WriteAheadLog::NoteHeaderWritten(std::string const& key, std::string const& path, bool created) {
-  if (created) newFolders_.insert(DirectoryOf(path));
-  NoteChange(files_[key]);
+// The folder is noted first: a checkpoint that Write may run syncs it.
+Status WriteAheadLog::WriteNewFile(std::string const& key, RandomAccessFile& file, const void* data, std::size_t n) {
+  newFolders_.insert(DirectoryOf(file.path()));
+  return Write(key, file, 0, data, n);
 }
 
 // Folders that gained a file are synced first: an intent may vouch for an

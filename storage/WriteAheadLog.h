@@ -20,9 +20,12 @@
 //     checksum holds and cuts one whose does not. Once such appends are synced
 //     (Commit, a checkpoint, recovery), a new intent vouches for them, so they
 //     stand even after later writes have changed their bytes;
-//   - a header is a write frame, synced with Durability 1 and 2 before the
-//     header goes into the file, and before a new file is made (so a new
-//     file is never left without one).
+//   - a header written over a stored one is a write frame, synced with
+//     Durability 1 and 2 before the header goes into the file, so a torn
+//     header is repaired. A new file is made empty and its header is a
+//     pending tail like any other (nothing is synced): until the next sync
+//     point a crash leaves the file missing or empty, and an empty file is
+//     taken for a new one; after it, the file holds its header.
 //
 // Checkpoint (a sync point), in this order:
 //   1. sync the files with direct appends, log an intent for each, sync the
@@ -140,12 +143,11 @@ class WriteAheadLog {
   // Appends n bytes at offset, the end of the file's whole records: straight
   // into the file when large and nothing is pending for it, otherwise Write.
   Status Append(std::string const& key, RandomAccessFile& file, std::uint64_t offset, const void* data, std::size_t n);
-  // Writes a header at offset 0 of the file (`created`: the file is new).
-  Status WriteHeader(std::string const& key, RandomAccessFile& file, const void* data, std::size_t n, bool created);
-  // The same in two steps, for a file that does not exist yet: the header's
-  // frame (synced), then, once the file is made and the header in it, a note.
-  Status LogHeader(std::string const& key, const void* data, std::size_t n);
-  void NoteHeaderWritten(std::string const& key, std::string const& path, bool created);
+  // Writes a header over the one at offset 0 of a stored file.
+  Status WriteHeader(std::string const& key, RandomAccessFile& file, const void* data, std::size_t n);
+  // The header of an empty file (one just made, or left empty by a crash
+  // while it was being made): its pending tail, as Write.
+  Status WriteNewFile(std::string const& key, RandomAccessFile& file, const void* data, std::size_t n);
 
   Status Commit();
   Status Checkpoint();

@@ -401,10 +401,13 @@ class Explorer {
   }
 
   // The file (null: missing) is the header, zeros, then the records after
-  // that many inserts, which is also what reading it as a symbol gives.
+  // that many inserts, which is also what reading it as a symbol gives. An
+  // empty file is one a crash left while it was being made: opening it
+  // makes it new, as if it were missing.
   bool Holds(const Bytes* raw, std::optional<Bytes> const& read, std::size_t file, int inserts) const {
     std::optional<Bytes> const& want = recording_.after[std::size_t(inserts)][file];
     Bytes const& header = recording_.headers[file];
+    if (raw != nullptr && raw->empty()) raw = nullptr;
     if (!want || !raw) return !want && !raw;
     if (read != want) return false;
     if (want->empty() && *raw == header) return true;
