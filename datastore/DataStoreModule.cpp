@@ -210,6 +210,8 @@ void CDataStoreModule::OpenWriteLog() {
 void CDataStoreModule::CloseWriteLog() {
   if (writeLog_) LogStatus(writeLog_->Checkpoint());
   registry_.Clear();
+  foldersMade_.clear();
+  lastFolderInside_.clear();
   writeLog_.reset();
   logView_.reset();
   fileSystem_ = &FileSystem::Default();

@@ -29,6 +29,7 @@
 #ifndef DATASTORE_DATASTORE_DATASTOREMODULE_H_
 #define DATASTORE_DATASTORE_DATASTOREMODULE_H_
 
+#include <QSet>
 #include <QString>
 #include <QStringList>
 #include <chrono>
@@ -124,7 +125,7 @@ class CDataStoreModule : public CModule, public SymbolOwner, public ImportTarget
   void addDateToTranslate() const;
   QString RequestProvider();
   CSymbol* CreateSymbol(QString const& key, SYMBOL_NAME_PERIOD const& request);
-  bool IsInsideDataFolder(QString const& folder) const;
+  bool IsInsideDataFolder(QString const& folder);
   void ReadConfiguration(QString const& configPath);
   void OpenWriteLog();
   // REQUIRES (these five): the data mutex is held.
@@ -145,6 +146,8 @@ class CDataStoreModule : public CModule, public SymbolOwner, public ImportTarget
   int gameMode_ = 0;                                    // 1 while the host is in game mode
   QStringList stringList_;                              // cleared at tear-down
   QStringList sourceNames_;                             // providers seen, first seen first
+  QString lastFolderInside_;                            // the last request folder found inside the data folder
+  QSet<QString> foldersMade_;                           // symbol folders made (or found) since 3007
   SymbolRegistry registry_;                             // every symbol, its handle and its open file
   int symbolCount_ = 0;                                 // symbols ever appended
   VDEvent eventSender_{};                               // sent with "DataStoreEvent"

@@ -80,14 +80,18 @@ bool CDataStoreModule::AcceptsPoints(void* handle, unsigned int pointSize) {
   return false;
 }
 
-// A folder named by a request must lie inside the data folder.
-bool CDataStoreModule::IsInsideDataFolder(QString const& folder) const {
+// A folder named by a request must lie inside the data folder. The last
+// folder found inside is remembered: requests name the same few.
+bool CDataStoreModule::IsInsideDataFolder(QString const& folder) {
+  if (folder.isEmpty()) return false;
+  if (folder == lastFolderInside_) return true;
   const QString root = QDir::cleanPath(QDir(qDataPath).absolutePath());
   // Files are made where the folder names them, so it is resolved as they are.
-  if (folder.isEmpty()) return false;
   const QString cleaned = QDir::cleanPath(QDir(folder).absolutePath());
   const QString rootPrefix = root.endsWith(QLatin1Char('/')) ? root : root + QLatin1Char('/');  // "/" itself
-  return cleaned == root || cleaned.startsWith(rootPrefix);
+  const bool inside = cleaned == root || cleaned.startsWith(rootPrefix);
+  if (inside) lastFolderInside_ = folder;
+  return inside;
 }
 
 CSymbol* CDataStoreModule::CreateSymbol(QString const& key, SYMBOL_NAME_PERIOD const& request) {
@@ -100,7 +104,7 @@ CSymbol* CDataStoreModule::CreateSymbol(QString const& key, SYMBOL_NAME_PERIOD c
   AddDefaultViews(*symbol);
   QString folder = key;
   AddProvider(folder, ProviderFolderName(QString::fromStdU16String(provider)));
-  MakePath(folder);
+  if (!foldersMade_.contains(folder) && MakePath(folder)) foldersMade_.insert(folder);
   Status status;
   int created = 0;
   {
@@ -108,6 +112,7 @@ CSymbol* CDataStoreModule::CreateSymbol(QString const& key, SYMBOL_NAME_PERIOD c
     created = symbol->Create(key, &status);
   }
   if (created != 0) {
+    foldersMade_.remove(folder);
     ReportFailure(QStringLiteral("Cannot create the file of a symbol in %1: %2")
                       .arg(key, QString::fromLocal8Bit(status.ToString().c_str()))
                       .toLocal8Bit()
@@ -121,19 +126,21 @@ CSymbol* CDataStoreModule::CreateSymbol(QString const& key, SYMBOL_NAME_PERIOD c
 }
 
 // 1 for a folder outside the data folder, a stored file that does not load,
-// or a file that cannot be opened (the log says which and why).
+// or a new file that cannot be made or opened (the log says which and why).
+// A symbol found opens its file when a request uses it.
 int CDataStoreModule::OpenSymbol(SYMBOL_NAME_PERIOD_PATH* request, void** handle, bool) {
   LogMessage("OpenSymbol");
   const QString key = RequestPath(*request);
   if (!running_ || !IsInsideDataFolder(key)) return 1;
   UpdateSourceNames(RequestProviderName(request->symbol));
   CSymbol* symbol = GetSymbol(key, &request->symbol);
-  if (symbol == nullptr) symbol = CreateSymbol(key, request->symbol);
+  if (symbol == nullptr && (symbol = CreateSymbol(key, request->symbol)) != nullptr) {
+    std::lock_guard<std::mutex> lock(dataMutex_);
+    Status status = UseSymbol(*symbol);
+    LogStatus(status);
+    if (!status.ok()) symbol = nullptr;
+  }
   if (symbol == nullptr) return 1;
-  std::lock_guard<std::mutex> lock(dataMutex_);
-  Status status = UseSymbol(*symbol);
-  LogStatus(status);
-  if (!status.ok()) return 1;
   *handle = symbol;
   return 0;
 }

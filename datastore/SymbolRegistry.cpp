@@ -1,15 +1,21 @@
 #include "SymbolRegistry.h"
 
-#include <QDir>
-#include <QFileInfo>
+#include <QHash>
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <algorithm>
 #include <cstring>
+#include <string_view>
+#include <vector>
 
 #include "Symbol.h"
 
 namespace {
 
 constexpr char kIntraday = 'I';
-constexpr char kStoredSuffix[] = "cjd";
+constexpr char kStoredSuffix[] = ".cjd";
 
 template <typename Char>
 std::size_t BoundedLength(const Char* text, std::size_t bound) {
@@ -31,6 +37,30 @@ class HeaderReader : public SymbolOwner {
  private:
   FileSystem& fileSystem_;  // the owner's
 };
+
+// The names of the regular "*.cjd" files of a folder (no links, folders or
+// hidden names), by name ignoring case: one pass of readdir.
+std::vector<QString> StoredFileNames(QString const& folder) {
+  std::vector<QString> names;
+  const QByteArray path = folder.toLocal8Bit();
+  DIR* directory = ::opendir(path.constData());
+  if (directory == nullptr) return names;
+  while (const dirent* entry = ::readdir(directory)) {
+    const std::string_view name(entry->d_name);
+    if (name.starts_with('.') || !name.ends_with(kStoredSuffix)) continue;
+    struct stat info {};
+    const bool regular = entry->d_type == DT_REG ||
+                         (entry->d_type == DT_UNKNOWN && ::fstatat(::dirfd(directory), entry->d_name, &info,
+                                                                   AT_SYMLINK_NOFOLLOW) == 0 && S_ISREG(info.st_mode));
+    if (regular) names.push_back(QString::fromLocal8Bit(entry->d_name));
+  }
+  ::closedir(directory);
+  std::sort(names.begin(), names.end(), [](QString const& a, QString const& b) {
+    const int order = a.compare(b, Qt::CaseInsensitive);
+    return order != 0 ? order < 0 : a.compare(b) < 0;
+  });
+  return names;
+}
 
 void MixHash(std::size_t& seed, std::size_t value) {
   seed ^= value + 0x9e3779b97f4a7c15ULL + (seed << 6) + (seed >> 2);
@@ -103,17 +133,16 @@ CSymbol* SymbolRegistry::Add(QString const& folder, std::unique_ptr<CSymbol> sym
 }
 
 int SymbolRegistry::AddStoredFiles(QString const& folder, RefusalSink const& refused) {
-  const QFileInfoList files = QDir(folder).entryInfoList(QDir::Files | QDir::NoSymLinks | QDir::NoDotAndDotDot,
-                                                         QDir::Name | QDir::IgnoreCase);
   HeaderReader reader(owner_->GetFileSystem());
+  const QString prefix = folder.endsWith(QLatin1Char('/')) ? folder : folder + QLatin1Char('/');
   int added = 0;
-  for (QFileInfo const& file : files) {
-    if (file.suffix() != QLatin1String(kStoredSuffix)) continue;
-    const std::string path = file.filePath().toLocal8Bit().toStdString();
+  for (QString const& name : StoredFileNames(folder)) {
+    const QString filePath = prefix + name;
+    const std::string path = filePath.toLocal8Bit().toStdString();
     CSymbol header(&reader, path.c_str());
     Status status;
     if (header.LoadProperties(&status) != 0) {
-      refused(file.filePath(), status);
+      refused(filePath, status);
       continue;
     }
     const bool first = entries_.try_emplace(SymbolKey::Of(folder, header), Entry{nullptr, path}).second;

@@ -96,6 +96,14 @@ class PosixFileSystem : public FileSystem {
     return Status::FromErrno("remove", path, errno);
   }
 
+  Status SyncAll(std::string const& folder) override {
+    const int fd = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (fd < 0) return Status::FromErrno("open folder", folder, errno);
+    const bool synced = ::syncfs(fd) == 0;
+    const int error = errno;
+    ::close(fd);
+    return synced ? Status() : Status::FromErrno("sync the file system of", folder, error);
+  }
   Status SyncDirectory(std::string const& path) override {
     const int fd = ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (fd < 0) return Status::FromErrno("open folder", path, errno);

@@ -6,7 +6,8 @@
 // writes (pread/pwrite), retried on EINTR and on short transfers until the
 // end of the file; no user-space buffering, so nothing is lost by a process
 // that is killed after a write returned; Sync is fdatasync, SyncDirectory an
-// fsync of the directory (what makes a new directory entry durable).
+// fsync of the directory (what makes a new directory entry durable), SyncAll
+// a syncfs.
 // Thread-safety: a RandomAccessFile may be used from one thread at a time;
 // FileSystem::Default() is safe from any thread.
 
@@ -55,6 +56,9 @@ class FileSystem {
   virtual Status Remove(std::string const& path) = 0;
   // Makes the entries of a directory (files created in it) durable.
   virtual Status SyncDirectory(std::string const& path) = 0;
+  // Makes every file and directory of the file system that holds the folder
+  // durable (syncfs): one call where a sync of each of many files costs more.
+  virtual Status SyncAll(std::string const& folder) = 0;
   virtual bool Exists(std::string const& path) = 0;
 };
 

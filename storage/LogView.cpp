@@ -150,6 +150,7 @@ Status LoggedFileSystem::Open(std::string const& path, OpenMode mode, std::uniqu
 Status LoggedFileSystem::Remove(std::string const& path) { return ReadOnly("remove", path); }
 
 Status LoggedFileSystem::SyncDirectory(std::string const& path) { return ReadOnly("sync folder", path); }
+Status LoggedFileSystem::SyncAll(std::string const& folder) { return ReadOnly("sync the file system of", folder); }
 
 bool LoggedFileSystem::Exists(std::string const& path) {
   const wal::FilePlan* plan = nullptr;

@@ -50,6 +50,7 @@ class LoggedFileSystem : public FileSystem {
   Status Open(std::string const& path, OpenMode mode, std::unique_ptr<RandomAccessFile>* file) override;
   Status Remove(std::string const& path) override;
   Status SyncDirectory(std::string const& path) override;
+  Status SyncAll(std::string const& folder) override;
   bool Exists(std::string const& path) override;
 
   FileSystem& disk() const { return disk_; }

@@ -42,7 +42,8 @@ bool CSDTFile::Create(const char* path, bool readOnly) {
 }
 
 Status CSDTFile::Open(bool readOnly) {
-  if (IsOpen()) return Status();
+  if (IsOpen() && (writeRefusal_.ok() || readOnly)) return Status();
+  ReleaseDescriptor();  // writing was refused: it is asked again
   readOnly_ = readOnly;
   created_ = false;
   position_ = 0;
@@ -50,9 +51,17 @@ Status CSDTFile::Open(bool readOnly) {
   logged_ = log_ != nullptr && !logKey_.empty() ? log_->Entry(logKey_) : nullptr;
   changesSeen_ = logged_ != nullptr ? logged_->changes : 0;
   Status status = fileSystem_->Open(path_, readOnly ? OpenMode::ReadOnly : OpenMode::ReadWrite, &file_);
+  writeRefusal_ = Status();
   // Only a missing file is made: one that exists but would not open (no
-  // permission, no descriptor left) is never emptied.
-  if (!status.ok() && !readOnly && !fileSystem_->Exists(path_)) status = CreateWithHeader();
+  // permission, no descriptor left) is never emptied. One that may no
+  // longer be written is still read; its writes fail as its opening did.
+  if (!status.ok() && !readOnly && !fileSystem_->Exists(path_)) {
+    status = CreateWithHeader();
+  } else if (!status.ok() && !readOnly && fileSystem_->Open(path_, OpenMode::ReadOnly, &file_).ok()) {
+    writeRefusal_ = status;
+    readOnly_ = true;
+    status = Status();
+  }
   if (!status.ok()) file_.reset();
   return status;
 }
@@ -168,6 +177,7 @@ Status CSDTFile::ReadAt(std::uint64_t offset, void* out, std::size_t n) {
 }
 
 Status CSDTFile::WriteAt(std::uint64_t offset, const void* data, std::size_t n, bool append) {
+  if (!writeRefusal_.ok()) return writeRefusal_;
   if (!IsOpen() || readOnly_) return Error("write", "the file is not open for writing");
   if (log_ == nullptr) return file_->WriteAt(offset, data, n);
   Status status = append ? log_->Append(logKey_, *file_, offset, data, n) : log_->Write(logKey_, *file_, offset, data, n);

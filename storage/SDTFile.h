@@ -153,6 +153,7 @@ class CSDTFile {
   unsigned short version_;                  // written and required
   std::unique_ptr<RandomAccessFile> file_;  // null while closed
   bool readOnly_ = false;                   // how file_ was opened
+  Status writeRefusal_;                     // why file_ is read-only though writing was asked
   bool created_ = false;                    // the last Open made the file
   std::int64_t position_ = 0;               // stream position of Read/Write/Seek
   std::uint64_t changesSeen_ = 0;           // the log's change count that the caches reflect

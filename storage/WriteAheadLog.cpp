@@ -417,8 +417,12 @@ Status WriteAheadLog::RelogTail(std::string const& key, FileState& state) {
   return status;
 }
 
+// Many files (a start that made many symbols) cost one sync of their file
+// system instead of one each.
 Status WriteAheadLog::SyncWritten() {
   if (!Syncs()) return Status();
+  const auto written = std::count_if(files_.begin(), files_.end(), [](auto const& file) { return file.second.needsSync; });
+  if (std::size_t(written) > settings_.syncEachFileAtMost) return fileSystem_.SyncAll(folder_);
   for (auto& [key, state] : files_) {
     if (!state.needsSync) continue;
     Status status = SyncFile(key);

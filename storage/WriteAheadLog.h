@@ -32,7 +32,8 @@
 //      log (every frame since the last checkpoint is durable);
 //   2. write each pending tail into its data file;
 //   3. sync every data file written since the last checkpoint, then the
-//      folders that gained a file;
+//      folders that gained a file (past syncEachFileAtMost files, one sync
+//      of their file system does both);
 //   4. start a new log: a header with a new salt at offset 0, so the old
 //      frames no longer count (their chain of checksums began with the old
 //      salt), and sync it; the next frames overwrite the old ones.
@@ -88,6 +89,7 @@ struct DurabilitySettings {
   static constexpr int kEveryInsert = 2;
   int level = kSyncPoints;       // "Durability": 0, 1 or 2
   int syncIntervalMs = 1000;     // "SyncInterval": longest wait of a change for its checkpoint
+  std::size_t syncEachFileAtMost = 16;  // more files written: a checkpoint syncs their file system once
 };
 
 // The bytes of a file from `offset` to its end that only the log holds yet.

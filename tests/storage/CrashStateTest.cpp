@@ -82,7 +82,7 @@ void Materialise(std::string const& folder, Files const& files) {
 }
 
 std::string OpText(DurableOp const& op) {
-  static const char* const kKinds[] = {"create", "write", "truncate", "sync", "sync folder"};
+  static const char* const kKinds[] = {"create", "write", "truncate", "sync", "sync folder", "sync file system"};
   std::string text = std::string(kKinds[op.kind]) + " '" + op.path + "'";
   if (op.kind == DurableOp::kWrite) text += " @" + std::to_string(op.offset) + " +" + std::to_string(op.bytes.size());
   return op.kind == DurableOp::kTruncate ? text + " to " + std::to_string(op.offset) : text;
@@ -223,9 +223,10 @@ Pending PendingAt(std::string const& name, Files const& base, std::vector<Durabl
   int lastSync = -1, made = -1, folderSynced = -1;
   for (int i = 0; i < point; ++i) {
     DurableOp const& op = ops[std::size_t(i)];
-    folderSynced = op.kind == DurableOp::kSyncDirectory && op.path == folder ? i : folderSynced;
+    const bool all = op.kind == DurableOp::kSyncAll;
+    folderSynced = all || (op.kind == DurableOp::kSyncDirectory && op.path == folder) ? i : folderSynced;
     made = op.kind == DurableOp::kCreate && op.path == name ? i : made;
-    lastSync = op.kind == DurableOp::kSync && op.path == name ? i : lastSync;
+    lastSync = all || (op.kind == DurableOp::kSync && op.path == name) ? i : lastSync;
   }
   const auto found = base.find(name);
   file.exists = found != base.end() || made >= 0;
@@ -444,7 +445,8 @@ class Explorer {
 struct Scenario {
   const char* name;
   const char* steps;
-  int level;  // DurabilitySettings::level
+  int level;                           // DurabilitySettings::level
+  std::size_t syncEachFileAtMost = 16; // 0: every checkpoint syncs the whole file system
 };
 
 void PrintTo(Scenario const& scenario, std::ostream* out) { *out << scenario.name << " \"" << scenario.steps << '"'; }
@@ -455,6 +457,7 @@ TEST_P(CrashStateTest, EveryStateRecoversToAPrefixOfTheInserts) {
   cjdtest::ScratchDir dir;
   DurabilitySettings settings;
   settings.level = GetParam().level;
+  settings.syncEachFileAtMost = GetParam().syncEachFileAtMost;
   const Recording recording = Record(dir.File("run"), GetParam().steps, settings);
   ASSERT_FALSE(HasFailure());
   Explorer explorer(recording, settings, dir.File("state"));
@@ -476,7 +479,8 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(Scenario{"InsertsSyncPoints", "a0 r0 | A0 b1 A0 | b1 r0 m1 | A1 A0 m0 r1 | a1 a0", 1},
                       Scenario{"InsertsEveryCommit", "a0 r0 | A0 b1 A0 | b1 r0 m1 | A1 A0 m0 r1 | a1 a0", 2},
                       Scenario{"NewFileSyncPoints", "n2 a2 A2 | r2 m2 b2 a0", 1},
-                      Scenario{"NewFileEveryCommit", "n2 A2 r2 | a2 m2", 2}),
+                      Scenario{"NewFileEveryCommit", "n2 A2 r2 | a2 m2", 2},
+                      Scenario{"NewFileFileSystemSyncs", "n2 a2 A0 | r2 m1 b2 a0", 1, 0}),
     [](auto const& info) { return std::string(info.param.name); });
 
 }  // namespace

@@ -58,6 +58,7 @@ class FaultyFileSystem : public FileSystem {
 
   Status Remove(std::string const& path) override { return real_.Remove(path); }
   Status SyncDirectory(std::string const& path) override { return real_.SyncDirectory(path); }
+  Status SyncAll(std::string const& folder) override { return real_.SyncAll(folder); }
   bool Exists(std::string const& path) override { return real_.Exists(path); }
 
  private:

@@ -19,7 +19,7 @@
 namespace cjdtest {
 
 struct DurableOp {
-  enum Kind { kCreate, kWrite, kTruncate, kSync, kSyncDirectory };
+  enum Kind { kCreate, kWrite, kTruncate, kSync, kSyncDirectory, kSyncAll };
   Kind kind;
   std::string path;                  // relative to the recorded folder; "" is the folder itself
   std::uint64_t offset = 0;          // write: where; truncate: the new size
@@ -45,6 +45,10 @@ class RecordingFileSystem : public FileSystem {
   Status Remove(std::string const& path) override { return real_.Remove(path); }
   Status SyncDirectory(std::string const& path) override {
     Note({DurableOp::kSyncDirectory, Relative(path)});
+    return Status();
+  }
+  Status SyncAll(std::string const&) override {
+    Note({DurableOp::kSyncAll, ""});
     return Status();
   }
   bool Exists(std::string const& path) override { return real_.Exists(path); }
