@@ -196,7 +196,9 @@ Status ParseHeader(RandomAccessFile& file, std::string const& fileType, unsigned
 
 }  // namespace
 
+// Without a pending tail the file is read as it is.
 Status CSDTFile::ParseStoredHeader(ParsedHeader* header) {
+  if (Tail() == nullptr) return ParseHeader(*file_, fileType_, version_, header);
   LogicalFile view(path_, FileSize(), [this](std::uint64_t offset, void* out, std::size_t n) {
     return ReadAt(offset, out, n);
   });
