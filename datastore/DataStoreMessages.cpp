@@ -165,7 +165,7 @@ void CDataStoreModule::StopRequestThread() {
 
 // Everything reaches the data files; the symbols, the log and the lock go.
 void CDataStoreModule::CloseStore() {
-  std::lock_guard<std::mutex> lock(dataMutex_);
+  ChangeLock lock(*this);
   CloseWriteLog();
   running_ = false;
   KeepFileLogOpen(false);

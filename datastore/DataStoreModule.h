@@ -9,7 +9,10 @@
 //     records and handles the registry does not hold are answered with 1, as
 //     is every symbol message outside 3007 to 3005;
 //   - the data mutex serialises every access to a symbol, the registry's
-//     file cache and the log; the queue's own mutex is never held with it;
+//     file cache and the log; whatever changes the log or opens a file also
+//     holds the change mutex (taken first), which a checkpoint keeps while it
+//     syncs with the data mutex released, so reads of open files go on
+//     during its syncs; the queue's own mutex is never held with either;
 //   - completion calls of posted requests come from the worker thread only;
 //   - one writer per data folder: the instance that takes the folder's lock
 //     at 3007 recovers and keeps its write-ahead log (WriteAheadLog.h,
@@ -128,17 +131,26 @@ class CDataStoreModule : public CModule, public SymbolOwner, public ImportTarget
   bool IsInsideDataFolder(QString const& folder);
   void ReadConfiguration(QString const& configPath);
   void OpenWriteLog();
-  // REQUIRES (these five): the data mutex is held.
+  // The change mutex, then the data mutex.
+  struct ChangeLock {
+    explicit ChangeLock(CDataStoreModule& module) : change(module.changeMutex_), data(module.dataMutex_) {}
+    std::unique_lock<std::mutex> change;  // taken first
+    std::unique_lock<std::mutex> data;    // released by a checkpoint during its syncs
+  };
   void LogStatus(Status const& status);
-  void CheckpointIfDue();
+  // REQUIRES (these four): a ChangeLock is held.
+  void CheckpointIfDue(ChangeLock& lock);
   void CommitLog();
   Status UseSymbol(CSymbol& symbol);
   void CloseWriteLog();
+  // REQUIRES: data holds the data mutex (and keeps it on return).
+  Status UseForReading(CSymbol& symbol, std::unique_lock<std::mutex>& data);
   bool LogHasUnapplied();
 
   HostWord hostId_ = 0;                                 // identifier used in host calls
   bool running_ = false;                                // between 3007 and 3005
   std::shared_ptr<RequestQueue> requests_;              // posted requests and their worker, while running
+  std::mutex changeMutex_;                              // kept by changes and checkpoints; before dataMutex_
   std::mutex dataMutex_;                                // serialises symbols, file cache and log
   bool writeEnabled_ = true;                            // "EnableWrite", and this instance holds the lock
   QString readOnlyReason_;                              // why inserts are refused though "EnableWrite" allows them

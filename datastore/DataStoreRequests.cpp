@@ -1,5 +1,6 @@
 // Synchronous and posted requests, and what the worker asks of the store.
 #include <cstdlib>
+#include <functional>
 #include <cstring>
 
 #include "DataStoreModule.h"
@@ -45,8 +46,16 @@ void CDataStoreModule::LogStatus(Status const& status) {
   if (!status.ok()) ReportFailure(status.ToString());
 }
 
-void CDataStoreModule::CheckpointIfDue() {
-  if (writeLog_) LogStatus(writeLog_->CheckpointIfDue());
+// The checkpoint's syncs run with the data mutex released: reads of open
+// files go on; changes wait for the change mutex.
+void CDataStoreModule::CheckpointIfDue(ChangeLock& lock) {
+  if (!writeLog_) return;
+  LogStatus(writeLog_->CheckpointIfDue([&lock](std::function<Status()> const& syncs) {
+    lock.data.unlock();
+    Status status = syncs();
+    lock.data.lock();
+    return status;
+  }));
 }
 
 // The symbol's file open (through the registry's cache). A reader's symbol
@@ -57,6 +66,15 @@ Status CDataStoreModule::UseSymbol(CSymbol& symbol) {
   return status;
 }
 
+// A file to open is a change: the change mutex is taken first.
+Status CDataStoreModule::UseForReading(CSymbol& symbol, std::unique_lock<std::mutex>& data) {
+  if (symbol.file() != nullptr && symbol.file()->IsOpenAsAsked()) return UseSymbol(symbol);
+  data.unlock();
+  std::lock_guard<std::mutex> change(changeMutex_);
+  data.lock();
+  return UseSymbol(symbol);
+}
+
 bool CDataStoreModule::LogHasUnapplied() {
   std::lock_guard<std::mutex> lock(dataMutex_);
   return writeLog_ && writeLog_->HasUnapplied();
@@ -65,9 +83,9 @@ bool CDataStoreModule::LogHasUnapplied() {
 int CDataStoreModule::GetSymbolDataSend(GET_SYMBOL_DATA_REQUEST* request) {
   LogMessage("GetSymbolDataSend");
   if (request->handle == 0) return 1;
-  std::lock_guard<std::mutex> lock(dataMutex_);
+  std::unique_lock<std::mutex> lock(dataMutex_);
   CSymbol* symbol = SymbolOf(request->handle);
-  Status status = UseSymbol(*symbol);
+  Status status = UseForReading(*symbol, lock);
   if (status.ok()) symbol->GetData(request, &status);
   LogStatus(status);
   return 0;
@@ -76,9 +94,9 @@ int CDataStoreModule::GetSymbolDataSend(GET_SYMBOL_DATA_REQUEST* request) {
 int CDataStoreModule::GetSymbolDataCountSend(GET_SYMBOL_DATA_REQUEST* request) {
   LogMessage("GetSymbolDataCountSend");
   if (request->handle == 0) return 1;
-  std::lock_guard<std::mutex> lock(dataMutex_);
+  std::unique_lock<std::mutex> lock(dataMutex_);
   CSymbol* symbol = SymbolOf(request->handle);
-  Status status = UseSymbol(*symbol);
+  Status status = UseForReading(*symbol, lock);
   if (status.ok()) symbol->GetDataCount(request, &status);
   LogStatus(status);
   return 0;
@@ -87,13 +105,13 @@ int CDataStoreModule::GetSymbolDataCountSend(GET_SYMBOL_DATA_REQUEST* request) {
 // 1 when the records were not stored (the log says why).
 int CDataStoreModule::InsertSymbolDataSend(INSERT_SYMBOL_DATA_REQUEST* request) {
   LogMessage("InsertSymbolDataSend");
-  std::lock_guard<std::mutex> lock(dataMutex_);
+  ChangeLock lock(*this);
   CSymbol* symbol = SymbolOf(request->handle);
   Status status = UseSymbol(*symbol);
   if (status.ok()) status = symbol->InsertData(request->number, reinterpret_cast<unsigned char*>(request->data));
   LogStatus(status);
   CommitLog();
-  CheckpointIfDue();
+  CheckpointIfDue(lock);
   return status.ok() ? 0 : 1;
 }
 
@@ -122,16 +140,16 @@ int CDataStoreModule::InsertSymbolDataPost(INSERT_SYMBOL_DATA_REQUEST* request) 
 }
 
 void CDataStoreModule::ServeGet(GET_SYMBOL_DATA_REQUEST& copy) {
-  std::lock_guard<std::mutex> lock(dataMutex_);
+  std::unique_lock<std::mutex> lock(dataMutex_);
   CSymbol* symbol = SymbolOf(copy.handle);
-  Status status = UseSymbol(*symbol);
+  Status status = UseForReading(*symbol, lock);
   if (status.ok()) symbol->GetData(&copy, &status);
   LogStatus(status);
 }
 
 // Stores the records; the worker completes the request once it is durable.
 void CDataStoreModule::ServeInsert(INSERT_SYMBOL_DATA_REQUEST& copy) {
-  std::lock_guard<std::mutex> lock(dataMutex_);
+  ChangeLock lock(*this);
   CSymbol* symbol = SymbolOf(copy.handle);
   Status status = UseSymbol(*symbol);
   if (status.ok()) status = symbol->InsertData(copy.number, reinterpret_cast<unsigned char*>(copy.data));
@@ -145,13 +163,13 @@ void CDataStoreModule::CommitLog() {
 }
 
 void CDataStoreModule::CommitInserts() {
-  std::lock_guard<std::mutex> lock(dataMutex_);
+  ChangeLock lock(*this);
   CommitLog();
 }
 
 void CDataStoreModule::RunDueWork() {
-  std::lock_guard<std::mutex> lock(dataMutex_);
-  CheckpointIfDue();
+  ChangeLock lock(*this);
+  CheckpointIfDue(lock);
 }
 
 std::chrono::steady_clock::duration CDataStoreModule::UntilWorkDue() {

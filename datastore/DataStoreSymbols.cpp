@@ -55,7 +55,7 @@ void CDataStoreModule::UpdateSourceNames(QString const& provider) {
 
 CSymbol* CDataStoreModule::GetSymbol(QString const& key, SYMBOL_NAME_PERIOD* request) {
   if (request == nullptr) return nullptr;
-  std::lock_guard<std::mutex> lock(dataMutex_);
+  ChangeLock lock(*this);
   Status status;
   CSymbol* symbol = registry_.Find(key, *request, &status);
   LogStatus(status);
@@ -108,7 +108,7 @@ CSymbol* CDataStoreModule::CreateSymbol(QString const& key, SYMBOL_NAME_PERIOD c
   Status status;
   int created = 0;
   {
-    std::lock_guard<std::mutex> lock(dataMutex_);
+    ChangeLock lock(*this);
     created = symbol->Create(key, &status);
   }
   if (created != 0) {
@@ -135,7 +135,7 @@ int CDataStoreModule::OpenSymbol(SYMBOL_NAME_PERIOD_PATH* request, void** handle
   UpdateSourceNames(RequestProviderName(request->symbol));
   CSymbol* symbol = GetSymbol(key, &request->symbol);
   if (symbol == nullptr && (symbol = CreateSymbol(key, request->symbol)) != nullptr) {
-    std::lock_guard<std::mutex> lock(dataMutex_);
+    ChangeLock lock(*this);
     Status status = UseSymbol(*symbol);
     LogStatus(status);
     if (!status.ok()) symbol = nullptr;
@@ -162,7 +162,7 @@ int CDataStoreModule::CloseSymbol(void*) {
 
 // Only each file's header is read; its symbol loads when a request names it.
 void CDataStoreModule::CreateStoredSymbols(QString const& folder) {
-  std::lock_guard<std::mutex> lock(dataMutex_);
+  ChangeLock lock(*this);
   symbolCount_ += registry_.AddStoredFiles(folder, [this](QString const& path, Status const& why) {
     ReportFailure(QStringLiteral("Stored file not registered: %1 (%2)")
                       .arg(path, QString::fromLocal8Bit(why.reason().c_str()))

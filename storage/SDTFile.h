@@ -62,6 +62,8 @@ class CSDTFile {
   // it). Open takes a new descriptor.
   void ReleaseDescriptor();
   bool IsOpen() const { return file_ != nullptr; }
+  // Open, and for writing when that was asked: Open would do nothing.
+  bool IsOpenAsAsked() const { return file_ != nullptr && writeRefusal_.ok(); }
   // True when the last Open made the file.
   bool created() const { return created_; }
 

@@ -346,13 +346,8 @@ Status WriteAheadLog::VouchDirectAppends() {
   for (auto& [key, state] : files_) {
     if (!state.unvouched) continue;
     Status status = Syncs() ? SyncFile(key) : Status();
-    wal::Frame frame;
-    frame.kind = wal::FrameKind::AppendIntent;
-    frame.path = key;
-    frame.offset = state.appendedEnd;
-    if (status.ok()) status = AppendFrame(frame, nullptr, 0);
+    if (status.ok()) status = LogIntent(key, state);
     if (!status.ok()) return status;
-    state.unvouched = false;
     vouched = true;
   }
   return vouched && Syncs() ? SyncLog() : Status();
@@ -361,11 +356,9 @@ Status WriteAheadLog::VouchDirectAppends() {
 // A file whose tail cannot be written keeps it (logged again in the new log)
 // while the other files go on; a file cut below its tail behind the module's
 // back loses the tail, which no longer fits it. Either is reported.
-Status WriteAheadLog::Checkpoint() {
+Status WriteAheadLog::Checkpoint(SyncRunner const& runner) {
   if (!unapplied_) return Status();
-  Status status = Syncs() ? SyncNewFolders() : Status();
-  if (status.ok()) status = VouchDirectAppends();
-  if (status.ok() && Syncs()) status = SyncLog();
+  Status status = Syncs() ? SyncBeforeApplying(runner) : VouchDirectAppends();
   if (!status.ok()) return status;
   Status firstFailure;
   std::vector<std::string> kept;
@@ -376,7 +369,7 @@ Status WriteAheadLog::Checkpoint() {
     if (firstFailure.ok()) firstFailure = applied;
     if (state.tail) kept.push_back(key);
   }
-  status = SyncWritten();
+  status = SyncWritten(runner);
   if (status.ok()) status = StartNewLog();
   if (!status.ok()) return status;
   pendingBytes_ = 0;
@@ -391,8 +384,51 @@ Status WriteAheadLog::Checkpoint() {
     status = RelogTail(key, files_[key]);
     if (!status.ok() && firstFailure.ok()) firstFailure = status;
   }
-  status = Syncs() ? SyncLog() : Status();
+  status = Syncs() ? RunSyncs(runner, [this] { return SyncLog(); }) : Status();
   return firstFailure.ok() ? status : firstFailure;
+}
+
+Status WriteAheadLog::RunSyncs(SyncRunner const& runner, std::function<Status()> const& syncs) {
+  return runner ? runner(syncs) : syncs();
+}
+
+// Step 1: the folders that gained a file and the files with direct appends
+// are synced (outside the caller's lock), then an intent vouches for each
+// such file, then the log is synced.
+Status WriteAheadLog::SyncBeforeApplying(SyncRunner const& runner) {
+  const std::vector<std::string> folders(newFolders_.begin(), newFolders_.end());
+  std::vector<std::string> appended;
+  for (auto const& [key, state] : files_) {
+    if (state.unvouched) appended.push_back(key);
+  }
+  Status status = RunSyncs(runner, [&] {
+    Status synced;
+    for (std::string const& folder : folders) {
+      if (synced.ok()) synced = fileSystem_.SyncDirectory(folder);
+    }
+    for (std::string const& key : appended) {
+      if (synced.ok()) synced = SyncFile(key);
+    }
+    return synced;
+  });
+  if (!status.ok()) return status;
+  for (std::string const& folder : folders) newFolders_.erase(folder);
+  for (std::string const& key : appended) {
+    FileState& state = files_[key];
+    status = LogIntent(key, state);
+    if (!status.ok()) return status;
+  }
+  return RunSyncs(runner, [this] { return SyncLog(); });
+}
+
+Status WriteAheadLog::LogIntent(std::string const& key, FileState& state) {
+  wal::Frame frame;
+  frame.kind = wal::FrameKind::AppendIntent;
+  frame.path = key;
+  frame.offset = state.appendedEnd;
+  Status status = AppendFrame(frame, nullptr, 0);
+  if (status.ok()) state.unvouched = false;
+  return status;
 }
 
 Status WriteAheadLog::ApplyTail(std::string const& key, FileState& state) {
@@ -417,23 +453,32 @@ Status WriteAheadLog::RelogTail(std::string const& key, FileState& state) {
   return status;
 }
 
-// Many files (a start that made many symbols) cost one sync of their file
-// system instead of one each.
-Status WriteAheadLog::SyncWritten() {
+// Step 3, outside the caller's lock: many files (a start that made many
+// symbols) cost one sync of their file system instead of one each.
+Status WriteAheadLog::SyncWritten(SyncRunner const& runner) {
   if (!Syncs()) return Status();
-  const auto written = std::count_if(files_.begin(), files_.end(), [](auto const& file) { return file.second.needsSync; });
-  if (std::size_t(written) > settings_.syncEachFileAtMost) return fileSystem_.SyncAll(folder_);
-  for (auto& [key, state] : files_) {
-    if (!state.needsSync) continue;
-    Status status = SyncFile(key);
-    if (!status.ok()) return status;
+  std::vector<std::string> written;
+  for (auto const& [key, state] : files_) {
+    if (state.needsSync) written.push_back(key);
   }
-  return SyncNewFolders();
+  const std::vector<std::string> folders(newFolders_.begin(), newFolders_.end());
+  const bool wholeFileSystem = written.size() > settings_.syncEachFileAtMost;
+  return RunSyncs(runner, [&] {
+    if (wholeFileSystem) return fileSystem_.SyncAll(folder_);
+    Status status;
+    for (std::string const& key : written) {
+      if (status.ok()) status = SyncFile(key);
+    }
+    for (std::string const& folder : folders) {
+      if (status.ok()) status = fileSystem_.SyncDirectory(folder);
+    }
+    return status;
+  });
 }
 
-Status WriteAheadLog::CheckpointIfDue() {
+Status WriteAheadLog::CheckpointIfDue(SyncRunner const& runner) {
   if (!unapplied_ || UntilDue() > std::chrono::steady_clock::duration::zero()) return Status();
-  return Checkpoint();
+  return Checkpoint(runner);
 }
 
 std::chrono::steady_clock::duration WriteAheadLog::UntilDue() const {

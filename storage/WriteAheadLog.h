@@ -73,6 +73,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <set>
 #include <string>
@@ -152,8 +153,13 @@ class WriteAheadLog {
   Status WriteNewFile(std::string const& key, RandomAccessFile& file, const void* data, std::size_t n);
 
   Status Commit();
-  Status Checkpoint();
-  Status CheckpointIfDue();
+  // Runs a checkpoint's syncs. The data store runs them with its data mutex
+  // released, so that reads of open files go on; it keeps every change out
+  // (no write, append, header, commit, no file opened) until Checkpoint
+  // returns. The syncs touch nothing a read touches.
+  using SyncRunner = std::function<Status(std::function<Status()> const& syncs)>;
+  Status Checkpoint(SyncRunner const& runner = {});
+  Status CheckpointIfDue(SyncRunner const& runner = {});
   // Time until the next checkpoint is due; max() when nothing waits.
   std::chrono::steady_clock::duration UntilDue() const;
   bool HasUnapplied() const { return unapplied_; }
@@ -185,7 +191,10 @@ class WriteAheadLog {
   Status ProbeWritable(RandomAccessFile& file, std::uint64_t offset, std::uint64_t* size);
   Status ApplyTail(std::string const& key, FileState& state);
   Status RelogTail(std::string const& key, FileState& state);
-  Status SyncWritten();
+  Status SyncWritten(SyncRunner const& runner);
+  Status SyncBeforeApplying(SyncRunner const& runner);
+  Status LogIntent(std::string const& key, FileState& state);
+  static Status RunSyncs(SyncRunner const& runner, std::function<Status()> const& syncs);
   Status SyncNewFolders();
 
   FileSystem& fileSystem_;                 // where the folder lives

@@ -55,6 +55,29 @@ TEST_F(DataStoreDurabilityTest, SettingsOutOfRangeAreLoggedAndTheDefaultsUsed) {
   EXPECT_EQ(readAll<Candle>(handle), Series(3));
 }
 
+// The worker's checkpoints sync with the data mutex released: reads on the
+// host's thread go on meanwhile and always see every record, whole.
+TEST_F(DataStoreDurabilityTest, ReadsDuringCheckpointsSeeEveryRecord) {
+  constexpr int kUpdates = 300;
+  tree_.writeConfig({"SyncInterval=1"});
+  restart();
+  const HostWord handle = open(SymbolParams{});
+  std::vector<Candle> all = Series(kRecords);
+  ASSERT_EQ(insert(handle, all), 0);
+  for (int update = 0; update < kUpdates; ++update) {
+    std::vector<Candle> bar{MakeCandle(all.back().time + kStep, float(update))};
+    ASSERT_EQ(postInsert(handle, bar), 0);
+    const std::vector<Candle> read = readAll<Candle>(handle);
+    ASSERT_GE(read.size(), all.size()) << "update " << update;
+    ASSERT_TRUE(std::equal(all.begin(), all.end(), read.begin())) << "update " << update;
+    if (update % 10 != 9) continue;  // the bar is formed: it joins the records every read must hold
+    ASSERT_TRUE(sink_.waitFor(std::size_t(update) + 1));
+    all.push_back(bar[0]);
+  }
+  EXPECT_EQ(send(M::Stop), 0);
+  EXPECT_EQ(RecordsOnDisk(), all.size());
+}
+
 // A second copy of the library on the same data folder cannot take its lock:
 // it refuses inserts, writes nothing and reads what the writer stores.
 TEST_F(DataStoreDurabilityTest, SecondInstanceOnTheFolderOnlyReads) {
