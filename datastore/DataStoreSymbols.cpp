@@ -118,28 +118,25 @@ CSymbol* CDataStoreModule::CreateSymbol(QString const& key, SYMBOL_NAME_PERIOD c
                       .toLocal8Bit()
                       .toStdString());
   }
-  // A file that exists but does not load stays as it is, unregistered.
-  if (created == kHeaderNotWritten) return nullptr;
+  // A file that exists but does not load stays as it is, unregistered; a
+  // writer that cannot make the file has no symbol. A reader waits for the
+  // writer to make it.
+  if (created == kHeaderNotWritten || (created != 0 && !symbol->writeDisabled())) return nullptr;
   CSymbol* added = symbol.release();
   AppendSymbol(key, added);
   return added;
 }
 
 // 1 for a folder outside the data folder, a stored file that does not load,
-// or a new file that cannot be made or opened (the log says which and why).
-// A symbol found opens its file when a request uses it.
+// or a new file that cannot be made (the log says which and why). A symbol
+// opens its file when a request uses it.
 int CDataStoreModule::OpenSymbol(SYMBOL_NAME_PERIOD_PATH* request, void** handle, bool) {
   LogMessage("OpenSymbol");
   const QString key = RequestPath(*request);
   if (!running_ || !IsInsideDataFolder(key)) return 1;
   UpdateSourceNames(RequestProviderName(request->symbol));
   CSymbol* symbol = GetSymbol(key, &request->symbol);
-  if (symbol == nullptr && (symbol = CreateSymbol(key, request->symbol)) != nullptr) {
-    ChangeLock lock(*this);
-    Status status = UseSymbol(*symbol);
-    LogStatus(status);
-    if (!status.ok()) symbol = nullptr;
-  }
+  if (symbol == nullptr) symbol = CreateSymbol(key, request->symbol);
   if (symbol == nullptr) return 1;
   *handle = symbol;
   return 0;
