@@ -27,9 +27,23 @@ struct RequestText {
   std::int32_t length;
 };
 
+// The wide name lies at an odd offset of the packed record: it is copied as
+// bytes, never through a char16_t pointer.
+void SetName(SYMBOL_NAME_PERIOD& request, std::u16string const& name) {
+  std::memcpy(reinterpret_cast<char*>(&request) + offsetof(SYMBOL_NAME_PERIOD, name), name.data(),
+              std::min<std::size_t>(name.size(), kHostWideNameUnits) * sizeof(char16_t));
+}
+
+std::u16string NameOf(SYMBOL_NAME_PERIOD const& request) {
+  std::u16string name(kHostWideNameUnits, u'\0');
+  std::memcpy(name.data(), reinterpret_cast<const char*>(&request) + offsetof(SYMBOL_NAME_PERIOD, name),
+              name.size() * sizeof(char16_t));
+  return name.substr(0, name.find(u'\0'));
+}
+
 SYMBOL_NAME_PERIOD ToRequest(RequestText const& text) {
   SYMBOL_NAME_PERIOD request{};
-  std::copy_n(text.name.begin(), std::min<std::size_t>(text.name.size(), kHostWideNameUnits), request.name);
+  SetName(request, text.name);
   std::copy_n(text.code.begin(), std::min(text.code.size(), sizeof(request.code)), request.code);
   std::copy_n(text.provider.begin(), std::min(text.provider.size(), sizeof(request.provider)), request.provider);
   request.period.kind = text.kind;
@@ -40,7 +54,8 @@ SYMBOL_NAME_PERIOD ToRequest(RequestText const& text) {
 std::unique_ptr<CSymbol> SymbolOf(SymbolOwner* owner, SYMBOL_NAME_PERIOD const& request) {
   std::string code(request.code, strnlen(request.code, sizeof(request.code)));
   const std::u16string provider = QString::fromLocal8Bit(request.provider).toStdU16String();
-  const auto* name = reinterpret_cast<const unsigned short*>(request.name);
+  const std::u16string wideName = NameOf(request);
+  const auto* name = reinterpret_cast<const unsigned short*>(wideName.c_str());
   return std::make_unique<CSymbol>(owner, name, request.period, name, code.data(),
                                    reinterpret_cast<const unsigned short*>(provider.c_str()));
 }
@@ -48,8 +63,7 @@ std::unique_ptr<CSymbol> SymbolOf(SymbolOwner* owner, SYMBOL_NAME_PERIOD const& 
 // The match rules, walked over every registered symbol in order.
 CSymbol* LinearFind(std::vector<std::pair<QString, CSymbol*>> const& all, QString const& folder,
                     SYMBOL_NAME_PERIOD const& request) {
-  const QString name = QString::fromUtf16(request.name, qsizetype(std::find(request.name, request.name + kHostWideNameUnits,
-                                                                            u'\0') - request.name));
+  const QString name = QString::fromStdU16String(NameOf(request));
   const std::string code(request.code, strnlen(request.code, sizeof(request.code)));
   const QString provider =
       QString::fromLocal8Bit(request.provider, qsizetype(strnlen(request.provider, sizeof(request.provider))));
@@ -116,7 +130,7 @@ class StoredFilesTest : public ::testing::Test {
   SYMBOL_NAME_PERIOD Request(const char* name, SYMBOL_PERIOD period) {
     std::unique_ptr<CSymbol> symbol = MakeSymbol(nullptr, name, period);
     SYMBOL_NAME_PERIOD request{};
-    std::copy_n(symbol->name(), std::char_traits<char16_t>::length(symbol->name()), request.name);
+    SetName(request, symbol->name());
     std::strcpy(request.code, symbol->code());
     std::strcpy(request.provider, "Demo");
     request.period = period;
