@@ -143,6 +143,7 @@ class CDataStoreModule : public CModule, public SymbolOwner, public ImportTarget
   void CommitLog();
   Status UseSymbol(CSymbol& symbol);
   void CloseWriteLog();
+  void ReadSymbol(GET_SYMBOL_DATA_REQUEST& request, bool countOnly);
   // REQUIRES: data holds the data mutex (and keeps it on return).
   Status UseForReading(CSymbol& symbol, std::unique_lock<std::mutex>& data);
   bool LogHasUnapplied();

@@ -80,25 +80,27 @@ bool CDataStoreModule::LogHasUnapplied() {
   return writeLog_ && writeLog_->HasUnapplied();
 }
 
+// A get or a count, on whichever thread asks; failures are logged.
+void CDataStoreModule::ReadSymbol(GET_SYMBOL_DATA_REQUEST& request, bool countOnly) {
+  std::unique_lock<std::mutex> lock(dataMutex_);
+  CSymbol* symbol = SymbolOf(request.handle);
+  Status status = UseForReading(*symbol, lock);
+  if (status.ok() && countOnly) symbol->GetDataCount(&request, &status);
+  if (status.ok() && !countOnly) symbol->GetData(&request, &status);
+  LogStatus(status);
+}
+
 int CDataStoreModule::GetSymbolDataSend(GET_SYMBOL_DATA_REQUEST* request) {
   LogMessage("GetSymbolDataSend");
   if (request->handle == 0) return 1;
-  std::unique_lock<std::mutex> lock(dataMutex_);
-  CSymbol* symbol = SymbolOf(request->handle);
-  Status status = UseForReading(*symbol, lock);
-  if (status.ok()) symbol->GetData(request, &status);
-  LogStatus(status);
+  ReadSymbol(*request, false);
   return 0;
 }
 
 int CDataStoreModule::GetSymbolDataCountSend(GET_SYMBOL_DATA_REQUEST* request) {
   LogMessage("GetSymbolDataCountSend");
   if (request->handle == 0) return 1;
-  std::unique_lock<std::mutex> lock(dataMutex_);
-  CSymbol* symbol = SymbolOf(request->handle);
-  Status status = UseForReading(*symbol, lock);
-  if (status.ok()) symbol->GetDataCount(request, &status);
-  LogStatus(status);
+  ReadSymbol(*request, true);
   return 0;
 }
 
@@ -139,13 +141,7 @@ int CDataStoreModule::InsertSymbolDataPost(INSERT_SYMBOL_DATA_REQUEST* request) 
   return 0;
 }
 
-void CDataStoreModule::ServeGet(GET_SYMBOL_DATA_REQUEST& copy) {
-  std::unique_lock<std::mutex> lock(dataMutex_);
-  CSymbol* symbol = SymbolOf(copy.handle);
-  Status status = UseForReading(*symbol, lock);
-  if (status.ok()) symbol->GetData(&copy, &status);
-  LogStatus(status);
-}
+void CDataStoreModule::ServeGet(GET_SYMBOL_DATA_REQUEST& copy) { ReadSymbol(copy, false); }
 
 // Stores the records; the worker completes the request once it is durable.
 void CDataStoreModule::ServeInsert(INSERT_SYMBOL_DATA_REQUEST& copy) {

@@ -82,6 +82,16 @@ class PosixFile : public RandomAccessFile {
   const std::string path_;  // for error texts
 };
 
+// Opens a folder and runs sync (fsync: its entries; syncfs: its file system) on it.
+Status SyncThroughFolder(std::string const& folder, int (*sync)(int), const char* operation) {
+  const int fd = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (fd < 0) return Status::FromErrno("open folder", folder, errno);
+  const bool synced = sync(fd) == 0;
+  const int error = errno;
+  ::close(fd);
+  return synced ? Status() : Status::FromErrno(operation, folder, error);
+}
+
 class PosixFileSystem : public FileSystem {
  public:
   Status Open(std::string const& path, OpenMode mode, std::unique_ptr<RandomAccessFile>* file) override {
@@ -97,21 +107,9 @@ class PosixFileSystem : public FileSystem {
   }
 
   Status SyncAll(std::string const& folder) override {
-    const int fd = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (fd < 0) return Status::FromErrno("open folder", folder, errno);
-    const bool synced = ::syncfs(fd) == 0;
-    const int error = errno;
-    ::close(fd);
-    return synced ? Status() : Status::FromErrno("sync the file system of", folder, error);
+    return SyncThroughFolder(folder, ::syncfs, "sync the file system of");
   }
-  Status SyncDirectory(std::string const& path) override {
-    const int fd = ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (fd < 0) return Status::FromErrno("open folder", path, errno);
-    const bool synced = ::fsync(fd) == 0;
-    const int error = errno;
-    ::close(fd);
-    return synced ? Status() : Status::FromErrno("sync folder", path, error);
-  }
+  Status SyncDirectory(std::string const& path) override { return SyncThroughFolder(path, ::fsync, "sync folder"); }
 
   bool Exists(std::string const& path) override {
     struct stat status;
