@@ -1,11 +1,12 @@
 // fuzz_export_dir: an export directory made by another program. The input
-// becomes a MASTER index and one or two data files in a scratch folder; every
-// index entry is then looked up, dated and converted as the import does.
+// becomes MASTER, XMASTER and EMASTER indexes and two data files in a scratch
+// folder; every index entry is then dated and converted as the import does.
 //
-// Input: data file number A u8, data file number B u8, MASTER size u16, the
-// MASTER bytes, size of A u16, the bytes of "F<A>.dat", then the bytes of
-// "f<B>.DAT" (written only when there are any; its name needs the
-// case-insensitive look-up). Sizes are cut to the bytes that are there.
+// Input: data file number A u8, data file number B u8, then MASTER, XMASTER
+// and EMASTER, each as a u16 size and its bytes, the size of A u16 and the
+// bytes of "F<A>.dat", then the bytes of "f<256 + B>.mwd" (written only when
+// there are any; its name needs the case-insensitive look-up). Sizes are cut
+// to the bytes that are there.
 
 #include <QString>
 #include <algorithm>
@@ -16,7 +17,9 @@
 #include <string>
 #include <vector>
 
+#include "ExportConversion.h"
 #include "ExportDirectory.h"
+#include "ExportIndex.h"
 #include "FuzzSupport.h"
 
 namespace {
@@ -44,20 +47,23 @@ class InputCursor {
   std::size_t at_ = 0;
 };
 
+constexpr int kFirstXmasterFile = 256;
+
 // A MASTER that claims more records than it holds yields runs of zero-filled
 // entries; converting one of a run is enough.
-bool SameBytes(IndexEntry const& a, IndexEntry const& b) { return std::equal(a.bytes, std::end(a.bytes), b.bytes); }
+bool SameRecord(IndexEntry const& a, IndexEntry const& b) {
+  return a.fileNumber == b.fileNumber && a.recordLength == b.recordLength && a.fieldCount == b.fieldCount &&
+         a.periodLetter == b.periodLetter && a.intradaySize == b.intradaySize && a.symbol == b.symbol &&
+         a.source == b.source;
+}
 
-void Convert(QString const& dir, std::vector<IndexEntry> const& entries, std::size_t k) {
-  IndexEntry const& entry = entries[k];
-  const QString dataFile = DataFilePath(dir, entry.fileNumber());
-  getFirstTime(entry.recordLength(), entry.periodLetter(), dataFile);
-  getLastTime(entry.recordLength(), entry.periodLetter(), dataFile);
-  FindIndexEntry(entries, entry.symbol(), entry.periodText());
+void Convert(IndexEntry const& entry, std::size_t k) {
+  getFirstTime(entry.recordLength, entry.periodLetter, entry.dataFile);
+  getLastTime(entry.recordLength, entry.periodLetter, entry.dataFile);
 
   ConvertedInstrument out;
   const QString priceType = QString::fromLatin1(kPriceTypes[k % kPriceTypeCount]);
-  if (!ConvertInstrument(dir, entry, entry, priceType, out)) return;
+  if (ConvertInstrument(entry, priceType, out) != ConversionOutcome::kConverted) return;
   if (out.points.size() != std::size_t(out.pointCount) * out.pointSize) {
     std::fprintf(stderr, "%d points of %u bytes in %zu bytes\n", out.pointCount, out.pointSize, out.points.size());
     std::abort();
@@ -71,14 +77,15 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   InputCursor input(data, size);
   const std::uint32_t numberA = input.Byte();
   const std::uint32_t numberB = input.Byte();
-  input.WriteNext(scratch.File("MASTER"), input.Size());
+  for (const char* index : {"MASTER", "XMASTER", "EMASTER"}) input.WriteNext(scratch.File(index), input.Size());
   input.WriteNext(scratch.File("F" + std::to_string(numberA) + ".dat"), input.Size());
-  if (input.Left() > 0) input.WriteNext(scratch.File("f" + std::to_string(numberB) + ".DAT"), input.Left());
+  if (input.Left() > 0) {
+    input.WriteNext(scratch.File("f" + std::to_string(kFirstXmasterFile + numberB) + ".mwd"), input.Left());
+  }
 
-  const QString dir = QString::fromStdString(scratch.path());
-  const std::vector<IndexEntry> entries = ReadMaster(dir);
+  const std::vector<IndexEntry> entries = ReadExportIndex(QString::fromStdString(scratch.path()));
   for (std::size_t k = 0; k < entries.size(); ++k) {
-    if (k == 0 || !SameBytes(entries[k], entries[k - 1])) Convert(dir, entries, k);
+    if (k == 0 || !SameRecord(entries[k], entries[k - 1])) Convert(entries[k], k);
   }
   scratch.Empty();
   return 0;

@@ -17,7 +17,7 @@
 #include <string>
 #include <vector>
 
-#include "ExportDirectory.h"
+#include "ExportIndex.h"
 #include "FileFormat.h"
 #include "FuzzInputs.h"
 #include "FuzzSupport.h"
@@ -223,29 +223,36 @@ void WriteCjdSeeds(std::filesystem::path const& out) {
 
 // ---- fuzz_export_dir: number A, number B, MASTER size, MASTER, size of A, A, B.
 
-Bytes DataFileHead(std::filesystem::path const& exportDir, int number, int recordLength) {
-  Bytes file = ReadFile(DataFilePath(QString::fromStdString(exportDir.string()), number).toStdString());
-  file.resize(std::min(file.size(), std::size_t(recordLength) * (kExportSeedRecords + 1)));
+Bytes DataFileHead(IndexEntry const& entry) {
+  Bytes file = ReadFile(entry.dataFile.toStdString());
+  file.resize(std::min(file.size(), std::size_t(entry.recordLength) * (kExportSeedRecords + 1)));
   return file;
 }
 
+// An index file of the directory whatever its case; empty when there is none.
+Bytes IndexFileBytes(std::filesystem::path const& exportDir, const char* name) {
+  const QString path = ExportFolder(QString::fromStdString(exportDir.string())).Find(QString::fromLatin1(name));
+  return path.isEmpty() ? Bytes{} : ReadFile(path.toStdString());
+}
+
+void AppendSized(Bytes& out, Bytes const& bytes) {
+  AppendU16(out, bytes.size());
+  out.insert(out.end(), bytes.begin(), bytes.end());
+}
+
+// The MASTER entry a as F<A>.dat; b's data file as the one of XMASTER's size.
 Bytes ExportSeed(std::filesystem::path const& exportDir, IndexEntry const& a, IndexEntry const& b) {
-  const QString dir = QString::fromStdString(exportDir.string());
-  const Bytes master = ReadFile(QDir(dir).filePath(QStringLiteral("master")).toStdString());
-  const Bytes dataA = DataFileHead(exportDir, a.fileNumber(), a.recordLength());
-  const Bytes dataB = DataFileHead(exportDir, b.fileNumber(), b.recordLength());
-  Bytes out = {std::uint8_t(a.fileNumber()), std::uint8_t(b.fileNumber())};
-  AppendU16(out, master.size());
-  out.insert(out.end(), master.begin(), master.end());
-  AppendU16(out, dataA.size());
-  out.insert(out.end(), dataA.begin(), dataA.end());
+  Bytes out = {std::uint8_t(a.fileNumber), std::uint8_t(b.fileNumber)};
+  for (const char* index : {"MASTER", "XMASTER", "EMASTER"}) AppendSized(out, IndexFileBytes(exportDir, index));
+  AppendSized(out, DataFileHead(a));
+  const Bytes dataB = DataFileHead(b);
   out.insert(out.end(), dataB.begin(), dataB.end());
   return out;
 }
 
 // Pairs a daily entry with an intraday one and ticks with a daily one.
 void WriteExportSeeds(std::filesystem::path const& out, std::filesystem::path const& exportDir) {
-  const std::vector<IndexEntry> entries = ReadMaster(QString::fromStdString(exportDir.string()));
+  const std::vector<IndexEntry> entries = ReadExportIndex(QString::fromStdString(exportDir.string()));
   const QString periods[][2] = {{"D", "I  5"}, {"I  0", "D"}};
   int number = 0;
   for (auto const& [first, second] : periods) {

@@ -63,6 +63,8 @@ constexpr std::chrono::seconds kInsertWait{60};      // longest wait for that ca
 // The module's import dialog.
 constexpr const char* kImportProvider = "QUENDAL";   // provider of the symbols its importer opens
 constexpr const char* kOkKey = "C0049Ok";            // translation key of its OK button
+constexpr const char* kImportedProperty = "importedInstruments";  // the dialog's count of imported instruments
+constexpr std::uint32_t kReportLogLevel = 3;         // host log level of the module's reports
 constexpr const char* kModulesMenu = "&Modules";     // gui's menu of the modules' entries
 constexpr int kWindowWidth = 640;                    // gui's main window
 constexpr int kWindowHeight = 400;
@@ -523,43 +525,15 @@ int RunInsert(const Arguments& arguments) {
 // ---------------------------------------------------------------------------
 // import, gui, screenshot: the module's import dialog
 
-// A symbol that an import wrote, as dshost opens it again.
-struct ImportedSymbol {
-  std::string label;                                 // "NAME PERIOD CODE"
-  Target target;                                     // the importer's own request
-};
-
-// The request the importer opens a row's symbol with: the symbol up to its
-// first space as name, the row's price type as code, the importer's provider.
-bool ImportedSymbolOf(const ImportRow& row, ImportedSymbol* symbol, std::string* error) {
-  const QString name = row.symbol.section(QLatin1Char(' '), 0, 0);
+// The request the importer opens a row's symbol with: the whole symbol as
+// name, the row's price type as code, the importer's provider.
+bool ImportedSymbolOf(const ImportRow& row, Target* target, std::string* error) {
   const std::string period = Utf8(QString(row.period).remove(QLatin1Char(' ')));
-  const std::string code = row.priceType.toLocal8Bit().toStdString();
   SYMBOL_PERIOD parsed{};
   if (!ParsePeriod(period, &parsed, error)) return false;
-  symbol->label = Utf8(name) + ' ' + period + ' ' + code;
-  symbol->target.layout = LayoutOf(parsed);
-  return MakeSymbolRequest(kImportProvider, name.toStdU16String(), code, parsed,
-                           &symbol->target.request, error);
-}
-
-// The symbols of the rows, each once; rows that dshost cannot name are
-// reported and left out.
-std::vector<ImportedSymbol> ImportedSymbols(const std::vector<ImportRow>& rows) {
-  std::vector<ImportedSymbol> symbols;
-  for (const ImportRow& row : rows) {
-    ImportedSymbol symbol;
-    std::string error;
-    if (!ImportedSymbolOf(row, &symbol, &error)) {
-      Failure(Utf8(row.symbol.trimmed()) + ": " + error);
-      continue;
-    }
-    const bool known = std::any_of(symbols.begin(), symbols.end(), [&symbol](const auto& other) {
-      return other.label == symbol.label;
-    });
-    if (!known) symbols.push_back(symbol);
-  }
-  return symbols;
+  target->layout = LayoutOf(parsed);
+  return MakeSymbolRequest(kImportProvider, row.symbol.trimmed().toStdU16String(),
+                           row.priceType.toLocal8Bit().toStdString(), parsed, &target->request, error);
 }
 
 // Waits until the worker has written every insert posted so far. The
@@ -567,30 +541,32 @@ std::vector<ImportedSymbol> ImportedSymbols(const std::vector<ImportRow>& rows) 
 // drops the queued ones. The worker serves inserts one at a time in the order
 // they were posted, whereas a posted get overtakes queued inserts (gets are
 // served first), so only an insert can follow them: the completion of an
-// insert of no records, which changes nothing, posted after the import.
-bool AwaitPostedInserts(ModuleHost& host, HostWord handle, InsertCompletion& completion) {
-  host.postInsert(handle, 0, nullptr, kInsertDoneMessage);
-  std::int32_t ignored = 0;
-  return completion.wait(&ignored) || StepFailed(NoCompletion());
+// insert of no records, which changes nothing, posted after the import to
+// the first row's symbol.
+bool AwaitPostedInserts(ModuleHost& host, const std::vector<ImportRow>& rows, InsertCompletion& completion) {
+  for (const ImportRow& row : rows) {
+    Target target;
+    std::string error;
+    HostWord handle = 0;
+    if (!ImportedSymbolOf(row, &target, &error)) continue;
+    if (!OpenSymbol(host, target, &handle)) return false;
+    host.postInsert(handle, 0, nullptr, kInsertDoneMessage);
+    std::int32_t ignored = 0;
+    return completion.wait(&ignored) || StepFailed(NoCompletion());
+  }
+  return true;
 }
 
-// Opens the symbols of the imported rows, waits for the worker to write them,
-// and prints one line per symbol: NAME PERIOD CODE RECORDS.
-bool ReportImport(ModuleHost& host, InsertCompletion& completion,
-                  const std::vector<ImportRow>& rows) {
-  std::vector<ImportedSymbol> symbols = ImportedSymbols(rows);
-  std::vector<HostWord> handles(symbols.size());
-  for (std::size_t i = 0; i < symbols.size(); ++i) {
-    if (!OpenSymbol(host, symbols[i].target, &handles[i])) return false;
-  }
-  if (!handles.empty() && !AwaitPostedInserts(host, handles.back(), completion)) return false;
-  for (std::size_t i = 0; i < symbols.size(); ++i) {
-    std::int32_t count = 0;
-    if (!CountRecords(host, handles[i], Selection{}, &count)) return false;
-    std::printf("%s %d\n", symbols[i].label.c_str(), count);
+// Prints what the module told the host log from entry `first` on: the
+// import's report (one line per instrument, then a summary) to standard
+// output, its failures to standard error.
+void PrintModuleLog(const ModuleHost& host, std::size_t first) {
+  const std::vector<ModuleHost::LogEntry> logs = host.logs();
+  for (std::size_t k = first; k < logs.size(); ++k) {
+    const std::string text = Utf8(QString::fromStdU16String(logs[k].text));
+    std::fprintf(logs[k].level == kReportLogLevel ? stdout : stderr, "%s\n", text.c_str());
   }
   std::fflush(stdout);
-  return true;
 }
 
 // Starts the module for its import dialog: from then on the host shows the
@@ -627,43 +603,59 @@ QString PathOperand(const Arguments& arguments, std::size_t index) {
   return QString::fromLocal8Bit(arguments.operands[index]);
 }
 
-// Presses OK with every row checked, as they start; OK stays disabled when
-// the folder has no index.
-int RunImport(const Arguments& arguments) {
+// The import's arguments: the importer's provider unless one is given, so
+// that get with --provider QUENDAL finds what it stored.
+Arguments ImportArguments(const Arguments& arguments) {
+  Arguments withProvider = arguments;
+  withProvider.options.emplace("--provider", kImportProvider);
+  return withProvider;
+}
+
+// Presses OK with every row checked, as they start, waits until the worker
+// has written what the import posted, and prints the module's report. Fails
+// when the folder has nothing to import (OK stays disabled) or nothing was
+// imported.
+int RunImport(const Arguments& given) {
+  const Arguments arguments = ImportArguments(given);
   const QString folder = PathOperand(arguments, 0);
   InsertCompletion completion;
   HostTranslator translator;
   ModuleHost host;
   HandleCompletions(host, completion);
   if (!StartImportMenu(arguments, folder, &host, &translator)) return kExitFailure;
+  const std::size_t firstLog = host.logs().size();
   QDialog* dialog = OpenImportDialog(host);
   if (dialog == nullptr) return kExitFailure;
   QPushButton* ok = FindButton(dialog, translator.text(kOkKey));
   if (ok == nullptr || !ok->isEnabled()) {
     CloseDialog(dialog);
-    return Failure("no MASTER index in " + Utf8(folder) + " (the dialog's OK stays disabled)");
+    PrintModuleLog(host, firstLog);
+    host.send(HostMessage::Stop);
+    return Failure("nothing to import in " + Utf8(folder) + " (the dialog's OK stays disabled)");
   }
   const std::vector<ImportRow> rows = CheckedRows(dialog);
-  ok->click();  // imports and closes the dialog before it returns
-  const bool finished = !dialog->isVisible();
+  ok->click();  // imports, then shows the report
+  const int imported = dialog->property(kImportedProperty).toInt();
   CloseDialog(dialog);
-  if (!finished) return Failure("the import dialog is still open after OK");
-  if (!ReportImport(host, completion, rows)) return kExitFailure;
+  if (!AwaitPostedInserts(host, rows, completion)) return kExitFailure;
+  PrintModuleLog(host, firstLog);
   host.send(HostMessage::Stop);
-  return 0;
+  return imported > 0 ? 0 : Failure("no instrument was imported from " + Utf8(folder));
 }
 
-// After each import through the dialog, reports what it stored. The module
-// connected OK first, so its import has run when this slot is called; the
-// closed dialog is deleted only later, from the event loop.
+// After each import through the dialog, waits for the worker and prints the
+// report. The module connected OK first, so its import has run when this
+// slot is called.
 void ReportImportsOf(QDialog* dialog, ModuleHost& host, InsertCompletion& completion,
                      const HostTranslator& translator) {
   QPushButton* ok = FindButton(dialog, translator.text(kOkKey));
   if (ok == nullptr) return;
-  QObject::connect(ok, &QPushButton::clicked, ok,
-                   [dialog = QPointer<QDialog>(dialog), &host, &completion] {
-                     if (!dialog.isNull()) ReportImport(host, completion, CheckedRows(dialog));
-                   });
+  auto firstLog = std::make_shared<std::size_t>(host.logs().size());  // the next report's first line
+  QObject::connect(ok, &QPushButton::clicked, ok, [dialog = QPointer<QDialog>(dialog), firstLog, &host, &completion] {
+    if (dialog.isNull() || !AwaitPostedInserts(host, CheckedRows(dialog), completion)) return;
+    PrintModuleLog(host, *firstLog);
+    *firstLog = host.logs().size();
+  });
 }
 
 QString MenuText(const mm_menu_item& item) {
@@ -749,10 +741,12 @@ const std::vector<Command>& Commands() {
        "its header names epoch or time and every value column, in any order",
        {"--code"}, kSymbolOperands, &RunInsert},
       {"import", "EXPORT_DIR",
-       "open the module's import dialog on the folder's MASTER index (3066, 5511), press OK "
-       "with every instrument checked, wait until the worker has written them, and print "
-       "NAME PERIOD CODE RECORDS per symbol; the symbols carry the provider QUENDAL, so run "
-       "import and get with --provider QUENDAL to read them back",
+       "open the module's import dialog on the folder's index (MASTER, EMASTER, XMASTER; "
+       "3066, 5511), press OK with every instrument checked, wait until the worker has "
+       "written them, and print the module's report: a line per instrument with its name, "
+       "period, price type and points stored, or why it was skipped; exit 1 when nothing "
+       "was imported. The provider defaults to the importer's, QUENDAL: read the symbols "
+       "back with get --provider QUENDAL",
        {}, 1, &RunImport, Display::kOffscreen},
       {"gui", "",
        "open a main window whose Modules menu holds the module's entry (3066); choosing it "

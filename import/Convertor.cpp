@@ -7,6 +7,7 @@
 #include <QFileInfo>
 #include <QHeaderView>
 #include <QLabel>
+#include <QPlainTextEdit>
 #include <QProgressBar>
 #include <QPushButton>
 #include <QRect>
@@ -20,6 +21,7 @@
 #include <limits>
 
 #include "DialogConvertor.h"
+#include "ExportDirectory.h"
 #include "ImportTarget.h"
 #include "LineEdit.h"
 #include "Module.h"
@@ -64,6 +66,9 @@ constexpr const char* kIndexPriceTypes[] = {"Last", "Proc"};
 constexpr QChar kIndexSymbolMark = QLatin1Char('.');
 
 constexpr int kPumpMs = 100;  // longest event processing per progress step
+constexpr int kNarrowestSymbolColumn = 60;  // the symbol column gives way down to this
+constexpr int kMeasuredRows = 1000;         // rows whose cells size a column, as the header measures
+constexpr coreLogMsgLevel kReportLevel = LOG_LEVEL_3;  // the host log's level of the report
 
 template <std::size_t N>
 QStringList Texts(const char* const (&texts)[N]) {
@@ -220,8 +225,13 @@ void CConvertor::buildTable() {
   table->horizontalScrollBar()->setContextMenuPolicy(Qt::NoContextMenu);
   table->horizontalHeader()->setSectionResizeMode(QHeaderView::Interactive);
   table->verticalHeader()->setSectionResizeMode(QHeaderView::Interactive);
+  table->verticalHeader()->hide();  // row numbers would take the price type's room
   connect(table, &QTableWidget::cellChanged, this, &CConvertor::change);
   controls_.table = table;
+  controls_.reportView = new QPlainTextEdit(controls_.dialog);
+  controls_.reportView->setGeometry(kTableRect);
+  controls_.reportView->setReadOnly(true);
+  controls_.reportView->hide();
 }
 
 void CConvertor::buildButtons() {
@@ -259,17 +269,16 @@ void CConvertor::closeConvertor() {
 void CConvertor::readMakeFile(QString dir) {
   dir_ = dir;
   if (hasDialog()) controls_.directoryLine->setText(dir.replace(QLatin1Char('\\'), QLatin1Char('/')));
-  if (!MasterExists(dir_)) {
+  if (!IndexExists(dir_) || !loadIndex()) {
     clearTable();
-  } else if (MasterOpens(dir_) && !loadIndex()) {
-    clearTable();
+    sayNothingImports();
   }
   loading_ = 0;
 }
 
 bool CConvertor::loadIndex() {
   try {
-    entries_ = ReadMaster(dir_);
+    entries_ = ReadExportIndex(dir_);
     InitTable();
     return true;
   } catch (std::exception const&) {
@@ -279,9 +288,9 @@ bool CConvertor::loadIndex() {
 
 void CConvertor::lineEditPressed() {
   if (!hasDialog()) return;
-  dir_ = controls_.directoryLine->text();
-  if (MasterExists(dir_)) {
-    readMakeFile(dir_);
+  const QString typed = controls_.directoryLine->text();
+  if (IndexExists(typed)) {
+    readMakeFile(typed);
   } else {
     selectDir();
   }
@@ -289,10 +298,10 @@ void CConvertor::lineEditPressed() {
 
 void CConvertor::selectDir() {
   const QString chosen = chooser_ ? chooser_(controls_.dialog, dir_) : QString();
-  if (chosen.isEmpty()) {
-    clearTable();
-  } else {
+  if (!chosen.isEmpty()) {
     readMakeFile(chosen);
+  } else if (hasDialog()) {
+    controls_.directoryLine->setText(QString(dir_).replace(QLatin1Char('\\'), QLatin1Char('/')));
   }
 }
 
@@ -303,40 +312,133 @@ int CConvertor::entryRows() const {
   return std::min(controls_.table->rowCount(), static_cast<int>(entries_.size()));
 }
 
+// Filled with the table's signals held and its painting paused: thousands of
+// rows cost one layout.
 void CConvertor::InitTable() {
   if (!hasDialog()) return;
-  controls_.table->setRowCount(0);
-  controls_.table->setRowCount(static_cast<int>(entries_.size()));
-  for (int row = 0; row < entryRows(); ++row) fillRow(row);
+  QTableWidget* table = controls_.table;
+  {
+    const QSignalBlocker blocker(table);
+    table->setUpdatesEnabled(false);
+    table->setRowCount(0);
+    table->setRowCount(static_cast<int>(entries_.size()));
+    rowProblems_.assign(entries_.size(), ConversionOutcome::kConverted);
+    for (int row = 0; row < entryRows(); ++row) fillRow(row);
+    fitColumns();
+    table->setUpdatesEnabled(true);
+  }
+  showTable();
   setSelectionButtons(false, true, true);
   controls_.invertButton->setEnabled(true);
+  const bool anyShown = std::any_of(rowProblems_.begin(), rowProblems_.end(),
+                                    [](ConversionOutcome problem) { return problem == ConversionOutcome::kConverted; });
+  if (!anyShown) sayNothingImports();
 }
 
 void CConvertor::fillRow(int row) {
   const IndexEntry& entry = entries_[static_cast<std::size_t>(row)];
-  const QString path = DataFilePath(dir_, entry.fileNumber());
-  const QFileInfo file(path);
-  const int recordLength = entry.recordLength();
-  if (!file.exists() || recordLength == 0 || file.size() <= recordLength) {
+  const DataFileSpan span = ReadDataFileSpan(entry.dataFile, entry.recordLength, entry.periodLetter);
+  ConversionOutcome& problem = rowProblems_[static_cast<std::size_t>(row)];
+  if (entry.dataFile.isEmpty()) {
+    problem = ConversionOutcome::kMissingFile;
+  } else if (entry.recordLength == 0) {
+    problem = ConversionOutcome::kUnreadableRecords;
+  } else if (span.records == 0) {
+    problem = ConversionOutcome::kNoRecords;
+  }
+  if (problem != ConversionOutcome::kConverted) {
     controls_.table->setRowHidden(row, true);
     return;
   }
-  const QString symbol = entry.symbol();
   auto* priceTypes = new QComboBox();
-  priceTypes->addItems(symbol.startsWith(kIndexSymbolMark) ? Texts(kIndexPriceTypes)
-                                                           : Texts(kQuotePriceTypes));
+  priceTypes->addItems(entry.symbol.startsWith(kIndexSymbolMark) ? Texts(kIndexPriceTypes)
+                                                                 : Texts(kQuotePriceTypes));
   priceTypes->setCurrentIndex(0);
   controls_.table->setCellWidget(row, kPriceTypeColumn, priceTypes);
   controls_.table->setItem(row, kCheckColumn, CheckItem());
-  controls_.table->setItem(row, kSymbolColumn, TextItem(symbol));
+  QTableWidgetItem* symbol = TextItem(entry.symbol);
+  symbol->setToolTip(entry.fullName);
+  controls_.table->setItem(row, kSymbolColumn, symbol);
   controls_.table->setItem(row, kPeriodColumn, TextItem(entry.periodText()));
-  const char period = entry.periodLetter();
-  controls_.table->setItem(row, kFirstDateColumn, TextItem(getFirstTime(recordLength, period, path)));
-  controls_.table->setItem(row, kLastDateColumn, TextItem(getLastTime(recordLength, period, path)));
+  controls_.table->setItem(row, kFirstDateColumn, TextItem(span.first));
+  controls_.table->setItem(row, kLastDateColumn, TextItem(span.last));
+}
+
+// Every column as wide as its cells and its header; when they do not fit
+// beside the vertical scroll bar, as wide as its cells alone; when they still
+// do not, the symbol column gives way (its tooltip holds the long name), and
+// last the two date columns share what is missing. The price type stays in
+// view.
+void CConvertor::fitColumns() {
+  QTableWidget* table = controls_.table;
+  table->resizeColumnsToContents();
+  if (columnsExcess() > 0) {
+    for (int column = 0; column < kColumnCount; ++column) table->setColumnWidth(column, cellsWidth(column));
+  }
+  const int symbolWidth = table->columnWidth(kSymbolColumn);
+  table->setColumnWidth(kSymbolColumn, symbolWidth - std::clamp(columnsExcess(), 0,
+                                                                std::max(0, symbolWidth - kNarrowestSymbolColumn)));
+  const int excess = columnsExcess();
+  if (excess <= 0) return;
+  for (int column : {kFirstDateColumn, kLastDateColumn}) {
+    table->setColumnWidth(column, table->columnWidth(column) - (excess + 1) / 2);
+  }
+}
+
+// The widest of the column's cells in the first kMeasuredRows shown rows.
+int CConvertor::cellsWidth(int column) const {
+  const QTableWidget* table = controls_.table;
+  int width = 0;
+  for (int row = 0, measured = 0; row < table->rowCount() && measured < kMeasuredRows; ++row) {
+    if (table->isRowHidden(row)) continue;
+    ++measured;
+    const QWidget* widget = table->cellWidget(row, column);
+    const int hint = widget != nullptr ? widget->sizeHint().width()
+                                       : table->sizeHintForIndex(table->model()->index(row, column)).width();
+    width = std::max(width, hint);
+  }
+  return width;
+}
+
+int CConvertor::columnsExcess() const {
+  const QTableWidget* table = controls_.table;
+  const int available =
+      table->width() - 2 * table->frameWidth() - table->verticalScrollBar()->sizeHint().width();
+  int used = 0;
+  for (int column = 0; column < kColumnCount; ++column) used += table->columnWidth(column);
+  return used - available;
+}
+
+void CConvertor::showTable() {
+  controls_.reportView->hide();
+  controls_.table->show();
+}
+
+void CConvertor::showReport(QStringList const& lines) {
+  controls_.reportView->setPlainText(lines.join(QLatin1Char('\n')));
+  controls_.table->hide();
+  controls_.reportView->show();
+}
+
+// The folder's entries that cannot be imported, each with its reason; the
+// same lines go to the host log.
+void CConvertor::sayNothingImports() {
+  ImportReport reasons;
+  for (std::size_t k = 0; k < entries_.size() && k < rowProblems_.size(); ++k) {
+    reasons.AddSkipped(entries_[k], rowProblems_[k]);
+  }
+  QStringList lines{QStringLiteral("No importable instrument in %1.").arg(QDir::toNativeSeparators(dir_))};
+  lines += reasons.Lines().mid(0, reasons.skipped());
+  for (QString const& line : lines) logReport(line);
+  if (!hasDialog()) return;
+  setSelectionButtons(false, false, false);
+  controls_.invertButton->setEnabled(false);
+  showReport(lines);
 }
 
 void CConvertor::clearTable() {
   entries_.clear();
+  rowProblems_.clear();
   if (!hasDialog()) return;
   controls_.table->setRowCount(0);
   setSelectionButtons(false, false, false);
@@ -360,31 +462,32 @@ void CConvertor::setSelectionButtons(bool selectAll, bool deselect, bool ok) {
 
 // One recount at the caller's end instead of one per row: the table's
 // signals are held while the states are written.
-void CConvertor::setCheckStates(bool invert) {
+void CConvertor::setCheckStates(CheckChange change) {
   const QSignalBlocker blocker(controls_.table);
   for (int row = 0; row < controls_.table->rowCount(); ++row) {
     QTableWidgetItem* item = controls_.table->item(row, kCheckColumn);
     if (controls_.table->isRowHidden(row) || item == nullptr) continue;
-    const bool check = !invert || item->checkState() == Qt::Unchecked;
+    const bool check = change == CheckChange::kInvert ? item->checkState() == Qt::Unchecked
+                                                      : change == CheckChange::kCheck;
     item->setCheckState(check ? Qt::Checked : Qt::Unchecked);
   }
 }
 
 void CConvertor::selectAll() {
   if (!hasDialog()) return;
-  setCheckStates(false);
+  setCheckStates(CheckChange::kCheck);
   setSelectionButtons(false, true, true);
 }
 
 void CConvertor::unSelectAll() {
   if (!hasDialog()) return;
-  setCheckStates(false);
+  setCheckStates(CheckChange::kUncheck);
   setSelectionButtons(true, false, false);
 }
 
 void CConvertor::inversAll() {
   if (!hasDialog()) return;
-  setCheckStates(true);
+  setCheckStates(CheckChange::kInvert);
   change(0, kCheckColumn);
 }
 
@@ -421,8 +524,7 @@ void CConvertor::setControlsEnabled(bool enabled) {
 std::int64_t CConvertor::selectedBytes() const {
   std::int64_t total = 0;
   for (int row = 0; row < entryRows(); ++row) {
-    if (!isRowSelected(row)) continue;
-    total += QFileInfo(DataFilePath(dir_, entries_[static_cast<std::size_t>(row)].fileNumber())).size();
+    if (isRowSelected(row)) total += QFileInfo(entries_[static_cast<std::size_t>(row)].dataFile).size();
   }
   return total;
 }
@@ -431,24 +533,22 @@ void CConvertor::readFile() {
   if (!hasDialog()) return;
   setControlsEnabled(false);
   busy_ = 1;
+  report_ = ImportReport{};
   const std::int64_t total = selectedBytes();
   progressScale_ = total / std::numeric_limits<int>::max() + 1;
   progressDone_ = 0;
   controls_.progressBar->setRange(0, static_cast<int>(total / progressScale_));
   controls_.progressBar->setValue(0);
   for (int row = 0; hasDialog() && row < entryRows(); ++row) {
-    if (isRowSelected(row)) importRow(row);
+    const ConversionOutcome problem = rowProblems_[static_cast<std::size_t>(row)];
+    if (problem != ConversionOutcome::kConverted) {
+      report_.AddSkipped(entries_[static_cast<std::size_t>(row)], problem);
+    } else if (isRowChecked(row)) {
+      importRow(row);
+    }
   }
   busy_ = 0;
-  closeConvertor();
-}
-
-const IndexEntry* CConvertor::matchedEntry(int row) const {
-  const QTableWidgetItem* symbol = controls_.table->item(row, kSymbolColumn);
-  const QTableWidgetItem* period = controls_.table->item(row, kPeriodColumn);
-  if (symbol == nullptr || period == nullptr) return nullptr;
-  const int index = FindIndexEntry(entries_, symbol->text(), period->text());
-  return index < 0 ? nullptr : &entries_[static_cast<std::size_t>(index)];
+  finishImport();
 }
 
 QString CConvertor::priceType(int row) const {
@@ -456,46 +556,51 @@ QString CConvertor::priceType(int row) const {
   return box != nullptr ? box->currentText() : QString();
 }
 
-// The file number and record length come from the row's own entry, the rest
-// from the first entry with the row's symbol and period texts.
 void CConvertor::importRow(int row) {
-  const IndexEntry* matched = matchedEntry(row);
-  if (matched == nullptr) return;
+  IndexEntry const& entry = entries_[static_cast<std::size_t>(row)];
   std::int64_t bytesRead = 0;
+  ConversionOutcome outcome = ConversionOutcome::kRefusedByStore;
+  ConvertedInstrument instrument;
   try {
-    ConvertedInstrument instrument;
-    const bool converted =
-        ConvertInstrument(dir_, entries_[static_cast<std::size_t>(row)], *matched, priceType(row), instrument,
-                          [this, &bytesRead](std::int64_t bytes) {
-                            bytesRead = bytes;
-                            showProgress(progressDone_ + bytes);
-                          });
-    if (converted) store(instrument);
+    outcome = ConvertInstrument(entry, priceType(row), instrument, [this, &bytesRead](std::int64_t bytes) {
+      bytesRead = bytes;
+      showProgress(progressDone_ + bytes);
+    });
+    if (outcome == ConversionOutcome::kConverted) outcome = store(instrument);
+  } catch (std::bad_alloc const&) {
+    outcome = ConversionOutcome::kOutOfMemory;
   } catch (std::exception const&) {
-    // Unreadable, unstorable or out of memory: the row is skipped.
+    outcome = ConversionOutcome::kRefusedByStore;
   }
   progressDone_ += bytesRead;
+  if (outcome == ConversionOutcome::kConverted) {
+    report_.AddImported(entry, priceType(row), instrument.pointCount, instrument.skippedRecords);
+  } else {
+    report_.AddSkipped(entry, outcome);
+  }
 }
 
-void CConvertor::store(ConvertedInstrument& instrument) {
-  if (target_ == nullptr) return;
+ConversionOutcome CConvertor::store(ConvertedInstrument& instrument) {
+  if (target_ == nullptr) return ConversionOutcome::kRefusedByStore;
   void* handle = nullptr;
   target_->OpenSymbol(&instrument.request, &handle);
-  if (handle == nullptr) return;
+  if (handle == nullptr) return ConversionOutcome::kRefusedByStore;
+  ConversionOutcome outcome = ConversionOutcome::kConverted;
   if (!target_->AcceptsPoints(handle, instrument.pointSize)) {
-    target_->CloseSymbol(handle);
-    return;
-  }
-  insertRequest_ = INSERT_SYMBOL_DATA_REQUEST{};
-  insertRequest_.handle = reinterpret_cast<HostWord>(handle);
-  insertRequest_.number = instrument.pointCount;
-  insertRequest_.data = reinterpret_cast<HostWord>(instrument.points.data());
-  try {
-    target_->InsertSymbolDataPost(&insertRequest_);
-  } catch (std::exception const&) {
-    // Refused by the store: the handle is still closed below.
+    outcome = ConversionOutcome::kStoredWithOtherRecordSize;
+  } else {
+    insertRequest_ = INSERT_SYMBOL_DATA_REQUEST{};
+    insertRequest_.handle = reinterpret_cast<HostWord>(handle);
+    insertRequest_.number = instrument.pointCount;
+    insertRequest_.data = reinterpret_cast<HostWord>(instrument.points.data());
+    try {
+      target_->InsertSymbolDataPost(&insertRequest_);
+    } catch (std::exception const&) {
+      outcome = ConversionOutcome::kRefusedByStore;  // the handle is still closed below
+    }
   }
   target_->CloseSymbol(handle);
+  return outcome;
 }
 
 void CConvertor::showProgress(std::int64_t bytes) {
@@ -503,4 +608,23 @@ void CConvertor::showProgress(std::int64_t bytes) {
   controls_.progressBar->setValue(static_cast<int>(bytes / progressScale_));
   QCoreApplication::processEvents(QEventLoop::AllEvents, kPumpMs);
   if (hasDialog()) controls_.dialog->repaint();
+}
+
+void CConvertor::logReport(QString const& line) const {
+  if (module_ != nullptr && module_->GetLog() != nullptr) module_->GetLog()->ShowLogInfo(LOG_TYPE_1, kReportLevel, line);
+}
+
+// The report replaces the table; the user closes the dialog or reads
+// another directory.
+void CConvertor::finishImport() {
+  const QStringList lines = report_.Lines();
+  for (QString const& line : lines) logReport(line);
+  if (!hasDialog()) return;
+  controls_.dialog->setProperty(kImportedProperty, report_.imported());
+  controls_.progressBar->setValue(controls_.progressBar->maximum());
+  showReport(lines);
+  for (QWidget* control : std::initializer_list<QWidget*>{controls_.rejectButton, controls_.directoryLine,
+                                                         controls_.browseButton}) {
+    control->setEnabled(true);
+  }
 }

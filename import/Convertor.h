@@ -1,11 +1,14 @@
 // Convertor.h: CConvertor, the user side of the data import: the host menu
 // entry, the import dialog (a directory line, the table of the instruments
-// that the directory's MASTER index lists, selection buttons, OK, Reject and
-// a progress bar) and the import of the checked instruments into the store.
+// that the directory's index lists, selection buttons, OK, Reject and a
+// progress bar) and the import of the checked instruments into the store.
 //
 // Guarantees:
-//   - row r of the table always stands for index entry r; rows whose data
-//     file is missing, empty or has a record length of 0 are hidden;
+//   - row r of the table always stands for index entry r (MASTER's entries,
+//     then XMASTER's); rows whose data file is missing, holds no counted
+//     record or has a record length of 0 are hidden;
+//   - a directory without an importable instrument says so in the dialog and
+//     leaves OK disabled;
 //   - the check state of column 0 (Qt::CheckStateRole) is the one selection
 //     state: the buttons write it, change() counts it, readFile() reads it;
 //   - readFile() posts each instrument in one insert request and releases its
@@ -13,7 +16,10 @@
 //     refuses (a std::exception included) is skipped and the import goes on;
 //     no exception leaves a slot;
 //   - while an import runs every control is disabled and the dialog cannot
-//     be closed; at its end the dialog closes;
+//     be closed; at its end the dialog shows the report (instruments imported,
+//     points stored, instruments skipped and why), sends it to the host log,
+//     and sets its property "importedInstruments"; it stays open until the
+//     user closes it or reads another directory;
 //   - no widget is built without a QApplication or off its thread, nor while
 //     the host context is 0.
 //
@@ -31,14 +37,17 @@
 #include <functional>
 #include <vector>
 
-#include "ExportDirectory.h"
+#include "ExportConversion.h"
+#include "ExportIndex.h"
 #include "HostBoundary.h"
+#include "ImportReport.h"
 
 class CDialogConvertor;
 class CLineEdit;
 class CModule;
 class ImportTarget;
 class QLabel;
+class QPlainTextEdit;
 class QProgressBar;
 class QPushButton;
 class QRect;
@@ -60,6 +69,7 @@ struct ConvertorControls {
   CLineEdit* directoryLine = nullptr;     // the current directory
   QPushButton* browseButton = nullptr;    // "...", opens the directory chooser
   QTableWidget* table = nullptr;          // one row per index entry
+  QPlainTextEdit* reportView = nullptr;   // in the table's place: the report, or why nothing imports
   QPushButton* selectAllButton = nullptr; // checks every visible row
   QPushButton* deselectButton = nullptr;  // see unSelectAll()
   QPushButton* invertButton = nullptr;    // inverts every visible row
@@ -107,8 +117,11 @@ class CConvertor : public QObject {
   // still shown is brought to the front instead.
   void pressMenuItem(mm_menu_item* item);
 
-  // Makes dir the current directory and reads its MASTER index into the
-  // table; a directory without one empties the table.
+  // The dialog's property holding the instruments the last import posted.
+  static constexpr char kImportedProperty[] = "importedInstruments";
+
+  // Makes dir the current directory and reads its index into the table; a
+  // directory without one empties the table and says so.
   void readMakeFile(QString dir);
   // The default directory: the work folder and "/" when the host says to use
   // it (3506), otherwise the import folder; empty without a module.
@@ -126,17 +139,18 @@ class CConvertor : public QObject {
   bool isBusy() const { return busy_ != 0; }
   bool isLoading() const { return loading_ != 0; }
   ConvertorControls const& controls() const { return controls_; }
+  ImportReport const& lastReport() const { return report_; }
 
  public slots:
-  // Asks for a directory: an answer is read, a cancel empties the table.
+  // Asks for a directory: an answer is read; a cancel changes nothing.
   void selectDir();
-  // Imports every visible checked row, then closes the dialog.
+  // Imports every visible checked row, then shows the report.
   void readFile();
   void closeConvertor();
-  // Reads the directory line's directory, or asks for one when it has no MASTER.
+  // Reads the directory line's directory, or asks for one when it has no
+  // index; a cancelled question puts the current directory back in the line.
   void lineEditPressed();
-  // Writes the checked state (2) into every visible row, then sets the
-  // buttons as for no checked row. Both on purpose.
+  // Unchecks every visible row.
   void unSelectAll();
   void selectAll();
   // Inverts every visible row, then change(0, 0).
@@ -152,7 +166,7 @@ class CConvertor : public QObject {
   void sendInterfaceRequest(unsigned int message, const char* first, const char* third,
                             const char* second);
   QWidget* mainWindow() const;
-  bool loadIndex();  // reads dir_'s MASTER and fills the table; false when out of memory
+  bool loadIndex();  // reads dir_'s index and fills the table; false when out of memory
 
   // Dialog construction.
   void buildDialog(QWidget* parent);
@@ -164,24 +178,33 @@ class CConvertor : public QObject {
 
   // Table.
   void fillRow(int row);
+  void fitColumns();                  // column widths from their contents, within the table
+  int columnsExcess() const;          // pixels the columns take beyond the table's width
+  int cellsWidth(int column) const;   // the widest cell of the column, its header aside
+  void showTable();
+  void showReport(QStringList const& lines);  // in the table's place
+  void sayNothingImports();           // why no row can be imported
   bool isRowChecked(int row) const;
   bool isRowSelected(int row) const;  // visible and checked
-  void setCheckStates(bool invert);   // every visible row: checked, or inverted
+  enum class CheckChange { kCheck, kUncheck, kInvert };
+  void setCheckStates(CheckChange change);  // of every visible row
   void setSelectionButtons(bool selectAll, bool deselect, bool ok);
   int entryRows() const;              // rows that stand for an index entry
 
   // Import.
   void setControlsEnabled(bool enabled);
   std::int64_t selectedBytes() const;
-  const IndexEntry* matchedEntry(int row) const;
   QString priceType(int row) const;
   void importRow(int row);
-  void store(ConvertedInstrument& instrument);
+  ConversionOutcome store(ConvertedInstrument& instrument);
   void showProgress(std::int64_t bytes);
+  void finishImport();                // shows and logs the report
+  void logReport(QString const& line) const;  // to the host log
 
   void* hostContext_ = nullptr;                   // first argument of host calls; 0: not connected
   QString dir_;                                   // current directory
-  std::vector<IndexEntry> entries_;               // the MASTER index of dir_
+  std::vector<IndexEntry> entries_;               // the index of dir_
+  std::vector<ConversionOutcome> rowProblems_;    // per entry: why its row is hidden, or kConverted
   std::uint8_t busy_ = 0;                         // 1 while readFile() runs
   std::uint8_t loading_ = 0;                      // 1 from opening to the end of the first read
   ConvertorControls controls_;                    // the open dialog
@@ -192,6 +215,7 @@ class CConvertor : public QObject {
   DirectoryChooser chooser_;                      // the directory chooser
   std::int64_t progressDone_ = 0;                 // bytes of the rows already imported
   std::int64_t progressScale_ = 1;                // bytes per progress bar unit
+  ImportReport report_;                           // of the last import
 };
 
 #endif  // DATASTORE_IMPORT_CONVERTOR_H_

@@ -1,8 +1,8 @@
 // Converting one instrument's data file into the store's points and the
 // symbol record to open it with.
 
-#include <QDateTime>
-#include <QFile>
+#include "ExportConversion.h"
+
 #include <algorithm>
 #include <chrono>
 #include <cstring>
@@ -52,57 +52,6 @@ bool IsConvertible(char letter) {
   return letter == kIntraday || (letter != 0 && std::strchr(kEndOfPeriodLetters, letter) != nullptr);
 }
 
-// Seconds from local 1970-01-01 00:00 to local moments. Records come in runs
-// on one day, so the day's local midnight is kept; on a day whose clock runs
-// 24 hours without an offset change (the next midnight is 86400 seconds on)
-// the time of day is added to it, on other days every moment is placed
-// through QDateTime.
-class LocalSeconds {
- public:
-  LocalSeconds() : epoch_(QDate(1970, 1, 1), QTime(0, 0)) {}
-
-  // 0 when the date is invalid, the moment does not exist in local time (a
-  // daylight-saving gap) or does not fit 32 bits. A null time is midnight.
-  std::int32_t Of(QDate const& day, QTime const& clock) {
-    if (!day.isValid()) return 0;
-    if (day != day_) StartDay(day);
-    const int sinceMidnight = clock.isValid() ? clock.msecsSinceStartOfDay() / kMsPerSecond : 0;
-    if (sinceMidnight == 0) return Fit(midnight_);
-    if (!steady_) return Fit(Exact(day, clock));
-    return Fit(*midnight_ + sinceMidnight);
-  }
-
- private:
-  static constexpr int kMsPerSecond = 1000;
-  static constexpr qint64 kSecondsPerDay = 86400;
-
-  void StartDay(QDate const& day) {
-    day_ = day;
-    midnight_ = Exact(day, QTime(0, 0));
-    const std::optional<qint64> next = Exact(day.addDays(1), QTime(0, 0));
-    steady_ = midnight_ && next && *next - *midnight_ == kSecondsPerDay;
-  }
-
-  std::optional<qint64> Exact(QDate const& day, QTime const& clock) const {
-    const QDateTime moment(day, clock);
-    if (!moment.isValid()) return std::nullopt;
-    return epoch_.secsTo(moment);
-  }
-
-  static std::int32_t Fit(std::optional<qint64> seconds) {
-    if (!seconds || *seconds < std::numeric_limits<std::int32_t>::min() ||
-        *seconds > std::numeric_limits<std::int32_t>::max()) {
-      return 0;
-    }
-    return static_cast<std::int32_t>(*seconds);
-  }
-
-  const QDateTime epoch_;
-  QDate day_;                        // the day of midnight_
-  std::optional<qint64> midnight_;   // none: midnight is not a local moment
-  bool steady_ = false;              // midnight_ + time of day is exact
-};
-
 // Turns data records into candles. Only the mapped part of a record is kept,
 // so R and the fields count may disagree in any way: fields beyond R read as
 // zero words.
@@ -113,12 +62,13 @@ class RecordDecoder {
         map_(MapFor(letter, fieldCount)),
         copied_(std::min(recordLength, kMappedFields * kFieldSize)) {}
 
-  CCandleDataPoint Decode(const unsigned char* record) {
+  // None when the record's date or time does not decode.
+  std::optional<CCandleDataPoint> Decode(const unsigned char* record) {
     std::memcpy(fields_, record, static_cast<std::size_t>(copied_));
+    const std::optional<std::int32_t> time = Moment();
+    if (!time) return std::nullopt;
     CCandleDataPoint point;
-    bool ok = true;  // the decoders' fallbacks stand; their verdict is not needed
-    const QTime clock = intraday_ ? converIeeeToTime(Field(kTimeField), ok) : QTime(0, 0);
-    point.time = seconds_.Of(Day(), clock);
+    point.time = *time;
     point.high = Price(map_.high);
     point.low = Price(map_.low);
     point.close = Price(map_.close);
@@ -142,13 +92,21 @@ class RecordDecoder {
     return value;
   }
 
-  // The date of the record; the last word decoded is kept.
-  QDate const& Day() {
+  std::optional<std::int32_t> Moment() {
+    const std::optional<std::chrono::year_month_day>& day = Day();
+    if (!day) return std::nullopt;
+    const std::optional<int> clock = intraday_ ? ExportTimeOfDay(Field(kTimeField)) : 0;
+    if (!clock) return std::nullopt;
+    return UtcSeconds(*day, *clock);
+  }
+
+  // The date of the record; records come in runs of one day, so the last
+  // word decoded is kept.
+  std::optional<std::chrono::year_month_day> const& Day() {
     std::uint32_t word;
     std::memcpy(&word, fields_ + kDateField * kFieldSize, sizeof word);
     if (!haveDay_ || word != dayWord_) {
-      bool ok = true;
-      day_ = converIeeeToDate(Field(kDateField), ok);
+      day_ = ExportDate(Field(kDateField));
       dayWord_ = word;
       haveDay_ = true;
     }
@@ -159,10 +117,9 @@ class RecordDecoder {
   const FieldMap map_;
   const int copied_;                                       // bytes of a record kept
   unsigned char fields_[kMappedFields * kFieldSize] = {};  // zero beyond copied_
-  LocalSeconds seconds_;
-  bool haveDay_ = false;
+  bool haveDay_ = false;                                   // day_ decodes dayWord_
   std::uint32_t dayWord_ = 0;
-  QDate day_;
+  std::optional<std::chrono::year_month_day> day_;
 };
 
 // Calls the progress callback at most every kProgressInterval, and at the end.
@@ -199,25 +156,37 @@ void StorePoint(CCandleDataPoint const& candle, bool ticks, unsigned char* out) 
   }
 }
 
-// Reads up to `count` records after the header record, in blocks, and
-// stores them at `out`; returns how many whole records were read.
-int ReadPoints(QFile& file, int recordLength, int count, RecordDecoder& decoder, bool ticks, unsigned int pointSize,
-               unsigned char* out, ProgressThrottle& progress) {
-  if (!file.seek(recordLength)) return 0;
-  progress.Advance(recordLength);
-  const int blockRecords = static_cast<int>(std::max<qint64>(1, kReadBlockBytes / recordLength));
-  std::vector<unsigned char> block(static_cast<std::size_t>(blockRecords) * recordLength);
-  int done = 0;
-  while (done < count) {
-    const int wanted = std::min(blockRecords, count - done);
-    const qint64 got = file.read(reinterpret_cast<char*>(block.data()), qint64{wanted} * recordLength);
-    if (got <= 0) break;
-    progress.Advance(got);
-    const int whole = static_cast<int>(got / recordLength);
-    for (int k = 0; k < whole; ++k) {
-      StorePoint(decoder.Decode(block.data() + std::size_t(k) * recordLength), ticks,
-                 out + std::size_t(done + k) * pointSize);
+// Where the decoded points go: `points` bytes of pointSize each.
+struct PointSink {
+  unsigned char* points;
+  unsigned int pointSize;
+  bool ticks;
+  int stored = 0;
+  int skipped = 0;
+
+  void Add(std::optional<CCandleDataPoint> const& point) {
+    if (!point) {
+      ++skipped;
+      return;
     }
+    StorePoint(*point, ticks, points + std::size_t(stored) * pointSize);
+    ++stored;
+  }
+};
+
+// Reads the counted records in blocks and decodes them into the sink;
+// returns how many records were read whole.
+qint64 ReadPoints(ExportDataFile& file, int recordLength, RecordDecoder& decoder, PointSink& sink,
+                  ProgressThrottle& progress) {
+  progress.Advance(recordLength);
+  const qint64 blockRecords = std::max<qint64>(1, kReadBlockBytes / recordLength);
+  std::vector<unsigned char> block(static_cast<std::size_t>(std::min(blockRecords, file.records()) * recordLength));
+  qint64 done = 0;
+  while (done < file.records()) {
+    const qint64 wanted = std::min(blockRecords, file.records() - done);
+    const qint64 whole = file.Read(done, wanted, block.data());
+    progress.Advance(whole * recordLength);
+    for (qint64 k = 0; k < whole; ++k) sink.Add(decoder.Decode(block.data() + std::size_t(k) * recordLength));
     done += whole;
     if (whole < wanted) break;  // the file ended early
   }
@@ -234,14 +203,11 @@ void FillRequest(SYMBOL_NAME_PERIOD& request, IndexEntry const& entry, QString c
   PutText(request.provider, kProviderName);
   PutText(request.provider + kProviderTagOffset, kProviderTag);
 
-  QString name = entry.symbol();
-  const qsizetype space = name.indexOf(QLatin1Char(' '));
-  if (space >= 0) name.truncate(space);
   // The name field sits at an odd offset of a packed record: it is filled
   // from an aligned copy, byte by byte.
   char16_t wide[kHostWideNameUnits] = {};
-  const qsizetype units = std::min<qsizetype>(name.size(), kHostWideNameUnits - 1);
-  std::copy_n(reinterpret_cast<const char16_t*>(name.utf16()), units, wide);
+  const qsizetype units = std::min<qsizetype>(entry.symbol.size(), kHostWideNameUnits - 1);
+  std::copy_n(reinterpret_cast<const char16_t*>(entry.symbol.utf16()), units, wide);
   std::memcpy(&request.name, wide, sizeof wide);
 
   const QByteArray code = priceType.toLocal8Bit();
@@ -249,48 +215,46 @@ void FillRequest(SYMBOL_NAME_PERIOD& request, IndexEntry const& entry, QString c
   std::memcpy(request.code, code.constData(), static_cast<std::size_t>(bytes));
   request.code[bytes] = 0;
 
-  request.period.kind = entry.periodLetter();
-  request.period.length = entry.periodLetter() == kIntraday ? entry.intradaySize() : 0;
+  request.period.kind = entry.periodLetter;
+  request.period.length = entry.periodLetter == kIntraday ? entry.intradaySize : 0;
   request.period.extra = 0;
 }
 
 }  // namespace
 
-bool ConvertInstrument(QString const& dir, IndexEntry const& fileEntry, IndexEntry const& matchedEntry,
-                       QString const& priceType, ConvertedInstrument& out, ConversionProgress const& progress) {
+ConversionOutcome ConvertInstrument(IndexEntry const& entry, QString const& priceType, ConvertedInstrument& out,
+                                    ConversionProgress const& progress) {
   out = ConvertedInstrument{};
-  const int recordLength = fileEntry.recordLength();
-  const char letter = matchedEntry.periodLetter();
-  if (recordLength < 1 || !IsConvertible(letter)) return false;
+  if (!IsConvertible(entry.periodLetter)) return ConversionOutcome::kPeriodNotImported;
+  if (entry.dataFile.isEmpty()) return ConversionOutcome::kMissingFile;
+  ExportDataFile file;
+  if (entry.recordLength < 1 || !file.Open(entry.dataFile, entry.recordLength)) {
+    return ConversionOutcome::kUnreadableRecords;
+  }
+  if (file.records() == 0) return ConversionOutcome::kNoRecords;
+  if (file.records() > std::numeric_limits<int>::max()) return ConversionOutcome::kOutOfMemory;
 
-  QFile file(DataFilePath(dir, fileEntry.fileNumber()));
-  if (!file.open(QIODevice::ReadOnly | QIODevice::Unbuffered)) return false;
-  const qint64 size = file.size();
-  if (size <= recordLength) return false;
-  const qint64 count = size / recordLength - 1;
-  if (count > std::numeric_limits<int>::max()) return false;
-
-  const bool ticks = letter == kIntraday && matchedEntry.intradaySize() == 0;
+  const bool ticks = entry.periodLetter == kIntraday && entry.intradaySize == 0;
   const unsigned int pointSize = ticks ? sizeof(TickDataPoint) : sizeof(CCandleDataPoint);
   ProgressThrottle throttle(progress);
-  RecordDecoder decoder(letter, matchedEntry.fieldCount(), recordLength);
-  int read = 0;
+  RecordDecoder decoder(entry.periodLetter, entry.fieldCount, entry.recordLength);
   try {
-    out.points.resize(static_cast<std::size_t>(count) * pointSize);
-    read = ReadPoints(file, recordLength, static_cast<int>(count), decoder, ticks, pointSize, out.points.data(),
-                      throttle);
+    out.points.resize(static_cast<std::size_t>(file.records()) * pointSize);
   } catch (std::bad_alloc const&) {
     out = ConvertedInstrument{};
-    return false;
+    return ConversionOutcome::kOutOfMemory;
   }
+  PointSink sink{out.points.data(), pointSize, ticks};
+  ReadPoints(file, entry.recordLength, decoder, sink, throttle);
   throttle.Finish();
-  if (read == 0) {
-    out = ConvertedInstrument{};
-    return false;
+  out.skippedRecords = sink.skipped;
+  if (sink.stored == 0) {
+    out.points.clear();
+    return ConversionOutcome::kUnreadableRecords;
   }
-  out.points.resize(static_cast<std::size_t>(read) * pointSize);
-  out.pointCount = read;
+  out.points.resize(static_cast<std::size_t>(sink.stored) * pointSize);
+  out.pointCount = sink.stored;
   out.pointSize = pointSize;
-  FillRequest(out.request, matchedEntry, priceType);
-  return true;
+  FillRequest(out.request, entry, priceType);
+  return ConversionOutcome::kConverted;
 }

@@ -1,11 +1,8 @@
-// The export directory: finding its files, the MASTER index, date and time
-// floats, and the first and last date of a data file.
+// Data files of an export directory: date and time floats, record counts,
+// and the first and last date of a data file.
 
 #include "ExportDirectory.h"
 
-#include <QDir>
-#include <QFile>
-#include <QFileInfo>
 #include <algorithm>
 #include <charconv>
 #include <cstdio>
@@ -13,54 +10,36 @@
 
 namespace {
 
-constexpr char kMasterName[] = "MASTER";
-constexpr char kDataNameFormat[] = "F%d.dat";  // dir + "/F" + n + ".dat"
-
-// Index record fields, as offsets into an entry (the record starts at 1).
-constexpr int kRecordStart = 1;
-constexpr int kFileNumberOffset = kRecordStart + 0;
-constexpr int kRecordLengthOffset = kRecordStart + 3;
-constexpr int kFieldCountOffset = kRecordStart + 4;
-constexpr int kPeriodOffset = kRecordStart + 33;
-constexpr int kIntradaySizeOffset = kRecordStart + 34;
-constexpr int kSymbolOffset = kRecordStart + 36;
-static_assert(kSymbolOffset + kIndexSymbolSize == kIndexEntrySize);
-
-constexpr char kIntraday = 'I';
-constexpr char kIntradaySeparator[] = "  ";  // between 'I' and the size in a period text
-
 // Date and time floats.
 constexpr int kIntText = 16;                 // "%d" of any int, with its terminator
-constexpr int kShortDateDigits = 6;          // YYMMDD; fewer is today
+constexpr int kShortDateDigits = 6;          // YYMMDD; fewer is no date
 constexpr int kLongDateYearDigits = 3;       // YYYMMDD
 constexpr int kShortDateYearDigits = 2;
 constexpr int kDatePartDigits = 2;           // month, day
 constexpr int kYearBase = 1900;
-constexpr int kTimePartDigits = 2;           // SS, MM; the hours take the rest
+constexpr int kLastMonth = 12;
+constexpr int kLastDay = 31;
 constexpr int kInvalidTimeDigits = 7;        // neither HHMMSS nor a midnight fallback
+constexpr int kHourScale = 10000;            // HH of HHMMSS
+constexpr int kMinuteScale = 100;            // MM of HHMMSS
 constexpr int kLastHour = 23;
 constexpr int kLastMinute = 59;
 constexpr int kLastSecond = 59;
-constexpr int kLastMonth = 12;
-constexpr int kLastDay = 31;
+constexpr int kSecondsPerMinute = 60;
+constexpr int kSecondsPerHour = 3600;
+constexpr std::int64_t kSecondsPerDay = 86400;
+constexpr int kMsPerSecond = 1000;
 constexpr float kIntLimit = 2147483648.0f;   // 2^31
-constexpr int kDateFieldSize = 4;            // a date float; for 'I' a time float follows
+
+// Data files.
+constexpr int kHeaderCountOffset = 2;        // u16 of the header record: records + 1
+constexpr int kHeaderCountEnd = kHeaderCountOffset + 2;
+constexpr qint64 kHeaderCountModulus = 65536;   // the count is a u16
+constexpr int kFieldSize = 4;                // one MBF float
+constexpr int kLargestRecord = 255;          // R is one byte in every index
+constexpr char kIntraday = 'I';
 constexpr char kDateFormat[] = "dd.MM.yy";
 constexpr char kTimeFormat[] = "hh:mm:ss";
-
-// dir + "/" + name when that exists, else the first file of dir whose name
-// matches it case-insensitively, else dir + "/" + name.
-QString FindFile(QString const& dir, QString const& name) {
-  const QString exact = dir + QLatin1Char('/') + name;
-  if (QFileInfo::exists(exact)) return exact;
-  const QStringList names = QDir(dir).entryList(QDir::Files | QDir::Hidden, QDir::Name);
-  for (QString const& candidate : names) {
-    if (candidate.compare(name, Qt::CaseInsensitive) == 0) return dir + QLatin1Char('/') + candidate;
-  }
-  return exact;
-}
-
-QString MasterPath(QString const& dir) { return FindFile(dir, QString::fromLatin1(kMasterName)); }
 
 // The MBF word decoded and truncated toward zero; false when the value does
 // not fit an int. A word out of MBF range counts as 0.
@@ -72,7 +51,11 @@ bool MbfToInt(float mbf, int& value) {
   return true;
 }
 
-int PrintInt(int value, char (&text)[kIntText]) { return std::snprintf(text, sizeof text, "%d", value); }
+// Length of "%d" of value.
+int TextLength(int value) {
+  char text[kIntText];
+  return std::snprintf(text, sizeof text, "%d", value);
+}
 
 // The number in text[first, first + count); 0 when it is not one.
 int Digits(const char* text, int first, int count) {
@@ -81,140 +64,145 @@ int Digits(const char* text, int first, int count) {
   return value;
 }
 
-// The date (and for 'I' the time) of the first or the last data record.
-QString RecordTime(QString const& path, int recordLength, char period, bool last) {
-  if (recordLength < 1) return {};
-  QFile file(path);
-  if (!file.open(QIODevice::ReadOnly)) return {};
-  const qint64 offset = last ? file.size() - recordLength : qint64{recordLength};
-  if (offset < recordLength || !file.seek(offset)) return {};
+// What a date float holds.
+struct DateWord {
+  enum Kind { kZero, kBeyondInt, kShort, kDigits } kind = kZero;
+  int year = 0, month = 0, day = 0;  // for kDigits, month and day within 1..12 and 1..31
+};
 
+DateWord DecodeDateWord(float mbf) {
+  int value = 0;
+  if (!MbfToInt(mbf, value)) return {DateWord::kBeyondInt};
+  if (value == 0) return {DateWord::kZero};
+  char text[kIntText];
+  const int length = std::snprintf(text, sizeof text, "%d", value);
+  if (length < kShortDateDigits) return {DateWord::kShort};
+  const int yearDigits = length == kShortDateDigits ? kShortDateYearDigits : kLongDateYearDigits;
+  DateWord word{DateWord::kDigits, Digits(text, 0, yearDigits) + kYearBase,
+                Digits(text, yearDigits, kDatePartDigits), Digits(text, yearDigits + kDatePartDigits, kDatePartDigits)};
+  if (word.month < 1 || word.month > kLastMonth) word.month = 1;
+  if (word.day < 1 || word.day > kLastDay) word.day = 1;
+  return word;
+}
+
+// The date (and for 'I' the time) of counted record k of the file, as shown;
+// empty when it does not read or decode.
+QString RecordTime(ExportDataFile& file, int recordLength, char period, qint64 k) {
   const bool intraday = period == kIntraday;
-  const qint64 wanted = intraday ? 2 * kDateFieldSize : kDateFieldSize;
+  if (recordLength < (intraday ? 2 : 1) * kFieldSize) return {};
+  unsigned char record[kLargestRecord];
+  if (file.Read(k, 1, record) != 1) return {};
+
   float fields[2];  // date, time
-  if (file.read(reinterpret_cast<char*>(fields), wanted) != wanted) return {};
-  bool ok = true;
-  QString text = converIeeeToDate(fields[0], ok).toString(QString::fromLatin1(kDateFormat));
-  if (intraday) {
-    text += QLatin1Char(' ') + converIeeeToTime(fields[1], ok).toString(QString::fromLatin1(kTimeFormat));
-  }
-  return text;
+  std::memcpy(fields, record, static_cast<std::size_t>(intraday ? 2 : 1) * kFieldSize);
+  const std::optional<std::chrono::year_month_day> day = ExportDate(fields[0]);
+  if (!day) return {};
+  QString text = QDate(int(day->year()), unsigned(day->month()), unsigned(day->day()))
+                     .toString(QString::fromLatin1(kDateFormat));
+  if (!intraday) return text;
+  const std::optional<int> clock = ExportTimeOfDay(fields[1]);
+  if (!clock) return {};
+  return text + QLatin1Char(' ') +
+         QTime::fromMSecsSinceStartOfDay(*clock * kMsPerSecond).toString(QString::fromLatin1(kTimeFormat));
+}
+
+QString RecordTime(QString const& path, int recordLength, char period, bool last) {
+  ExportDataFile file;
+  if (!file.Open(path, recordLength) || file.records() == 0) return {};
+  return RecordTime(file, recordLength, period, last ? file.records() - 1 : 0);
 }
 
 }  // namespace
 
-int IndexEntry::fileNumber() const { return bytes[kFileNumberOffset]; }
-int IndexEntry::recordLength() const { return bytes[kRecordLengthOffset]; }
-int IndexEntry::fieldCount() const { return bytes[kFieldCountOffset]; }
-char IndexEntry::periodLetter() const { return static_cast<char>(bytes[kPeriodOffset]); }
-
-int IndexEntry::intradaySize() const {
-  return static_cast<std::int16_t>(bytes[kIntradaySizeOffset] | (bytes[kIntradaySizeOffset + 1] << 8));
+std::optional<std::chrono::year_month_day> ExportDate(float mbf) {
+  const DateWord word = DecodeDateWord(mbf);
+  if (word.kind != DateWord::kDigits) return std::nullopt;
+  const std::chrono::year_month_day day{std::chrono::year(word.year), std::chrono::month(unsigned(word.month)),
+                                        std::chrono::day(unsigned(word.day))};
+  if (!day.ok()) return std::nullopt;
+  return day;
 }
 
-QString IndexEntry::symbol() const {
-  const auto* text = reinterpret_cast<const char*>(bytes + kSymbolOffset);
-  return QString::fromLatin1(text, static_cast<qsizetype>(strnlen(text, kIndexSymbolSize)));
+std::optional<int> ExportTimeOfDay(float mbf) {
+  int value = 0;
+  if (!MbfToInt(mbf, value)) return 0;  // more digits than any HHMMSS: midnight
+  const int length = TextLength(value);
+  if (length > kInvalidTimeDigits) return 0;
+  if (length == kInvalidTimeDigits || value < 0) return std::nullopt;
+  const int hours = value / kHourScale;
+  const int minutes = value / kMinuteScale % kMinuteScale;
+  const int seconds = std::min(value % kMinuteScale, kLastSecond);
+  if (hours > kLastHour || minutes > kLastMinute) return std::nullopt;
+  return hours * kSecondsPerHour + minutes * kSecondsPerMinute + seconds;
 }
 
-QString IndexEntry::periodText() const {
-  const char letter = periodLetter();
-  if (letter == 0) return {};
-  QString text(QLatin1Char{letter});
-  if (letter == kIntraday) text += QLatin1String(kIntradaySeparator) + QString::number(intradaySize());
-  return text;
-}
-
-bool MasterExists(QString const& dir) { return QFileInfo::exists(MasterPath(dir)); }
-
-bool MasterOpens(QString const& dir) {
-  QFile file(MasterPath(dir));
-  return file.open(QIODevice::ReadOnly);
-}
-
-std::vector<IndexEntry> ReadMaster(QString const& dir) {
-  QFile file(MasterPath(dir));
-  if (!file.open(QIODevice::ReadOnly)) return {};
-  unsigned char header[kIndexRecordSize] = {};
-  file.read(reinterpret_cast<char*>(header), kIndexRecordSize);
-  const int count = static_cast<std::int16_t>(header[0] | (header[1] << 8));
-  if (count < 1) return {};
-
-  // The records the file has; the header sits before record 0.
-  if (!file.seek(kIndexRecordSize)) return {};
-  const qint64 wanted = qint64{count} * kIndexRecordSize;
-  QByteArray records = file.read(wanted);
-  // A short read is tried once more from where it stopped; what is still
-  // missing stays zero.
-  if (records.size() < wanted && file.seek(kIndexRecordSize + records.size())) {
-    records += file.read(wanted - records.size());
-  }
-  std::vector<IndexEntry> entries(static_cast<std::size_t>(count), IndexEntry{});
-  for (int k = 0; k < count; ++k) {
-    const qsizetype start = qsizetype{k} * kIndexRecordSize;
-    if (start >= records.size()) break;
-    const qsizetype available = std::min<qsizetype>(kIndexRecordSize, records.size() - start);
-    std::memcpy(entries[k].bytes + kRecordStart, records.constData() + start, static_cast<std::size_t>(available));
-  }
-  return entries;
-}
-
-int FindIndexEntry(std::vector<IndexEntry> const& entries, QString const& symbol, QString const& periodText) {
-  for (std::size_t k = 0; k < entries.size(); ++k) {
-    if (entries[k].symbol() == symbol && entries[k].periodText() == periodText) return static_cast<int>(k);
-  }
-  return -1;
-}
-
-QString DataFilePath(QString const& dir, int fileNumber) {
-  return FindFile(dir, QString::asprintf(kDataNameFormat, fileNumber));
+std::optional<std::int32_t> UtcSeconds(std::chrono::year_month_day const& day, int secondsOfDay) {
+  const std::int64_t days = std::chrono::sys_days(day).time_since_epoch().count();
+  const std::int64_t seconds = days * kSecondsPerDay + secondsOfDay;
+  if (seconds < INT32_MIN || seconds > INT32_MAX) return std::nullopt;
+  return static_cast<std::int32_t>(seconds);
 }
 
 QDate converIeeeToDate(float mbf, bool& ok) {
-  int value = 0;
-  if (!MbfToInt(mbf, value)) {
-    ok = false;
-    return {};
+  const DateWord word = DecodeDateWord(mbf);
+  switch (word.kind) {
+    case DateWord::kZero:
+      return QDate::currentDate();
+    case DateWord::kBeyondInt:
+      ok = false;
+      return {};
+    case DateWord::kShort:
+      ok = true;
+      return QDate::currentDate();
+    case DateWord::kDigits:
+      break;
   }
-  if (value == 0) return QDate::currentDate();
   ok = true;
-  char text[kIntText];
-  const int length = PrintInt(value, text);
-  if (length < kShortDateDigits) return QDate::currentDate();
-
-  const int yearDigits = length == kShortDateDigits ? kShortDateYearDigits : kLongDateYearDigits;
-  const int year = Digits(text, 0, yearDigits);
-  int month = Digits(text, yearDigits, kDatePartDigits);
-  int day = Digits(text, yearDigits + kDatePartDigits, kDatePartDigits);
-  if (month < 1 || month > kLastMonth) month = 1;
-  if (day < 1 || day > kLastDay) day = 1;
-  QDate date;
-  date.setDate(year + kYearBase, month, day);
-  return date;
+  return QDate(word.year, word.month, word.day);
 }
 
 QTime converIeeeToTime(float mbf, bool& ok) {
-  int value = 0;
-  if (!MbfToInt(mbf, value)) return QTime(0, 0);  // more digits than any HHMMSS
-  char text[kIntText];
-  const int length = PrintInt(value, text);
-  if (length > kInvalidTimeDigits) return QTime(0, 0);
-  if (length == kInvalidTimeDigits) {
+  const std::optional<int> seconds = ExportTimeOfDay(mbf);
+  if (!seconds) {
     ok = false;
     return {};
   }
-  // From the right: two digits of seconds, two of minutes, the rest hours.
-  const int secondsStart = std::max(0, length - kTimePartDigits);
-  const int minutesStart = std::max(0, length - 2 * kTimePartDigits);
-  const int seconds = Digits(text, secondsStart, length - secondsStart);
-  const int minutes = Digits(text, minutesStart, secondsStart - minutesStart);
-  const int hours = Digits(text, 0, minutesStart);
-  // A negative value either parses to a negative part or leaves a lone '-'.
-  if (value < 0 || hours > kLastHour || minutes > kLastMinute) {
-    ok = false;
-    return {};
+  return QTime::fromMSecsSinceStartOfDay(*seconds * kMsPerSecond);
+}
+
+// A count of 0 means the size; otherwise min(count, whole records). A file of
+// more records than a u16 counts holds the count modulo 2^16: of the record
+// numbers it names, the one nearest the whole records is taken, at most these.
+qint64 CountedRecords(qint64 fileSize, int recordLength, int headerCount) {
+  if (recordLength < 1) return 0;
+  const qint64 whole = std::max<qint64>(0, fileSize / recordLength - 1);
+  const qint64 counted = headerCount - 1;
+  if (headerCount == 0 || counted >= whole) return whole;
+  if (whole < kHeaderCountModulus - 1) return counted;
+  const qint64 below = counted + (whole - counted) / kHeaderCountModulus * kHeaderCountModulus;
+  return below + kHeaderCountModulus - whole < whole - below ? whole : below;
+}
+
+bool ExportDataFile::Open(QString const& path, int recordLength) {
+  if (recordLength < 1 || path.isEmpty()) return false;
+  file_.setFileName(path);
+  if (!file_.open(QIODevice::ReadOnly | QIODevice::Unbuffered)) return false;
+  recordLength_ = recordLength;
+  size_ = file_.size();
+  unsigned char header[kHeaderCountEnd] = {};
+  int headerCount = 0;  // a header too short to hold the count: the size decides
+  if (recordLength >= kHeaderCountEnd && file_.read(reinterpret_cast<char*>(header), kHeaderCountEnd) == kHeaderCountEnd) {
+    headerCount = header[kHeaderCountOffset] | (header[kHeaderCountOffset + 1] << 8);
   }
-  return QTime(hours, minutes, std::min(seconds, kLastSecond));
+  records_ = CountedRecords(size_, recordLength, headerCount);
+  return true;
+}
+
+qint64 ExportDataFile::Read(qint64 first, qint64 count, unsigned char* out) {
+  count = std::min(count, records_ - first);
+  if (first < 0 || count <= 0 || !file_.seek((first + 1) * recordLength_)) return 0;
+  const qint64 got = file_.read(reinterpret_cast<char*>(out), count * recordLength_);
+  return got <= 0 ? 0 : got / recordLength_;
 }
 
 QString getFirstTime(int recordLength, char period, QString const& dataFilePath) {
@@ -223,4 +211,14 @@ QString getFirstTime(int recordLength, char period, QString const& dataFilePath)
 
 QString getLastTime(int recordLength, char period, QString const& dataFilePath) {
   return RecordTime(dataFilePath, recordLength, period, true);
+}
+
+DataFileSpan ReadDataFileSpan(QString const& path, int recordLength, char period) {
+  ExportDataFile file;
+  DataFileSpan span;
+  if (!file.Open(path, recordLength) || file.records() == 0) return span;
+  span.records = file.records();
+  span.first = RecordTime(file, recordLength, period, 0);
+  span.last = RecordTime(file, recordLength, period, span.records - 1);
+  return span;
 }

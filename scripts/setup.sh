@@ -6,7 +6,7 @@ PACKAGES=(
   cmake ninja-build g++ g++-multilib binutils clang libclang-rt-14-dev
   qt6-base-dev libgl-dev
   libgtest-dev libgmock-dev libbenchmark-dev libsqlite3-dev
-  xfsprogs
+  xfsprogs tzdata
 )
 
 missing=()

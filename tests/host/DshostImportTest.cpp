@@ -4,6 +4,8 @@
 
 #include <QImageReader>
 #include <algorithm>
+#include <filesystem>
+#include <map>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -33,78 +35,135 @@ std::vector<float> Closes(const std::string& csv) {
   return closes;
 }
 
+// One line of export_generator's listing.
+struct Listed {
+  std::string file, index, symbol, period, name;  // file "-": none
+  int records = 0;
+  float firstClose = 0, lastClose = 0;
+};
+
+std::vector<Listed> ParseListing(const std::string& text) {
+  std::vector<Listed> listed;
+  for (const std::string& line : Split(text, '\n')) {
+    if (line.starts_with("#")) continue;
+    // number, file, index, symbol, period, fields, R, records, first and
+    // last time, first and last close, name
+    const std::vector<std::string> f = Split(line, '\t');
+    EXPECT_EQ(f.size(), 13u) << line;
+    if (f.size() != 13u) continue;
+    const bool none = f[7] == "0";
+    listed.push_back({f[1], f[2], f[3], f[4], f[12], std::stoi(f[7]), none ? 0 : std::stof(f[10]),
+                      none ? 0 : std::stof(f[11])});
+  }
+  return listed;
+}
+
+// The report's line for an instrument: "Imported SYMBOL "NAME" PERIOD Bid:
+// N points" or "Skipped SYMBOL "NAME" PERIOD: missing data file F<n>.DAT".
+std::string ReportLine(const Listed& listed, const std::string& dataFile) {
+  const std::string instrument = listed.symbol + " \"" + listed.name + "\" " + listed.period;
+  if (listed.file == "-") return "Skipped " + instrument + ": missing data file " + dataFile;
+  return "Imported " + instrument + " Bid: " + std::to_string(listed.records) + " points";
+}
+
 class DshostImportTest : public ProgramTest {
  protected:
-  // dshost with its data in "data", under the provider of imported symbols.
-  // The importer reads export times as local time; in UTC every generated
-  // moment exists exactly once.
-  Outcome dshost(const std::string& arguments) {
-    return run("TZ=UTC '" DSHOST_PATH "' --module '" DATASTORE_MODULE_PATH
-               "' --data data --provider QUENDAL " +
-               arguments);
+  // dshost with its data in "data"; import takes the importer's provider.
+  Outcome dshost(const std::string& arguments, const std::string& zone = "UTC") {
+    return run("TZ=" + zone + " '" DSHOST_PATH "' --module '" DATASTORE_MODULE_PATH "' --data data " + arguments);
+  }
+  Outcome get(const std::string& symbolAndPeriod) {
+    return dshost("--provider QUENDAL get " + symbolAndPeriod + " --code Bid");
   }
 
-  // Writes the folder "export"; returns the lines of its listing.
-  std::vector<std::string> generate(const std::string& arguments) {
-    const Outcome generated =
-        run("TZ=UTC '" EXPORT_GENERATOR_PATH "' --out export --list " + arguments);
+  // Writes the folder "export"; returns its listing.
+  std::vector<Listed> generate(const std::string& arguments) {
+    const Outcome generated = run("'" EXPORT_GENERATOR_PATH "' --out export --list " + arguments);
     EXPECT_EQ(generated.status, 0) << generated.err;
-    return Split(generated.out, '\n');
+    return ParseListing(generated.out);
   }
 };
 
-// A full index of 255 instruments, every period and field count, some
-// without a data file: the report has a line NAME PERIOD CODE RECORDS for each
-// instrument with data, and what it reports is stored. Every bar is stored;
-// ticks of one second keep the last.
-TEST_F(DshostImportTest, EveryInstrumentOfAFullIndexIsStored) {
-  const auto listing = generate("--instruments 255 --records 60 --data-case lower");
+// 255 instruments in MASTER (long names in EMASTER) and 45 in XMASTER with
+// F<n>.MWD files, every period and field count, some without a data file:
+// the report names each, and what it reports is stored where get finds it.
+TEST_F(DshostImportTest, EveryInstrumentOfMasterAndXmasterIsStored) {
+  const std::vector<Listed> listing = generate("--instruments 300 --records 40 --data-case lower");
+  ASSERT_EQ(listing.size(), 300u);
   const Outcome imported = dshost("import export");
   ASSERT_EQ(imported.status, 0) << imported.err;
   const std::vector<std::string> report = Split(imported.out, '\n');
-  std::size_t line = 0, missing = 0;
-  for (const std::string& listed : listing) {
-    // number, file ("-" when missing), symbol, period, fields, R, records,
-    // first and last time, first and last close
-    const std::vector<std::string> f = Split(listed, '\t');
-    if (listed.starts_with("#")) continue;
-    if (f.at(1) == "-") {
-      ++missing;
-      continue;
-    }
-    const std::string symbol = f.at(2) + " " + f.at(3);
-    ASSERT_LT(line, report.size()) << "no line for " << symbol;
-    const std::vector<std::string> words = Split(report[line++], ' ');
-    ASSERT_EQ(words.size(), 4u) << report[line - 1];
-    EXPECT_EQ(words[0] + " " + words[1] + " " + words[2], symbol + " Bid");
-    const int stored = std::stoi(words[3]);
-    const bool ticks = f.at(3) == "I0";
-    if (ticks) {
-      EXPECT_GT(stored, 0) << symbol;
-      EXPECT_LE(stored, std::stoi(f.at(6))) << symbol;
-    } else {
-      EXPECT_EQ(stored, std::stoi(f.at(6))) << symbol;
-    }
-    const std::vector<float> closes = Closes(dshost("get " + symbol + " --code Bid").out);
-    ASSERT_EQ(closes.size(), static_cast<std::size_t>(stored)) << symbol;
-    EXPECT_EQ(closes.back(), std::stof(f.at(10))) << symbol;
-    if (!ticks) {  // a tick second may hold several
-      EXPECT_EQ(closes.front(), std::stof(f.at(9))) << symbol;
+  ASSERT_EQ(report.size(), 301u) << imported.out;
+  int stored = 0, points = 0;
+  for (std::size_t k = 0; k < listing.size(); ++k) {
+    const Listed& listed = listing[k];
+    const std::string dataFile = "F" + std::to_string(k + 1) + (k < 255 ? ".dat" : ".MWD");
+    EXPECT_EQ(listed.index, k < 255 ? "MASTER" : "XMASTER");
+    EXPECT_EQ(report[k], ReportLine(listed, dataFile));
+    if (listed.file == "-") continue;
+    ++stored;
+    points += listed.records;
+    if (k % 15 != 0 && k < 290) continue;  // every period and both indexes are read back
+    const std::vector<float> closes = Closes(get(listed.symbol + " " + listed.period).out);
+    ASSERT_FALSE(closes.empty()) << listed.symbol << " " << listed.period;
+    EXPECT_EQ(closes.back(), listed.lastClose) << listed.symbol;
+    if (listed.period != "I0") {  // a tick second may hold several
+      EXPECT_EQ(closes.size(), std::size_t(listed.records)) << listed.symbol;
+      EXPECT_EQ(closes.front(), listed.firstClose) << listed.symbol;
     }
   }
-  EXPECT_EQ(line + missing, 255u);
-  EXPECT_GT(missing, 0u);
-  EXPECT_EQ(line, report.size()) << imported.out;
+  EXPECT_EQ(report.back(), "Imported " + std::to_string(stored) + " instruments, " + std::to_string(points) +
+                               " points stored; skipped " + std::to_string(300 - stored) + ".");
 }
 
-TEST_F(DshostImportTest, FolderWithoutIndexFailsWithAMessage) {
+// The same directory imported under three zones gives the same bytes.
+TEST_F(DshostImportTest, StoredFilesDoNotDependOnTheTimeZone) {
+  generate("--sample --instrument EURUSD,W --instrument EURUSD,I60 --records 400");
+  std::vector<std::map<std::string, std::string>> folders;
+  for (const char* zone : {"UTC", "Europe/Berlin", "Asia/Amman"}) {
+    std::filesystem::remove_all(dir_ / "data");
+    ASSERT_EQ(dshost("import export", zone).status, 0) << zone;
+    std::map<std::string, std::string> files;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(dir_ / "data")) {
+      if (entry.path().extension() == ".cjd") files[entry.path().filename().string()] = ReadFile(entry.path());
+    }
+    EXPECT_EQ(files.size(), 7u) << zone;  // the sample without USDJPY, W and I60
+    folders.push_back(files);
+  }
+  EXPECT_EQ(folders[0], folders[1]);
+  EXPECT_EQ(folders[0], folders[2]);
+}
+
+// Zero-filled tails and counts larger than the file add no bar; two symbols
+// that share a first word stay apart.
+TEST_F(DshostImportTest, TailsCountsAndNamesAsOtherProgramsWriteThem) {
+  const std::vector<Listed> listing =
+      generate("--instrument 'BRK A,D,7,620000' --instrument 'BRK B,D,7,410' --instrument ' SPY ,D' "
+               "--records 30 --tail 3 --header-count-extra 2");
+  ASSERT_EQ(listing.size(), 3u);
+  const Outcome imported = dshost("import export");
+  ASSERT_EQ(imported.status, 0) << imported.err;
+  for (const char* symbol : {"'BRK A' D", "'BRK B' D", "SPY D"}) {
+    const std::vector<float> closes = Closes(get(symbol).out);
+    EXPECT_EQ(closes.size(), 30u) << symbol;
+  }
+  EXPECT_EQ(Closes(get("'BRK A' D").out).back(), listing[0].lastClose);
+  EXPECT_EQ(Closes(get("'BRK B' D").out).back(), listing[1].lastClose);
+  EXPECT_EQ(Closes(get("BRK D").out).size(), 0u);
+}
+
+TEST_F(DshostImportTest, NothingToImportFailsWithTheReason) {
   std::filesystem::create_directories(dir_ / "empty");
   for (const char* folder : {"empty", "missing"}) {
     const Outcome imported = dshost(std::string("import ") + folder);
     EXPECT_EQ(imported.status, 1) << folder;
-    EXPECT_NE(imported.err.find("no MASTER index in"), std::string::npos) << imported.err;
-    EXPECT_EQ(imported.out, "") << folder;
+    EXPECT_TRUE(imported.out.starts_with("No importable instrument in ")) << imported.out;
+    EXPECT_NE(imported.err.find("nothing to import in"), std::string::npos) << imported.err;
   }
+  generate("--instrument X,D --instrument Y,I5 --missing 1 --missing 2");
+  const Outcome imported = dshost("import export");
+  EXPECT_EQ(imported.status, 1);
+  EXPECT_NE(imported.out.find("Skipped X \"X daily\" D: missing data file F1.dat\n"), std::string::npos) << imported.out;
 }
 
 TEST_F(DshostImportTest, ScreenshotIsAPictureOfTheDialog) {

@@ -7,8 +7,11 @@
 #include <QApplication>
 #include <QComboBox>
 #include <QFileInfo>
+#include <QHeaderView>
 #include <QLabel>
+#include <QPlainTextEdit>
 #include <QProgressBar>
+#include <QScrollBar>
 #include <QPushButton>
 #include <QStyle>
 #include <QStyleOptionViewItem>
@@ -24,6 +27,7 @@
 #include "ImportTarget.h"
 #include "ImportTestSupport.h"
 #include "LineEdit.h"
+#include "Log.h"
 #include "Module.h"
 
 namespace {
@@ -47,12 +51,20 @@ CModule& TestModule() {
 }
 
 // The host: records every call as "message: what its record holds", answers
-// 3502 and 3506.
+// 3502, 3506 and 3205, and keeps the log's texts.
 struct Host {
   QStringList calls;
+  QStringList logs;                           // texts given to the log sink
   HostWord mainWindowId = 0;                  // 0: left unanswered
   std::optional<std::int32_t> useWorkFolder;  // none: left unanswered
 } host;
+
+int RecordLog(LogRecord* record) {
+  char16_t text[1024] = {};
+  std::memcpy(text, reinterpret_cast<const char16_t*>(record->text), sizeof text - sizeof(char16_t));
+  host.logs << QString::fromUtf16(text);
+  return 0;
+}
 
 int RecordCall(void* context, unsigned int message, HostArg a, HostArg) {
   QString call = QString::number(message);
@@ -78,6 +90,7 @@ int RecordCall(void* context, unsigned int message, HostArg a, HostArg) {
   if (message == HostMessage::UseWorkFolder && host.useWorkFolder) {
     *reinterpret_cast<std::int32_t*>(a) = *host.useWorkFolder;
   }
+  if (message == HostMessage::GetLogSink) *reinterpret_cast<HostWord*>(a) = reinterpret_cast<HostWord>(&RecordLog);
   return 0;
 }
 
@@ -126,9 +139,8 @@ class FakeTarget : public ImportTarget {
   }
 };
 
-// Seconds from 1970-01-01 00:00 local to the local moment.
-std::int32_t LocalSeconds(QDate date, QTime time = QTime(0, 0)) {
-  return static_cast<std::int32_t>(QDateTime(QDate(1970, 1, 1), QTime(0, 0)).secsTo(QDateTime(date, time)));
+std::int32_t UtcSeconds(QDate date, QTime time = QTime(0, 0)) {
+  return static_cast<std::int32_t>(QDateTime(date, time, Qt::UTC).toSecsSinceEpoch());
 }
 
 using ButtonStates = std::array<bool, 4>;  // select all, deselect, invert, OK enabled
@@ -139,6 +151,8 @@ class ConvertorTest : public ::testing::Test {
     host = Host{};
     TestModule().InitializeWrap(&RecordCall, nullptr, &host, nullptr);
     TestModule().setModuleHandle(kModuleHandle);
+    TestModule().GetLog()->Create(QStringLiteral("Import test"), &RecordCall, kContext);
+    host.calls.clear();
     convertor_.setHostContext(kContext);
     convertor_.setFolders({[] { return QStringLiteral("/work"); }, [this] { return dir_.path(); }});
     convertor_.setDirectoryChooser([this](QWidget*, QString const& start) {
@@ -275,22 +289,36 @@ TEST_F(ConvertorTest, TableListsTheEntriesAndTheButtonsFollowTheirCheckStates) {
   EXPECT_EQ(checkState(0), Qt::Checked);
   EXPECT_EQ(buttons(), (ButtonStates{false, true, true, true}));
 
-  Click(c().deselectButton);  // writes 2, sets the buttons as for none
-  EXPECT_EQ(checkStates(), QList<int>({2, 2, 2}));
+  Click(c().deselectButton);  // clears every check
+  EXPECT_EQ(checkStates(), QList<int>({0, 0, 0}));
   EXPECT_EQ(buttons(), (ButtonStates{true, false, true, false}));
   convertor_.change(0, 3);  // another column: no recount
   EXPECT_EQ(buttons(), (ButtonStates{true, false, true, false}));
 
   Click(c().invertButton);
-  EXPECT_EQ(checkStates(), QList<int>({0, 0, 0}));
-  EXPECT_EQ(buttons(), (ButtonStates{true, false, true, false}));  // none checked
+  EXPECT_EQ(checkStates(), QList<int>({2, 2, 2}));
+  EXPECT_EQ(buttons(), (ButtonStates{false, true, true, true}));  // all checked
 
   ClickCheckBox(1);
   EXPECT_EQ(buttons(), (ButtonStates{true, true, true, true}));
   Click(c().invertButton);
-  EXPECT_EQ(checkStates(), QList<int>({2, 0, 2}));
+  EXPECT_EQ(checkStates(), QList<int>({0, 2, 0}));
   ClickCheckBox(1);
-  EXPECT_EQ(buttons(), (ButtonStates{false, true, true, true}));  // all checked
+  EXPECT_EQ(buttons(), (ButtonStates{true, false, true, false}));  // none checked
+}
+
+// Every column as wide as its contents; the price type is in view without
+// scrolling, the long names are the symbols' tooltips.
+TEST_F(ConvertorTest, ColumnsFitTheirContentsWithinTheTable) {
+  WriteExport();
+  Open();
+  QTableWidget* table = c().table;
+  EXPECT_GT(table->columnWidth(CConvertor::kPeriodColumn), table->fontMetrics().horizontalAdvance(cell(1, 2)));
+  EXPECT_GE(table->columnWidth(CConvertor::kSymbolColumn), 60);
+  const int typeEnd = table->columnViewportPosition(CConvertor::kPriceTypeColumn) +
+                      table->columnWidth(CConvertor::kPriceTypeColumn);
+  EXPECT_LE(typeEnd, table->viewport()->width());
+  EXPECT_GE(table->columnWidth(CConvertor::kPriceTypeColumn), priceTypeBox(0)->sizeHint().width());
 }
 
 TEST_F(ConvertorTest, DirectoryLineReadsADirectoryOrAsksForOne) {
@@ -299,11 +327,13 @@ TEST_F(ConvertorTest, DirectoryLineReadsADirectoryOrAsksForOne) {
   const QString other = dir_.path() + QStringLiteral("/none");
   c().directoryLine->clear();
   QTest::keyClicks(c().directoryLine, other);
-  QTest::keyClick(c().directoryLine, Qt::Key_Return);  // no MASTER: the chooser; cancelled
-  EXPECT_EQ(chooserStarts_, QStringList({other}));
-  EXPECT_EQ(c().table->rowCount(), 0);
-  EXPECT_TRUE(convertor_.entries().empty());
-  EXPECT_EQ(buttons(), (ButtonStates{false, false, false, false}));
+  QTest::keyClick(c().directoryLine, Qt::Key_Return);  // no index: the chooser; cancelled
+  EXPECT_EQ(chooserStarts_, QStringList({dir_.path()}));
+  EXPECT_EQ(c().table->rowCount(), 6);  // the table and the folder stay as they were
+  EXPECT_EQ(convertor_.entries().size(), 6u);
+  EXPECT_EQ(c().directoryLine->text(), dir_.path());
+  EXPECT_EQ(convertor_.currentDir(), dir_.path());
+  EXPECT_EQ(buttons(), (ButtonStates{false, true, true, true}));
 
   chooserAnswer_ = dir_.path();
   Click(c().browseButton);
@@ -314,10 +344,13 @@ TEST_F(ConvertorTest, DirectoryLineReadsADirectoryOrAsksForOne) {
   EXPECT_EQ(chooserStarts_.size(), 2);
   EXPECT_EQ(c().table->rowCount(), 6);
 
-  QDir(dir_.path()).mkpath("locked/MASTER");  // a MASTER that does not open: the table stays
-  convertor_.readMakeFile(dir_.path() + "/locked");
-  EXPECT_EQ(c().table->rowCount(), 6);
-  EXPECT_EQ(convertor_.entries().size(), 6u);
+  QDir(dir_.path()).mkpath("folder/MASTER");  // a folder named MASTER is no index
+  convertor_.readMakeFile(dir_.path() + "/folder");
+  EXPECT_EQ(c().table->rowCount(), 0);
+  EXPECT_TRUE(c().reportView->isVisible());
+  EXPECT_EQ(c().reportView->toPlainText(),
+            "No importable instrument in " + QDir::toNativeSeparators(dir_.path() + "/folder") + ".");
+  EXPECT_EQ(buttons(), (ButtonStates{false, false, false, false}));
 
   convertor_.readMakeFile(QStringLiteral("C:\\export\\daily"));
   EXPECT_EQ(c().directoryLine->text(), "C:/export/daily");
@@ -334,7 +367,7 @@ TEST_F(ConvertorTest, DefaultDirectoryComesFromTheHost) {
   EXPECT_EQ(convertor_.GetUserPath(), "");
 }
 
-TEST_F(ConvertorTest, OkImportsTheCheckedRowsWhileTheDialogCannotBeClosed) {
+TEST_F(ConvertorTest, OkImportsTheCheckedRowsThenReports) {
   WriteExport();
   Open();
   ClickCheckBox(5);  // USD/JPY stays out
@@ -358,17 +391,51 @@ TEST_F(ConvertorTest, OkImportsTheCheckedRowsWhileTheDialogCannotBeClosed) {
   EXPECT_EQ(target_.opened, QStringList({"EUR/USD Bid D0", ".DJI Proc I15"}));
   ASSERT_EQ(target_.inserts.size(), 2u);
   EXPECT_EQ(target_.inserts[0].points,
-            (std::vector<Candle>{{LocalSeconds(QDate(2000, 1, 3)), 2.5f, 3, 2.25f, 2.75f, 1000},
-                                 {LocalSeconds(QDate(2000, 1, 4)), 2.75f, 3.5f, 2.5f, 3.25f, 2000}}));
+            (std::vector<Candle>{{UtcSeconds(QDate(2000, 1, 3)), 2.5f, 3, 2.25f, 2.75f, 1000},
+                                 {UtcSeconds(QDate(2000, 1, 4)), 2.75f, 3.5f, 2.5f, 3.25f, 2000}}));
   EXPECT_EQ(target_.inserts[1].points,
             (std::vector<Candle>{
-                {LocalSeconds(QDate(2000, 2, 29), QTime(9, 30)), 10500, 10600, 10400, 10550, 300}}));
+                {UtcSeconds(QDate(2000, 2, 29), QTime(9, 30)), 10500, 10600, 10400, 10550, 300}}));
   EXPECT_EQ(target_.closed, (std::vector<void*>{target_.inserts[0].handle, target_.inserts[1].handle}));
   EXPECT_FALSE(convertor_.isBusy());
-  EXPECT_FALSE(c().dialog->isVisible());
+
+  // The report stands where the table was, and in the host log; only Reject
+  // and the directory controls stay usable.
+  const QStringList report = {"Imported EUR/USD D Bid: 2 points", "Imported .DJI I15 Proc: 1 points",
+                              "Skipped GONE D: missing data file F3.dat",
+                              "Skipped ZERO D: unreadable records in F4.dat",
+                              "Skipped EMPTY D: no records in F5.dat",
+                              "Imported 2 instruments, 3 points stored; skipped 3."};
+  EXPECT_TRUE(c().dialog->isVisible());
+  EXPECT_TRUE(c().reportView->isVisible());
+  EXPECT_FALSE(c().table->isVisible());
+  EXPECT_EQ(c().reportView->toPlainText(), report.join('\n'));
+  EXPECT_EQ(host.logs, report);
+  EXPECT_EQ(c().dialog->property(CConvertor::kImportedProperty).toInt(), 2);
+  EXPECT_EQ(buttons(), (ButtonStates{false, false, false, false}));
+  EXPECT_TRUE(c().rejectButton->isEnabled() && c().browseButton->isEnabled() && c().directoryLine->isEnabled());
+
+  // Reading a directory again brings the table back.
+  QTest::keyClick(c().directoryLine, Qt::Key_Return);
+  EXPECT_TRUE(c().table->isVisible());
+  EXPECT_FALSE(c().reportView->isVisible());
+  EXPECT_EQ(buttons(), (ButtonStates{false, true, true, true}));
 }
 
-TEST_F(ConvertorTest, RowsTheStoreRefusesAreSkipped) {
+// Every data file missing or empty: the dialog says so and OK stays off.
+TEST_F(ConvertorTest, AFolderWithoutImportableInstrumentsSaysSo) {
+  dir_.WriteMaster({{1, 24, 6, 'D', 0, "GONE"}, {2, 24, 6, 'D', 0, "EMPTY"}});
+  WriteData(2, 24, {});
+  Open();
+  const QStringList message = {"No importable instrument in " + QDir::toNativeSeparators(dir_.path()) + ".",
+                               "Skipped GONE D: missing data file F1.dat", "Skipped EMPTY D: no records in F2.dat"};
+  EXPECT_TRUE(c().reportView->isVisible());
+  EXPECT_EQ(c().reportView->toPlainText(), message.join('\n'));
+  EXPECT_EQ(host.logs, message);
+  EXPECT_EQ(buttons(), (ButtonStates{false, false, false, false}));
+}
+
+TEST_F(ConvertorTest, RowsTheStoreRefusesAreSkippedWithTheirReason) {
   WriteExport();
   Open();
   target_.throwOnFirstInsert = true;
@@ -376,6 +443,8 @@ TEST_F(ConvertorTest, RowsTheStoreRefusesAreSkipped) {
   EXPECT_EQ(target_.opened.size(), 3);
   EXPECT_EQ(target_.inserts.size(), 2u);  // the first one threw
   EXPECT_EQ(target_.closed.size(), 3u);   // its handle was closed all the same
+  EXPECT_EQ(convertor_.lastReport().Lines().value(0), "Skipped EUR/USD D: refused by the store");
+  Click(c().rejectButton);
 
   FakeTarget refusing;
   refusing.refuseOpen = true;
@@ -385,6 +454,8 @@ TEST_F(ConvertorTest, RowsTheStoreRefusesAreSkipped) {
   EXPECT_EQ(refusing.opened.size(), 3);
   EXPECT_TRUE(refusing.inserts.empty());
   EXPECT_TRUE(refusing.closed.empty());
+  EXPECT_EQ(c().dialog->property(CConvertor::kImportedProperty).toInt(), 0);
+  Click(c().rejectButton);
 
   FakeTarget otherLayout;  // symbols stored with tick records get no candles
   otherLayout.storedPointSize = 12;
@@ -394,19 +465,22 @@ TEST_F(ConvertorTest, RowsTheStoreRefusesAreSkipped) {
   EXPECT_EQ(otherLayout.opened.size(), 3);
   EXPECT_TRUE(otherLayout.inserts.empty());
   EXPECT_EQ(otherLayout.closed.size(), 3u);
+  EXPECT_EQ(convertor_.lastReport().Lines().value(0), "Skipped EUR/USD D: stored before with another record size");
 }
 
-// The second row reads F2 with its own R = 24 (R = 28 would find no whole
-// record) but maps its fields as the first entry's 7 fields do.
-TEST_F(ConvertorTest, DuplicateRowsReadTheirOwnFileWithTheFirstEntrysFields) {
-  dir_.WriteMaster({{1, 28, 7, 'D', 0, "DUP"}, {2, 24, 5, 'D', 0, "DUP"}});
+// Two entries with one symbol and period are each read with their own
+// record length and field count.
+TEST_F(ConvertorTest, DuplicateEntriesReadTheirOwnFieldsAndFiles) {
+  dir_.WriteMaster({{1, 28, 7, 'D', 0, "DUP"}, {2, 20, 5, 'D', 0, "DUP"}});
   WriteData(1, 28, {{1000103, 2.5f, 3, 2.25f, 2.75f, 1000}});
-  WriteData(2, 24, {{1000104, 4.5f, 5, 4.25f, 4.75f, 10}});
+  WriteData(2, 20, {{1000104, 5, 4.25f, 4.75f, 10}});
   Open();
   Click(c().okButton);
   ASSERT_EQ(target_.inserts.size(), 2u);
+  EXPECT_EQ(target_.inserts[0].points,
+            (std::vector<Candle>{{UtcSeconds(QDate(2000, 1, 3)), 2.5f, 3, 2.25f, 2.75f, 1000}}));
   EXPECT_EQ(target_.inserts[1].points,
-            (std::vector<Candle>{{LocalSeconds(QDate(2000, 1, 4)), 4.5f, 5, 4.25f, 4.75f, 10}}));
+            (std::vector<Candle>{{UtcSeconds(QDate(2000, 1, 4)), 4.75f, 5, 4.25f, 4.75f, 10}}));
 }
 
 }  // namespace

@@ -1,12 +1,15 @@
-// Converting one instrument: field maps, times, the symbol record, tick
-// layout, hostile index records and the progress callback.
+// Converting one instrument: field maps, record counts, UTC times, skipped
+// records, the symbol record, tick layout, hostile index records and the
+// progress callback.
 #include <gtest/gtest.h>
 
 #include <QDateTime>
+#include <QFileInfo>
 #include <array>
 #include <chrono>
 
 #include "DataPoint.h"
+#include "ExportConversion.h"
 #include "ExportDirectory.h"
 #include "ImportTestSupport.h"
 
@@ -16,12 +19,20 @@ const QDate kDay(2015, 1, 2);
 const std::int32_t kDaySeconds = 1420156800;                    // 2015-01-02 00:00 UTC
 const std::int32_t kBarSeconds = kDaySeconds + 9 * 3600 + 1800;  // 09:30, the time of an intraday Row()
 
-IndexEntry Entry(ExportIndexRecord const& record) {
-  IndexEntry entry{};
-  const QByteArray bytes = EncodeIndexRecord(record);
-  std::memcpy(entry.bytes + 1, bytes.constData(), kIndexRecordSize);
+// The entry a MASTER record gives, its data file in dir.
+IndexEntry Entry(ExportDir const& dir, ExportIndexRecord const& record) {
+  IndexEntry entry;
+  entry.fileNumber = record.fileNumber;
+  entry.recordLength = record.recordLength;
+  entry.fieldCount = record.fieldCount;
+  entry.periodLetter = record.period;
+  entry.intradaySize = record.intradaySize;
+  entry.symbol = QString::fromLatin1(record.symbol);
+  const QString file = dir.FilePath(entry.dataFileName());
+  if (QFileInfo::exists(file)) entry.dataFile = file;
   return entry;
 }
+
 
 template <typename Point>
 std::vector<Point> PointsOf(ConvertedInstrument const& converted) {
@@ -52,7 +63,7 @@ class ConversionTest : public PinnedTimeZone {
   // Converts the file of `record` with its own layout.
   bool ConvertFile(ExportIndexRecord const& record, ConvertedInstrument& out, QString const& priceType = "Bid",
                    ConversionProgress const& progress = {}) {
-    return ConvertInstrument(dir.path(), Entry(record), Entry(record), priceType, out, progress);
+    return ConvertInstrument(Entry(dir, record), priceType, out, progress) == ConversionOutcome::kConverted;
   }
   // Writes F1.dat with R = recordLength and converts it as `record` says.
   ConvertedInstrument Convert(ExportIndexRecord record, std::vector<std::vector<std::uint32_t>> const& rows,
@@ -108,54 +119,93 @@ TEST_F(ConversionTest, FieldMapsByLetterAndFieldCount) {
 // ---------------------------------------------------------------------------
 // Records and times.
 
-TEST_F(ConversionTest, FilesWithoutAWholeRecordAreSkipped) {
-  Convert({1, 28, 7, 'D', 0, "EURUSD"}, {}, false);  // the header record only
-  EXPECT_EQ(Convert({1, 28, 7, 'D', 0, "EURUSD"}, {Row(false, 7)}).pointCount, 1);
-  dir.Write("F1.dat", EncodeDataFile(28, {Row(false, 7)}) + QByteArray(27, '\x81'));  // a partial record
-  ConvertedInstrument converted;
-  ASSERT_TRUE(ConvertFile({1, 28, 7, 'D', 0, "X"}, converted));
-  EXPECT_EQ(converted.pointCount, 1);
-  EXPECT_EQ(converted.points.size(), 24u);
+TEST_F(ConversionTest, RecordsAreThoseTheHeaderCountsAndTheFileHolds) {
+  const ExportIndexRecord daily{1, 28, 7, 'D', 0, "EURUSD"};
+  const std::vector<std::vector<std::uint32_t>> three(3, Row(false, 7));
+  const QByteArray file = EncodeDataFile(28, three);
+  const QByteArray zeroTail(5 * 28, '\0');
+  struct Case {
+    QByteArray bytes;
+    int points;
+  };
+  const Case cases[] = {
+      {WithHeaderCount(file, 4), 3},
+      {WithHeaderCount(file, 0), 3},                   // 0: the file's size decides
+      {WithHeaderCount(file, 3), 2},                   // fewer counted than held
+      {WithHeaderCount(file, 40), 3},                  // more counted than held
+      {WithHeaderCount(file + zeroTail, 4), 3},        // a zero-filled tail is not data
+      {WithHeaderCount(file + QByteArray(27, '\x81'), 0), 3},  // a partial record is not read
+      {WithHeaderCount(file, 1), 0},                   // none counted
+      {EncodeDataFile(28, {}), 0},                     // the header record only
+  };
+  for (Case const& c : cases) {
+    dir.Write("F1.dat", c.bytes);
+    ConvertedInstrument converted;
+    EXPECT_EQ(ConvertInstrument(Entry(dir, daily), "Bid", converted),
+              c.points > 0 ? ConversionOutcome::kConverted : ConversionOutcome::kNoRecords);
+    EXPECT_EQ(converted.pointCount, c.points) << c.bytes.size();
+    EXPECT_EQ(converted.points.size(), std::size_t(c.points) * 24);
+    EXPECT_EQ(converted.skippedRecords, 0);
+  }
+  EXPECT_EQ(CountedRecords(28 * 70001, 28, 4465), 70000);  // a u16 count wrapped past 65,535
+  EXPECT_EQ(CountedRecords(28 * 70001, 28, 4465 + 7), 70000);
+  EXPECT_EQ(CountedRecords(28 * 70001, 28, 4465 - 7), 70000 - 7);
 
   // File number 0 is F0.dat; a missing file resets the output.
   dir.WriteData(0, 28, {Row(false, 7)});
+  ConvertedInstrument converted;
   EXPECT_TRUE(ConvertFile({0, 28, 7, 'D', 0, "X"}, converted));
-  EXPECT_FALSE(ConvertFile({9, 28, 7, 'D', 0, "X"}, converted));
+  EXPECT_EQ(ConvertInstrument(Entry(dir, {9, 28, 7, 'D', 0, "X"}), "Bid", converted), ConversionOutcome::kMissingFile);
   EXPECT_EQ(converted.pointCount, 0);
   EXPECT_TRUE(converted.points.empty());
 }
 
-TEST_F(ConversionTest, TimesAreLocalToLocal) {
-  const std::vector<std::vector<std::uint32_t>> rows = {
-      {MbfDate(QDate(2000, 1, 1)), MbfTime(QTime(0, 0, 1))},
-      {MbfDate(QDate(2000, 7, 1)), MbfTime(QTime(12, 0))},
-      {MbfDate(QDate(2000, 7, 1)), MbfTime(QTime(12, 0))},   // the same time twice
-      {MbfDate(QDate(2000, 3, 26)), MbfTime(QTime(1, 30))},  // the day the clocks go forward
-      {MbfDate(QDate(2000, 3, 26)), MbfTime(QTime(2, 30))},  // inside the gap
-      {MbfDate(QDate(2000, 3, 26)), MbfTime(QTime(3, 30))},
-  };
-  Pin("CET-1CEST,M3.5.0,M10.5.0/3");
-  const auto candles = Candles(Convert({1, 32, 8, 'I', 1, "EURUSD"}, rows));
-  ASSERT_EQ(candles.size(), 6u);
-  EXPECT_EQ(candles[0].time, 946684801);         // both ends in winter time
-  EXPECT_EQ(candles[1].time, 962452800 - 3600);  // summer time is an hour further from 1970 local
-  EXPECT_EQ(candles[2].time, candles[1].time);
-  EXPECT_EQ(candles[3].time, 954030600 + 3600);  // 00:30 UTC
-  EXPECT_EQ(candles[4].time, 0);                 // not a local moment
-  EXPECT_EQ(candles[5].time, 954034200 + 3600);  // 01:30 UTC, one hour after the record before the gap
+// The same records give the same seconds under every zone: dates and times
+// are UTC. Berlin's clocks go forward at 02:00 on 2024-03-31; Amman's at
+// midnight before 2022-02-25.
+TEST_F(ConversionTest, TimesAreUtcUnderAnyZone) {
+  std::vector<std::vector<std::uint32_t>> rows;
+  for (int minute = 0; minute < 60; minute += 5) {
+    rows.push_back({MbfDate(QDate(2024, 3, 31)), MbfTime(QTime(2, minute))});
+  }
+  rows.push_back({MbfDate(QDate(2022, 2, 25)), MbfTime(QTime(0, 0))});
+  rows.push_back({MbfDate(QDate(2024, 7, 15)), MbfTime(QTime(0, 0))});
+  std::vector<std::int32_t> expected;
+  for (int minute = 0; minute < 60; minute += 5) expected.push_back(1711850400 + minute * 60);
+  expected.push_back(1645747200);
+  expected.push_back(1721001600);
+  for (const char* zone : {"UTC", "Europe/Berlin", "Asia/Amman", "CET-1CEST,M3.5.0,M10.5.0/3", ""}) {
+    Pin(zone);
+    const auto candles = Candles(Convert({1, 32, 8, 'I', 5, "EURUSD"}, rows));
+    std::vector<std::int32_t> times;
+    for (auto const& candle : candles) times.push_back(candle.time);
+    EXPECT_EQ(times, expected) << zone;
+  }
 }
 
-TEST_F(ConversionTest, UnreadableDatesAndTimes) {
-  const auto candles = Candles(Convert({1, 32, 8, 'I', 1, "EURUSD"},
-                                       {{MbfDate(kDay), MbfWord(246000.0f)},
-                                        {MbfWord(1000230.0f), MbfTime(QTime(1, 0))},
-                                        {0, MbfTime(QTime(1, 0))},
-                                        {MbfWord(2991231.0f), 0}}));
-  ASSERT_EQ(candles.size(), 4u);
-  EXPECT_EQ(candles[0].time, kDaySeconds);  // an invalid time counts as midnight
-  EXPECT_EQ(candles[1].time, 0);            // 30 February
-  EXPECT_EQ(candles[2].time, QDateTime(QDate::currentDate(), QTime(1, 0), Qt::UTC).toSecsSinceEpoch());
-  EXPECT_EQ(candles[3].time, 0);            // 2199 does not fit 32 bits
+// Records whose date or time does not decode are counted, never stored.
+TEST_F(ConversionTest, UndecodableRecordsAreSkippedAndCounted) {
+  const std::vector<std::vector<std::uint32_t>> rows = {
+      {MbfDate(kDay), MbfWord(246000.0f)},          // hour 24
+      {MbfWord(1000230.0f), MbfTime(QTime(1, 0))},  // 30 February
+      {0, MbfTime(QTime(1, 0))},                    // no date
+      {MbfWord(12345.0f), MbfTime(QTime(1, 0))},    // five digits
+      {MbfWord(2991231.0f), 0},                     // 2199 does not fit 32 bits
+      {MbfDate(kDay), MbfTime(QTime(9, 30))},
+      {MbfDate(kDay), MbfWord(1234567.0f)},         // seven digits
+  };
+  const ConvertedInstrument converted = Convert({1, 32, 8, 'I', 1, "EURUSD"}, rows);
+  EXPECT_EQ(converted.skippedRecords, 6);
+  const auto candles = Candles(converted);
+  ASSERT_EQ(candles.size(), 1u);
+  EXPECT_EQ(candles[0].time, kBarSeconds);
+
+  ConvertedInstrument none;
+  dir.WriteData(1, 32, {rows[0], rows[2]});
+  EXPECT_EQ(ConvertInstrument(Entry(dir, {1, 32, 8, 'I', 1, "X"}), "Bid", none),
+            ConversionOutcome::kUnreadableRecords);
+  EXPECT_EQ(none.skippedRecords, 2);
+  EXPECT_TRUE(none.points.empty());
 }
 
 // ---------------------------------------------------------------------------
@@ -166,11 +216,11 @@ std::string TextAt(SYMBOL_NAME_PERIOD const& request, int offset) {
 }
 
 TEST_F(ConversionTest, SymbolRecordOfADailyEntry) {
-  const SYMBOL_NAME_PERIOD request = Convert({1, 28, 7, 'D', 3, "ABC DEF"}, {Row(false, 7)}).request;
+  const SYMBOL_NAME_PERIOD request = Convert({1, 28, 7, 'D', 3, "BRK A"}, {Row(false, 7)}).request;
   EXPECT_EQ(TextAt(request, 0), "CANDLE");
   EXPECT_EQ(TextAt(request, 255), "QUENDAL");
   EXPECT_EQ(TextAt(request, 510), "CANDLE_QUENDAL");
-  EXPECT_EQ(WideText(&request.name), "ABC");
+  EXPECT_EQ(WideText(&request.name), "BRK A");  // the whole name
   EXPECT_EQ(TextAt(request, 1275), "Bid");
   const auto* bytes = reinterpret_cast<const unsigned char*>(&request);
   EXPECT_EQ(bytes[1530], 'D');
@@ -201,7 +251,12 @@ TEST_F(ConversionTest, IntradaySizeZeroGivesTicks) {
 TEST_F(ConversionTest, HostileIndexRecordsStayInsideTheirBuffers) {
   // R = 0 and letters without a map are skipped.
   Convert({1, 0, 7, 'D', 0, "X"}, {}, false);
-  for (char letter : {'X', '\0', 'i', 'd'}) Convert({1, 28, 7, letter, 0, "X"}, {Row(false, 7)}, false);
+  for (char letter : {'X', '\0', 'i', 'd'}) {
+    dir.WriteData(1, 28, {Row(false, 7)});
+    ConvertedInstrument converted;
+    EXPECT_EQ(ConvertInstrument(Entry(dir, {1, 28, 7, letter, 0, "X"}), "Bid", converted),
+              ConversionOutcome::kPeriodNotImported);
+  }
 
   // R = 255 with 2 fields: the time and zeros.
   auto candles = Candles(Convert({1, 255, 2, 'D', 0, "X"}, {Row(false, 63), Row(false, 63)}));
@@ -217,8 +272,8 @@ TEST_F(ConversionTest, HostileIndexRecordsStayInsideTheirBuffers) {
     EXPECT_EQ(PricesOf(candles[0]), kNoPrices);
   }
 
-  // R = 3: not even a whole date.
-  EXPECT_EQ(Candles(Convert({1, 3, 5, 'D', 0, "X"}, {{0}, {0}})).size(), 2u);
+  // R = 3: not even a whole date, so nothing decodes.
+  EXPECT_EQ(Convert({1, 3, 5, 'D', 0, "X"}, {{0}, {0}}, false).skippedRecords, 2);
 
   // R = 255 with 8 fields: the mapped fields come from the record's start.
   candles = Candles(Convert({1, 255, 8, 'I', 5, "X"}, {Row(true, 63)}));
@@ -230,7 +285,7 @@ TEST_F(ConversionTest, HostileIndexRecordsStayInsideTheirBuffers) {
 
 TEST_F(ConversionTest, AMillionTicksReportProgressSparingly) {
   constexpr int kPoints = 1000000;
-  QByteArray file = EncodeDataFile(32, {});
+  QByteArray file = EncodeDataFile(32, {}, {.headerCount = 0});  // more records than a u16 counts
   file.reserve(std::int64_t{kPoints + 1} * 32);
   QDateTime moment(kDay, QTime(0, 0), Qt::UTC);
   for (int k = 0; k < kPoints; ++k) {

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "ExportDirectory.h"
+#include "ExportIndex.h"
 #include "ImportTestSupport.h"
 
 namespace {
@@ -11,61 +12,59 @@ ExportIndexRecord Daily(int number, const char* symbol) { return {number, 28, 7,
 
 // "n R fields letter size [symbol] period text"; a zero letter shows as '-'.
 std::string Describe(IndexEntry const& e) {
-  const char letter = e.periodLetter() == 0 ? '-' : e.periodLetter();
-  return QString::asprintf("%d %d %d %c %d ", e.fileNumber(), e.recordLength(), e.fieldCount(), letter,
-                           e.intradaySize())
-      .append("[" + e.symbol() + "] " + e.periodText())
+  const char letter = e.periodLetter == 0 ? '-' : e.periodLetter;
+  return QString::asprintf("%d %d %d %c %d ", e.fileNumber, e.recordLength, e.fieldCount, letter, e.intradaySize)
+      .append("[" + e.symbol + "] " + e.periodText())
       .toStdString();
 }
+
 // ---------------------------------------------------------------------------
 // MASTER.
 
-TEST(ReadMasterTest, EntriesCarryTheirRecordFieldsAndAreFoundByTheirTexts) {
+TEST(ReadMasterTest, EntriesCarryTheirRecordFieldsAndWholeTrimmedSymbols) {
   ExportDir dir;
-  QByteArray master = EncodeMaster({{12, 28, 7, 'D', 0, "EURUSD"}, {200, 32, 8, 'I', 15, "ABC DEF"},
-                                    {3, 32, 8, 'I', -3, "X"}, Daily(4, "EURUSD"), Daily(5, "ABCDEFGHIJKLMNOPQ"),
+  QByteArray master = EncodeMaster({{12, 28, 7, 'D', 0, "EURUSD"}, {200, 32, 8, 'I', 15, "BRK A"},
+                                    {3, 32, 8, 'I', -3, " BRK B"}, Daily(4, "EURUSD"), Daily(5, "ABCDEFGHIJKLMNOPQ"),
                                     Daily(6, "AB")});
   master[master.size() - kIndexSymbolSize + 2] = '\0';  // the last symbol ends at a zero byte
   dir.Write("MASTER", master);
-  const std::vector<IndexEntry> entries = ReadMaster(dir.path());
+  dir.WriteData(12, 28, {});
+  const std::vector<IndexEntry> entries = ReadExportIndex(dir.path());
   ASSERT_EQ(entries.size(), 6u);
-  EXPECT_EQ(entries[0].bytes[0], 0);
-  EXPECT_EQ(Describe(entries[0]), "12 28 7 D 0 [EURUSD           ] D");  // padded to 17 bytes
-  EXPECT_EQ(Describe(entries[1]), "200 32 8 I 15 [ABC DEF          ] I  15");
-  EXPECT_EQ(Describe(entries[2]), "3 32 8 I -3 [X                ] I  -3");
-  EXPECT_EQ(entries[4].symbol(), "ABCDEFGHIJKLMNOPQ");
-  EXPECT_EQ(entries[5].symbol(), "AB");
-
-  // The first entry with both texts exactly.
-  EXPECT_EQ(FindIndexEntry(entries, "EURUSD           ", "D"), 0);
-  EXPECT_EQ(FindIndexEntry(entries, "ABC DEF          ", "I  15"), 1);
-  EXPECT_EQ(FindIndexEntry(entries, "ABC DEF          ", "I15"), -1);
-  EXPECT_EQ(FindIndexEntry(entries, "EURUSD", "D"), -1);
+  EXPECT_EQ(Describe(entries[0]), "12 28 7 D 0 [EURUSD] D");
+  EXPECT_EQ(Describe(entries[1]), "200 32 8 I 15 [BRK A] I  15");  // spaces inside are kept
+  EXPECT_EQ(Describe(entries[2]), "3 32 8 I -3 [BRK B] I  -3");    // leading ones are not
+  EXPECT_EQ(entries[4].symbol, "ABCDEFGHIJKLMNOPQ");
+  EXPECT_EQ(entries[5].symbol, "AB");
+  EXPECT_EQ(entries[0].dataFile, dir.FilePath("F12.dat"));
+  EXPECT_EQ(entries[1].dataFile, "");  // none
+  EXPECT_EQ(entries[0].dataFileName(), "F12.dat");
+  for (IndexEntry const& entry : entries) EXPECT_EQ(entry.source, IndexFile::kMaster);
 }
 
 TEST(ReadMasterTest, MissingEmptyAndShortFiles) {
   ExportDir dir;
-  EXPECT_FALSE(MasterExists(dir.path()));
-  EXPECT_TRUE(ReadMaster(dir.path()).empty());
-  EXPECT_TRUE(ReadMaster(dir.path() + "/absent").empty());
+  EXPECT_FALSE(IndexExists(dir.path()));
+  EXPECT_TRUE(ReadExportIndex(dir.path()).empty());
+  EXPECT_TRUE(ReadExportIndex(dir.path() + "/absent").empty());
   for (int count : {0, -1, -32768}) {
     dir.Write("MASTER", EncodeMasterHeader(count) + EncodeIndexRecord(Daily(1, "EURUSD")));
-    EXPECT_TRUE(ReadMaster(dir.path()).empty()) << count;
+    EXPECT_TRUE(ReadExportIndex(dir.path()).empty()) << count;
   }
   dir.Write("MASTER", QByteArray());
-  EXPECT_TRUE(ReadMaster(dir.path()).empty());
+  EXPECT_TRUE(ReadExportIndex(dir.path()).empty());
 
   // Records the file lacks are zero-filled; one cut short keeps the bytes it has.
   const QByteArray cut = EncodeIndexRecord(Daily(2, "GBPUSD")).left(10);
   dir.Write("MASTER", EncodeMasterHeader(3) + EncodeIndexRecord(Daily(1, "EURUSD")) + cut);
-  std::vector<IndexEntry> entries = ReadMaster(dir.path());
+  std::vector<IndexEntry> entries = ReadExportIndex(dir.path());
   ASSERT_EQ(entries.size(), 3u);
-  EXPECT_EQ(entries[0].fileNumber(), 1);
+  EXPECT_EQ(entries[0].fileNumber, 1);
   EXPECT_EQ(Describe(entries[1]), "2 28 7 - 0 [] ");
   EXPECT_EQ(Describe(entries[2]), "0 0 0 - 0 [] ");
 
   dir.Write("MASTER", QByteArray(1, '\x05'));  // half a count: the header is zero-filled
-  entries = ReadMaster(dir.path());
+  entries = ReadExportIndex(dir.path());
   ASSERT_EQ(entries.size(), 5u);
   EXPECT_EQ(Describe(entries[4]), "0 0 0 - 0 [] ");
 }
@@ -77,18 +76,20 @@ TEST(FileCaseTest, ExactNamesFirstThenAnyCase) {
   ExportDir dir;
   dir.WriteMaster({Daily(1, "EURUSD")}, "master");
   dir.Write("F12.DAT", QByteArray(56, '\0'));
-  EXPECT_EQ(DataFilePath(dir.path(), 1), dir.FilePath("F1.dat"));  // missing: the exact name, not F12.DAT
-  EXPECT_EQ(DataFilePath(dir.path(), 0), dir.FilePath("F0.dat"));
-  EXPECT_EQ(DataFilePath(dir.path(), 12), dir.FilePath("F12.DAT"));
+  dir.Write("f300.mwd", QByteArray(56, '\0'));
+  auto find = [&dir](const char* name) { return ExportFolder(dir.path()).Find(name); };
+  EXPECT_EQ(find("F1.dat"), "");  // missing: not F12.DAT
+  EXPECT_EQ(find("F12.dat"), dir.FilePath("F12.DAT"));
+  EXPECT_EQ(find("F300.MWD"), dir.FilePath("f300.mwd"));
   dir.Write("F1.DAT", QByteArray(56, '\0'));
-  EXPECT_TRUE(MasterExists(dir.path()));
-  EXPECT_EQ(ReadMaster(dir.path()).size(), 1u);
-  EXPECT_EQ(DataFilePath(dir.path(), 1), dir.FilePath("F1.DAT"));
+  EXPECT_TRUE(IndexExists(dir.path()));
+  EXPECT_EQ(ReadExportIndex(dir.path()).at(0).dataFile, dir.FilePath("F1.DAT"));
 
   dir.Write("F1.dat", QByteArray(56, '\0'));
-  EXPECT_EQ(DataFilePath(dir.path(), 1), dir.FilePath("F1.dat"));
+  EXPECT_EQ(find("F1.dat"), dir.FilePath("F1.dat"));
+  EXPECT_EQ(find("f1.DAT"), dir.FilePath("F1.DAT"));  // the first in name order
   dir.WriteMaster({Daily(1, "EURUSD"), Daily(2, "GBPUSD")}, "MASTER");
-  EXPECT_EQ(ReadMaster(dir.path()).size(), 2u);
+  EXPECT_EQ(ReadExportIndex(dir.path()).size(), 2u);
 }
 
 // ---------------------------------------------------------------------------
@@ -158,6 +159,27 @@ TEST_F(RecordTimeTest, NothingToReadGivesEmptyText) {
   EXPECT_EQ(getLastTime(-4, 'D', dir.FilePath("F1.dat")), "");
   EXPECT_EQ(getFirstTime(4, 'D', dir.FilePath("F2.dat")), "02.01.24");
   EXPECT_EQ(getFirstTime(4, 'I', dir.FilePath("F2.dat")), "");
+}
+
+// The first and last counted records, whatever follows them; a date that does
+// not decode shows nothing, never today.
+TEST_F(RecordTimeTest, DatesOfTheCountedRecords) {
+  ExportDir dir;
+  const QByteArray file = EncodeDataFile(
+      32, {{MbfDate(QDate(2024, 1, 2)), MbfTime(QTime(9, 5))}, {MbfDate(QDate(2024, 1, 3)), MbfTime(QTime(17, 0, 1))}});
+  dir.Write("F1.dat", WithHeaderCount(file + QByteArray(3 * 32, '\0'), 3));  // a zero-filled tail
+  dir.Write("F2.dat", WithHeaderCount(file + QByteArray(31, '\x7F'), 0));     // a partial record
+  dir.Write("F3.dat", WithHeaderCount(file, 2));                               // the last one uncounted
+  dir.Write("F4.dat", EncodeDataFile(32, {{0, 0}}));
+  for (const char* name : {"F1.dat", "F2.dat"}) {
+    EXPECT_EQ(getFirstTime(32, 'I', dir.FilePath(name)), "02.01.24 09:05:00");
+    EXPECT_EQ(getLastTime(32, 'I', dir.FilePath(name)), "03.01.24 17:00:01") << name;
+  }
+  EXPECT_EQ(getLastTime(32, 'D', dir.FilePath("F3.dat")), "02.01.24");
+  const DataFileSpan span = ReadDataFileSpan(dir.FilePath("F1.dat"), 32, 'D');
+  EXPECT_EQ(span.records, 2);
+  EXPECT_EQ(span.first + "|" + span.last, "02.01.24|03.01.24");
+  EXPECT_EQ(getFirstTime(32, 'D', dir.FilePath("F4.dat")), "");
 }
 
 }  // namespace

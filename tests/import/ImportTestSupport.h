@@ -46,6 +46,13 @@ inline QString WideText(const void* field) {
   return QString::fromUtf16(name, std::find(name, name + kHostWideNameUnits, u'\0') - name);
 }
 
+// The data file with the u16 at offset 2 of its header record set to count.
+inline QByteArray WithHeaderCount(QByteArray file, int count) {
+  file[2] = char(count & 0xFF);
+  file[3] = char(count >> 8);
+  return file;
+}
+
 // An export directory in a temporary folder.
 class ExportDir {
  public:
