@@ -66,8 +66,10 @@ constexpr const char* kIndexPriceTypes[] = {"Last", "Proc"};
 constexpr QChar kIndexSymbolMark = QLatin1Char('.');
 
 constexpr int kPumpMs = 100;  // longest event processing per progress step
+constexpr int kProgressIntervalMs = 50;  // shortest time between two progress steps
 constexpr int kNarrowestSymbolColumn = 60;  // the symbol column gives way down to this
-constexpr int kMeasuredRows = 1000;         // rows whose cells size a column, as the header measures
+constexpr char kWidestDate[] = "00.00.00";  // what a date column keeps in view
+constexpr int kCellPadding = 12;            // a cell's margins around its text
 constexpr coreLogMsgLevel kReportLevel = LOG_LEVEL_3;  // the host log's level of the report
 
 template <std::size_t N>
@@ -226,6 +228,7 @@ void CConvertor::buildTable() {
   table->horizontalHeader()->setSectionResizeMode(QHeaderView::Interactive);
   table->verticalHeader()->setSectionResizeMode(QHeaderView::Interactive);
   table->verticalHeader()->hide();  // row numbers would take the price type's room
+  table->setWordWrap(false);        // a narrowed date column elides, rows stay one line high
   connect(table, &QTableWidget::cellChanged, this, &CConvertor::change);
   controls_.table = table;
   controls_.reportView = new QPlainTextEdit(controls_.dialog);
@@ -360,44 +363,34 @@ void CConvertor::fillRow(int row) {
   symbol->setToolTip(entry.fullName);
   controls_.table->setItem(row, kSymbolColumn, symbol);
   controls_.table->setItem(row, kPeriodColumn, TextItem(entry.periodText()));
-  controls_.table->setItem(row, kFirstDateColumn, TextItem(span.first));
-  controls_.table->setItem(row, kLastDateColumn, TextItem(span.last));
+  for (auto [column, text] : {std::pair{kFirstDateColumn, span.first}, std::pair{kLastDateColumn, span.last}}) {
+    QTableWidgetItem* date = TextItem(text);
+    date->setToolTip(text);
+    controls_.table->setItem(row, column, date);
+  }
 }
 
-// Every column as wide as its cells and its header; when they do not fit
-// beside the vertical scroll bar, as wide as its cells alone; when they still
-// do not, the symbol column gives way (its tooltip holds the long name), and
-// last the two date columns share what is missing. The price type stays in
-// view.
+// Every column as wide as its cells and its header. When they do not fit
+// beside the vertical scroll bar, the date columns give way first, down to
+// their dates (the times are elided, the cells' tooltips hold them), then the
+// symbol column (its tooltip holds the long name): the price type stays in view.
 void CConvertor::fitColumns() {
   QTableWidget* table = controls_.table;
   table->resizeColumnsToContents();
-  if (columnsExcess() > 0) {
-    for (int column = 0; column < kColumnCount; ++column) table->setColumnWidth(column, cellsWidth(column));
-  }
-  const int symbolWidth = table->columnWidth(kSymbolColumn);
-  table->setColumnWidth(kSymbolColumn, symbolWidth - std::clamp(columnsExcess(), 0,
-                                                                std::max(0, symbolWidth - kNarrowestSymbolColumn)));
-  const int excess = columnsExcess();
-  if (excess <= 0) return;
-  for (int column : {kFirstDateColumn, kLastDateColumn}) {
-    table->setColumnWidth(column, table->columnWidth(column) - (excess + 1) / 2);
-  }
+  const int dateWidth = table->fontMetrics().horizontalAdvance(QString::fromLatin1(kWidestDate)) + kCellPadding;
+  for (int column : {kFirstDateColumn, kLastDateColumn, kLastDateColumn}) giveWay(column, dateWidth);
+  giveWay(kSymbolColumn, kNarrowestSymbolColumn);
 }
 
-// The widest of the column's cells in the first kMeasuredRows shown rows.
-int CConvertor::cellsWidth(int column) const {
-  const QTableWidget* table = controls_.table;
-  int width = 0;
-  for (int row = 0, measured = 0; row < table->rowCount() && measured < kMeasuredRows; ++row) {
-    if (table->isRowHidden(row)) continue;
-    ++measured;
-    const QWidget* widget = table->cellWidget(row, column);
-    const int hint = widget != nullptr ? widget->sizeHint().width()
-                                       : table->sizeHintForIndex(table->model()->index(row, column)).width();
-    width = std::max(width, hint);
-  }
-  return width;
+// Narrows the column by what the columns exceed the table, down to `narrowest`;
+// the first date column takes half of the excess, the last one the rest.
+void CConvertor::giveWay(int column, int narrowest) {
+  QTableWidget* table = controls_.table;
+  const int excess = columnsExcess();
+  if (excess <= 0) return;
+  const int share = column == kFirstDateColumn ? (excess + 1) / 2 : excess;
+  const int width = table->columnWidth(column);
+  table->setColumnWidth(column, std::max(std::min(width, narrowest), width - share));
 }
 
 int CConvertor::columnsExcess() const {
@@ -603,8 +596,13 @@ ConversionOutcome CConvertor::store(ConvertedInstrument& instrument) {
   return outcome;
 }
 
+// The bar moves at most every kProgressIntervalMs, across files: an import of
+// many small files repaints no more often than one of a big file.
 void CConvertor::showProgress(std::int64_t bytes) {
   if (!hasDialog()) return;
+  const auto now = std::chrono::steady_clock::now();
+  if (now - lastProgress_ < std::chrono::milliseconds(kProgressIntervalMs)) return;
+  lastProgress_ = now;
   controls_.progressBar->setValue(static_cast<int>(bytes / progressScale_));
   QCoreApplication::processEvents(QEventLoop::AllEvents, kPumpMs);
   if (hasDialog()) controls_.dialog->repaint();

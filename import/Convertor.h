@@ -33,6 +33,7 @@
 #include <QObject>
 #include <QPointer>
 #include <QString>
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <vector>
@@ -180,7 +181,7 @@ class CConvertor : public QObject {
   void fillRow(int row);
   void fitColumns();                  // column widths from their contents, within the table
   int columnsExcess() const;          // pixels the columns take beyond the table's width
-  int cellsWidth(int column) const;   // the widest cell of the column, its header aside
+  void giveWay(int column, int narrowest);  // narrows the column toward the table's width
   void showTable();
   void showReport(QStringList const& lines);  // in the table's place
   void sayNothingImports();           // why no row can be imported
@@ -215,6 +216,7 @@ class CConvertor : public QObject {
   DirectoryChooser chooser_;                      // the directory chooser
   std::int64_t progressDone_ = 0;                 // bytes of the rows already imported
   std::int64_t progressScale_ = 1;                // bytes per progress bar unit
+  std::chrono::steady_clock::time_point lastProgress_;  // the bar's last step
   ImportReport report_;                           // of the last import
 };
 

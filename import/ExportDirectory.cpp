@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cstdlib>
 #include <cstdio>
 #include <cstring>
 
@@ -30,6 +31,8 @@ constexpr int kSecondsPerHour = 3600;
 constexpr std::int64_t kSecondsPerDay = 86400;
 constexpr int kMsPerSecond = 1000;
 constexpr float kIntLimit = 2147483648.0f;   // 2^31
+constexpr int kDecimal = 10;
+constexpr int kDecimalPair = 100;            // two decimal digits
 
 // Data files.
 constexpr int kHeaderCountOffset = 2;        // u16 of the header record: records + 1
@@ -51,10 +54,17 @@ bool MbfToInt(float mbf, int& value) {
   return true;
 }
 
-// Length of "%d" of value.
+// Length of "%d" of value, counted without printing it.
 int TextLength(int value) {
-  char text[kIntText];
-  return std::snprintf(text, sizeof text, "%d", value);
+  int length = value < 0 ? 2 : 1;  // a sign, and the last digit
+  for (std::int64_t rest = std::abs(std::int64_t{value}) / kDecimal; rest > 0; rest /= kDecimal) ++length;
+  return length;
+}
+
+std::int64_t PowerOfTen(int exponent) {
+  std::int64_t power = 1;
+  while (exponent-- > 0) power *= kDecimal;
+  return power;
 }
 
 // The number in text[first, first + count); 0 when it is not one.
@@ -74,12 +84,22 @@ DateWord DecodeDateWord(float mbf) {
   int value = 0;
   if (!MbfToInt(mbf, value)) return {DateWord::kBeyondInt};
   if (value == 0) return {DateWord::kZero};
-  char text[kIntText];
-  const int length = std::snprintf(text, sizeof text, "%d", value);
+  const int length = TextLength(value);
   if (length < kShortDateDigits) return {DateWord::kShort};
   const int yearDigits = length == kShortDateDigits ? kShortDateYearDigits : kLongDateYearDigits;
-  DateWord word{DateWord::kDigits, Digits(text, 0, yearDigits) + kYearBase,
-                Digits(text, yearDigits, kDatePartDigits), Digits(text, yearDigits + kDatePartDigits, kDatePartDigits)};
+  DateWord word{DateWord::kDigits};
+  if (value > 0) {  // the digits counted from the left, by division
+    word.year = static_cast<int>(value / PowerOfTen(length - yearDigits));
+    word.month = static_cast<int>(value / PowerOfTen(length - yearDigits - kDatePartDigits) % kDecimalPair);
+    word.day = static_cast<int>(value / PowerOfTen(length - yearDigits - 2 * kDatePartDigits) % kDecimalPair);
+  } else {  // the sign takes a place of the text
+    char text[kIntText];
+    std::snprintf(text, sizeof text, "%d", value);
+    word.year = Digits(text, 0, yearDigits);
+    word.month = Digits(text, yearDigits, kDatePartDigits);
+    word.day = Digits(text, yearDigits + kDatePartDigits, kDatePartDigits);
+  }
+  word.year += kYearBase;
   if (word.month < 1 || word.month > kLastMonth) word.month = 1;
   if (word.day < 1 || word.day > kLastDay) word.day = 1;
   return word;

@@ -321,6 +321,37 @@ TEST_F(ConvertorTest, ColumnsFitTheirContentsWithinTheTable) {
   EXPECT_GE(table->columnWidth(CConvertor::kPriceTypeColumn), priceTypeBox(0)->sizeHint().width());
 }
 
+// 255 instruments in MASTER with EMASTER's long names, 45 in XMASTER: one row
+// each, in that order, the long names as tooltips; every date column whole.
+TEST_F(ConvertorTest, RowsOfMasterThenXmasterWithLongNames) {
+  std::vector<ExportIndexRecord> master, extra;
+  for (int number = 1; number <= 300; ++number) {
+    ExportIndexRecord record{number, 24, 6, 'D', 0, "S" + QByteArray::number(number)};
+    record.name = "Name " + QByteArray::number(number);
+    (number <= 255 ? master : extra).push_back(record);
+    const QString file = number <= 255 ? QString("F%1.dat").arg(number) : QString("F%1.MWD").arg(number);
+    dir_.Write(file, EncodeDataFile(24, {{MbfWord(1000103), MbfWord(2.5f), 0, 0, MbfWord(2.75f), 0}}));
+  }
+  dir_.WriteMaster(master);
+  dir_.Write("EMASTER", EncodeEmaster(master));
+  dir_.Write("XMASTER", EncodeXmaster(extra));
+  Open();
+  ASSERT_EQ(c().table->rowCount(), 300);
+  for (int row : {0, 254, 255, 299}) {
+    EXPECT_FALSE(c().table->isRowHidden(row));
+    EXPECT_EQ(cell(row, 1), QString("S%1").arg(row + 1));
+    EXPECT_EQ(c().table->item(row, 1)->toolTip(), QString("Name %1").arg(row + 1));
+    EXPECT_EQ(cell(row, 4), "03.01.00");
+  }
+  for (int column : {CConvertor::kFirstDateColumn, CConvertor::kLastDateColumn}) {
+    EXPECT_GT(c().table->columnWidth(column), c().table->fontMetrics().horizontalAdvance("03.01.00"));
+  }
+  Click(c().okButton);
+  EXPECT_EQ(target_.inserts.size(), 300u);
+  EXPECT_EQ(target_.opened.value(299), "S300 Bid D0");
+  EXPECT_EQ(convertor_.lastReport().Lines().value(299), "Imported S300 \"Name 300\" D Bid: 1 points");
+}
+
 TEST_F(ConvertorTest, DirectoryLineReadsADirectoryOrAsksForOne) {
   WriteExport();
   Open();

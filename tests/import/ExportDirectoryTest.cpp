@@ -70,6 +70,80 @@ TEST(ReadMasterTest, MissingEmptyAndShortFiles) {
 }
 
 // ---------------------------------------------------------------------------
+// EMASTER and XMASTER.
+
+ExportIndexRecord Named(ExportIndexRecord record, const char* name) {
+  record.name = name;
+  return record;
+}
+
+TEST(ReadExportIndexTest, EmasterLendsLongNamesOnlyWhereItAgreesWithMaster) {
+  ExportDir dir;
+  const std::vector<ExportIndexRecord> master = {Daily(1, "BRK A"), Daily(2, "BRK B"), Daily(3, "SPY")};
+  dir.WriteMaster(master);
+  std::vector<ExportIndexRecord> emaster = {Named(master[0], "Berkshire A"), Named(master[1], ""),
+                                            Named(Daily(3, "QQQ"), "Another symbol")};
+  QByteArray bytes = EncodeEmaster(emaster);
+  bytes[192 + 3] = '\x7F';  // a u8 file number with a stray byte after it
+  bytes.replace(2 * 192 + 32, 5, "B cls");  // a short name stands in for a missing long one
+  dir.Write("EMASTER", bytes);
+  std::vector<IndexEntry> entries = ReadExportIndex(dir.path());
+  ASSERT_EQ(entries.size(), 3u);
+  EXPECT_EQ(entries[0].fullName, "Berkshire A");
+  EXPECT_EQ(entries[1].fullName.left(5), "B cls");
+  EXPECT_EQ(entries[2].fullName, "");  // another symbol under that number
+
+  emaster.pop_back();  // a stale EMASTER of another count is ignored
+  dir.Write("EMASTER", EncodeEmaster(emaster));
+  for (IndexEntry const& entry : ReadExportIndex(dir.path())) EXPECT_EQ(entry.fullName, "") << entry.symbol.toStdString();
+}
+
+TEST(ReadExportIndexTest, XmasterEntriesFollowMastersWithTheirFieldSets) {
+  ExportDir dir;
+  dir.WriteMaster({Daily(1, "EURUSD")});
+  ExportIndexRecord intraday{256, 0, 8, 'I', 5, "BRK B"};
+  intraday.name = "Berkshire Hathaway Class B";
+  ExportIndexRecord daily{300, 0, 5, 'D', 0, "  SPY"};
+  ExportIndexRecord odd{301, 0, 0, 'W', 0, "ODD"};
+  odd.fieldBits = 0x0F;  // date, high, low, close
+  dir.Write("xmaster", EncodeXmaster({intraday, daily, odd}));
+  dir.Write("f256.mwd", QByteArray(64, '\0'));
+  const std::vector<IndexEntry> entries = ReadExportIndex(dir.path());
+  ASSERT_EQ(entries.size(), 4u);
+  EXPECT_EQ(entries[0].source, IndexFile::kMaster);
+  EXPECT_EQ(Describe(entries[1]), "256 32 8 I 5 [BRK B] I  5");
+  EXPECT_EQ(entries[1].fullName, "Berkshire Hathaway Class B");
+  EXPECT_EQ(entries[1].source, IndexFile::kXmaster);
+  EXPECT_EQ(entries[1].dataFileName(), "F256.MWD");
+  EXPECT_EQ(entries[1].dataFile, dir.FilePath("f256.mwd"));
+  EXPECT_EQ(Describe(entries[2]), "300 20 5 D 0 [SPY] D");
+  EXPECT_EQ(entries[2].dataFile, "");
+  EXPECT_EQ(Describe(entries[3]), "301 16 4 W 0 [ODD] W");
+}
+
+TEST(ReadExportIndexTest, XmasterIsReadOnlyAsFarAsItIsThere) {
+  ExportDir dir;
+  dir.WriteMaster({Daily(1, "EURUSD")});
+  const QByteArray records = EncodeXmasterRecord({256, 0, 6, 'D', 0, "A"}) + EncodeXmasterRecord({257, 0, 6, 'D', 0, "B"});
+  const std::pair<QByteArray, std::size_t> cases[] = {
+      {EncodeXmasterHeader(2, 258) + records, 3},
+      {EncodeXmasterHeader(40, 258) + records, 3},                // a count beyond the file
+      {EncodeXmasterHeader(2, 258) + records.left(200), 2},       // a record cut short
+      {EncodeXmasterHeader(0, 256) + records, 1},
+      {QByteArray("]\xFEXN") + EncodeXmasterHeader(2, 258).mid(4) + records, 1},  // wrong magic
+      {EncodeXmasterHeader(2, 258).left(100), 1},
+  };
+  for (auto const& [bytes, entries] : cases) {
+    dir.Write("XMASTER", bytes);
+    EXPECT_EQ(ReadExportIndex(dir.path()).size(), entries) << bytes.size();
+  }
+  dir.Write("MASTER", QByteArray());  // XMASTER alone is an index too
+  dir.Write("XMASTER", EncodeXmasterHeader(2, 258) + records);
+  EXPECT_TRUE(IndexExists(dir.path()));
+  EXPECT_EQ(ReadExportIndex(dir.path()).size(), 2u);
+}
+
+// ---------------------------------------------------------------------------
 // Files whatever their case.
 
 TEST(FileCaseTest, ExactNamesFirstThenAnyCase) {
@@ -107,6 +181,7 @@ TEST_F(DateFloatTest, Dates) {
       {MbfInteger(991200), QDate(1999, 12, 1), true},
       {MbfInteger(10001011), QDate(2000, 1, 1), true},  // seven or more digits: three of year
       {MbfInteger(1370915), QDate(2037, 9, 15), true},
+      {MbfInteger(-991231), QDate(1801, 12, 31), true},  // the sign is the first of the text's characters
       {0.0f, today, std::nullopt},
       {AsFloat(0x01000000), today, std::nullopt},  // a refused word counts as 0
       {MbfInteger(12345), today, true},             // five digits
