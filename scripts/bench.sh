@@ -16,3 +16,4 @@ BUILD_DIR=$BUILD_DIR bash scripts/build.sh -DCMAKE_BUILD_TYPE=Release -DDATASTOR
 "$BUILD_DIR/bench/storage_bench" "$@"
 "$BUILD_DIR/bench/datastore_bench"
 "$BUILD_DIR/bench/registry_bench"
+"$BUILD_DIR/bench/import_bench"
