@@ -43,7 +43,7 @@ class HostTranslator : public QTranslator {
 
 // One row of the dialog's table.
 struct ImportRow {
-  QString symbol;     // as the index lists it, padding included
+  QString symbol;     // the whole symbol, trimmed
   QString period;     // the dialog's period text: a letter, for 'I' followed by "  " and the size
   QString priceType;  // chosen in the row's combo box
 };

@@ -3,6 +3,8 @@
 
 #include "ExportDirectory.h"
 
+#include <QDate>
+#include <QTime>
 #include <algorithm>
 #include <charconv>
 #include <cstdlib>
@@ -74,35 +76,35 @@ int Digits(const char* text, int first, int count) {
   return value;
 }
 
-// What a date float holds.
-struct DateWord {
-  enum Kind { kZero, kBeyondInt, kShort, kDigits } kind = kZero;
-  int year = 0, month = 0, day = 0;  // for kDigits, month and day within 1..12 and 1..31
+// Year, month and day as a date float's digits give them; month and day
+// outside 1..12 and 1..31 become 1. None for 0, a value beyond an int, or
+// fewer than six digits.
+struct DateDigits {
+  int year, month, day;
 };
 
-DateWord DecodeDateWord(float mbf) {
+std::optional<DateDigits> DecodeDateWord(float mbf) {
   int value = 0;
-  if (!MbfToInt(mbf, value)) return {DateWord::kBeyondInt};
-  if (value == 0) return {DateWord::kZero};
+  if (!MbfToInt(mbf, value) || value == 0) return std::nullopt;
   const int length = TextLength(value);
-  if (length < kShortDateDigits) return {DateWord::kShort};
+  if (length < kShortDateDigits) return std::nullopt;
   const int yearDigits = length == kShortDateDigits ? kShortDateYearDigits : kLongDateYearDigits;
-  DateWord word{DateWord::kDigits};
+  DateDigits date{};
   if (value > 0) {  // the digits counted from the left, by division
-    word.year = static_cast<int>(value / PowerOfTen(length - yearDigits));
-    word.month = static_cast<int>(value / PowerOfTen(length - yearDigits - kDatePartDigits) % kDecimalPair);
-    word.day = static_cast<int>(value / PowerOfTen(length - yearDigits - 2 * kDatePartDigits) % kDecimalPair);
-  } else {  // the sign takes a place of the text
+    date.year = static_cast<int>(value / PowerOfTen(length - yearDigits));
+    date.month = static_cast<int>(value / PowerOfTen(length - yearDigits - kDatePartDigits) % kDecimalPair);
+    date.day = static_cast<int>(value / PowerOfTen(length - yearDigits - 2 * kDatePartDigits) % kDecimalPair);
+  } else {  // the sign is one of the year's characters
     char text[kIntText];
     std::snprintf(text, sizeof text, "%d", value);
-    word.year = Digits(text, 0, yearDigits);
-    word.month = Digits(text, yearDigits, kDatePartDigits);
-    word.day = Digits(text, yearDigits + kDatePartDigits, kDatePartDigits);
+    date.year = Digits(text, 0, yearDigits);
+    date.month = Digits(text, yearDigits, kDatePartDigits);
+    date.day = Digits(text, yearDigits + kDatePartDigits, kDatePartDigits);
   }
-  word.year += kYearBase;
-  if (word.month < 1 || word.month > kLastMonth) word.month = 1;
-  if (word.day < 1 || word.day > kLastDay) word.day = 1;
-  return word;
+  date.year += kYearBase;
+  if (date.month < 1 || date.month > kLastMonth) date.month = 1;
+  if (date.day < 1 || date.day > kLastDay) date.day = 1;
+  return date;
 }
 
 // The date (and for 'I' the time) of counted record k of the file, as shown;
@@ -135,10 +137,10 @@ QString RecordTime(QString const& path, int recordLength, char period, bool last
 }  // namespace
 
 std::optional<std::chrono::year_month_day> ExportDate(float mbf) {
-  const DateWord word = DecodeDateWord(mbf);
-  if (word.kind != DateWord::kDigits) return std::nullopt;
-  const std::chrono::year_month_day day{std::chrono::year(word.year), std::chrono::month(unsigned(word.month)),
-                                        std::chrono::day(unsigned(word.day))};
+  const std::optional<DateDigits> digits = DecodeDateWord(mbf);
+  if (!digits) return std::nullopt;
+  const std::chrono::year_month_day day{std::chrono::year(digits->year), std::chrono::month(unsigned(digits->month)),
+                                        std::chrono::day(unsigned(digits->day))};
   if (!day.ok()) return std::nullopt;
   return day;
 }
@@ -161,33 +163,6 @@ std::optional<std::int32_t> UtcSeconds(std::chrono::year_month_day const& day, i
   const std::int64_t seconds = days * kSecondsPerDay + secondsOfDay;
   if (seconds < INT32_MIN || seconds > INT32_MAX) return std::nullopt;
   return static_cast<std::int32_t>(seconds);
-}
-
-QDate converIeeeToDate(float mbf, bool& ok) {
-  const DateWord word = DecodeDateWord(mbf);
-  switch (word.kind) {
-    case DateWord::kZero:
-      return QDate::currentDate();
-    case DateWord::kBeyondInt:
-      ok = false;
-      return {};
-    case DateWord::kShort:
-      ok = true;
-      return QDate::currentDate();
-    case DateWord::kDigits:
-      break;
-  }
-  ok = true;
-  return QDate(word.year, word.month, word.day);
-}
-
-QTime converIeeeToTime(float mbf, bool& ok) {
-  const std::optional<int> seconds = ExportTimeOfDay(mbf);
-  if (!seconds) {
-    ok = false;
-    return {};
-  }
-  return QTime::fromMSecsSinceStartOfDay(*seconds * kMsPerSecond);
 }
 
 // A count of 0 means the size; otherwise min(count, whole records). A file of

@@ -11,10 +11,8 @@
 #ifndef DATASTORE_IMPORT_EXPORTDIRECTORY_H_
 #define DATASTORE_IMPORT_EXPORTDIRECTORY_H_
 
-#include <QDate>
 #include <QFile>
 #include <QString>
-#include <QTime>
 #include <chrono>
 #include <cstdint>
 #include <optional>
@@ -43,14 +41,6 @@ std::optional<int> ExportTimeOfDay(float mbf);
 // Seconds since 1970-01-01 00:00 UTC of the day and time; none when they do
 // not fit 32 bits.
 std::optional<std::int32_t> UtcSeconds(std::chrono::year_month_day const& day, int secondsOfDay);
-
-// The decoders with the dialog's conventions: a date of 0 (or a word out of
-// range) is today, ok untouched; fewer than six digits is today with ok true;
-// an impossible date is invalid with ok true; a value beyond an int is
-// invalid with ok false. An invalid time is null with ok false; a valid one
-// leaves ok untouched.
-QDate converIeeeToDate(float mbf, bool& ok);
-QTime converIeeeToTime(float mbf, bool& ok);
 
 // A data file: a header record of R bytes, whose u16 at offset 2 counts the
 // records plus one, then records of R bytes. The records are min(the header's

@@ -169,51 +169,46 @@ TEST(FileCaseTest, ExactNamesFirstThenAnyCase) {
 // ---------------------------------------------------------------------------
 // Date and time floats.
 
-using DateFloatTest = PinnedTimeZone;
-
-// ok as each date leaves it; nothing: as it was.
-TEST_F(DateFloatTest, Dates) {
-  const QDate today = QDate::currentDate();
-  const std::tuple<float, QDate, std::optional<bool>> cases[] = {
-      {MbfInteger(1000229), QDate(2000, 2, 29), true},
-      {MbfInteger(991231), QDate(1999, 12, 31), true},
-      {MbfInteger(991332), QDate(1999, 1, 1), true},  // month 13 and day 32 become 1
-      {MbfInteger(991200), QDate(1999, 12, 1), true},
-      {MbfInteger(10001011), QDate(2000, 1, 1), true},  // seven or more digits: three of year
-      {MbfInteger(1370915), QDate(2037, 9, 15), true},
-      {MbfInteger(-991231), QDate(1801, 12, 31), true},  // the sign is the first of the text's characters
-      {0.0f, today, std::nullopt},
-      {AsFloat(0x01000000), today, std::nullopt},  // a refused word counts as 0
-      {MbfInteger(12345), today, true},             // five digits
-      {MbfInteger(1000230), QDate(), true},         // 30 February
-      {MbfInteger(990229), QDate(), true},          // 1999 is no leap year
-      {AsFloat(MbfWord(3.0e9f)), QDate(), false},   // beyond an int
+// Dates decode to a day or to nothing: never today, never 1970.
+TEST(DateFloatTest, Dates) {
+  using namespace std::chrono;
+  const std::pair<float, std::optional<year_month_day>> cases[] = {
+      {MbfInteger(1000229), 2000y / 2 / 29},
+      {MbfInteger(991231), 1999y / 12 / 31},
+      {MbfInteger(991332), 1999y / 1 / 1},  // month 13 and day 32 become 1
+      {MbfInteger(991200), 1999y / 12 / 1},
+      {MbfInteger(10001011), 2000y / 1 / 1},  // seven or more digits: three of year
+      {MbfInteger(1370915), 2037y / 9 / 15},
+      {MbfInteger(-991231), 1801y / 12 / 31},  // the sign takes the first of three year characters
+      {0.0f, std::nullopt},
+      {AsFloat(0x01000000), std::nullopt},     // a refused word counts as 0
+      {MbfInteger(12345), std::nullopt},       // five digits
+      {MbfInteger(1000230), std::nullopt},     // 30 February
+      {MbfInteger(990229), std::nullopt},      // 1999 is no leap year
+      {AsFloat(MbfWord(3.0e9f)), std::nullopt},  // beyond an int
   };
-  for (auto const& [mbf, date, okAfter] : cases) {
-    for (bool start : {false, true}) {
-      bool ok = start;
-      EXPECT_EQ(converIeeeToDate(mbf, ok), date) << Bits(mbf);
-      EXPECT_EQ(ok, okAfter.value_or(start)) << Bits(mbf);
-    }
-  }
+  for (auto const& [mbf, date] : cases) EXPECT_EQ(ExportDate(mbf), date) << Bits(mbf);
 }
 
-// A valid time leaves ok as it was, an invalid one is null with ok false.
-TEST_F(DateFloatTest, Times) {
-  const std::pair<int, QTime> cases[] = {
-      {93000, QTime(9, 30, 0)},    {7, QTime(0, 0, 7)},   {0, QTime(0, 0, 0)},       {930, QTime(0, 9, 30)},
-      {235959, QTime(23, 59, 59)}, {75, QTime(0, 0, 59)}, {1275, QTime(0, 12, 59)},  // seconds above 59
-      {12345678, QTime(0, 0, 0)},  // more than seven digits: midnight
-      {246000, QTime()}, {1234567, QTime()}, {6000, QTime()}, {996000, QTime()}, {-5, QTime()}, {-930, QTime()},
-      {-5930, QTime()},
+TEST(DateFloatTest, Times) {
+  const std::pair<int, std::optional<int>> cases[] = {
+      {93000, 9 * 3600 + 30 * 60}, {7, 7},    {0, 0},   {930, 9 * 60 + 30}, {235959, 86399},
+      {75, 59}, {1275, 12 * 60 + 59},                     // seconds above 59
+      {12345678, 0},                                      // more than seven digits: midnight
+      {246000, std::nullopt}, {1234567, std::nullopt}, {6000, std::nullopt}, {996000, std::nullopt},
+      {-5, std::nullopt},     {-930, std::nullopt},    {-5930, std::nullopt},
   };
-  for (auto const& [value, time] : cases) {
-    for (bool start : {false, true}) {
-      bool ok = start;
-      EXPECT_EQ(converIeeeToTime(MbfInteger(value), ok), time) << value;
-      EXPECT_EQ(ok, start && !time.isNull()) << value;
-    }
-  }
+  for (auto const& [value, seconds] : cases) EXPECT_EQ(ExportTimeOfDay(MbfInteger(value)), seconds) << value;
+}
+
+TEST(DateFloatTest, UtcSecondsFitThirtyTwoBits) {
+  using namespace std::chrono;
+  EXPECT_EQ(UtcSeconds(1970y / 1 / 1, 0), 0);
+  EXPECT_EQ(UtcSeconds(2024y / 2 / 29, 86399), 1709251199);
+  EXPECT_EQ(UtcSeconds(2038y / 1 / 19, 3 * 3600 + 14 * 60 + 7), INT32_MAX);
+  EXPECT_EQ(UtcSeconds(2038y / 1 / 19, 3 * 3600 + 14 * 60 + 8), std::nullopt);
+  EXPECT_EQ(UtcSeconds(1901y / 12 / 13, 20 * 3600 + 45 * 60 + 52), INT32_MIN);
+  EXPECT_EQ(UtcSeconds(1901y / 12 / 13, 20 * 3600 + 45 * 60 + 51), std::nullopt);
 }
 
 // ---------------------------------------------------------------------------
