@@ -11,8 +11,8 @@ bash scripts/setup.sh
 bash scripts/build.sh
 DEMO=out/demo
 DSHOST=("$BUILD_DIR/host/dshost" --module "$BUILD_DIR/datastore/libdatastore.so")
-# The importer names the provider QUENDAL in its symbols: dshost names the same.
-STORE=(--data "$DEMO/data" --provider QUENDAL)
+STORE=(--data "$DEMO/data")
+# import reports the importer's provider, QUENDAL; get names it to read back.
 rm -rf "$DEMO"
 
 "${DSHOST[@]}" info
@@ -22,9 +22,9 @@ echo "== export_generator --out $DEMO/export --sample --list"
 "$BUILD_DIR/tools/export_generator" --out "$DEMO/export" --sample --list
 
 echo
-echo "== dshost import $DEMO/export (symbol, period, code, records stored)"
+echo "== dshost import $DEMO/export (the module's report)"
 "${DSHOST[@]}" "${STORE[@]}" import "$DEMO/export"
 
 echo
-echo "== dshost get EURUSD D --code Bid --last 10"
-"${DSHOST[@]}" "${STORE[@]}" get EURUSD D --code Bid --last 10
+echo "== dshost --provider QUENDAL get EURUSD D --code Bid --last 10"
+"${DSHOST[@]}" "${STORE[@]}" --provider QUENDAL get EURUSD D --code Bid --last 10
