@@ -48,7 +48,6 @@ constexpr int kTitleWidth = 58;
 constexpr int kColumnWidth = 11;
 constexpr std::size_t kTextCapacity = 64;  // of one formatted number
 
-enum GetMode : std::int32_t { kNewest = 0, kTimeRange = 1 };
 
 struct Stats {
   double median = 0;   // microseconds
@@ -86,7 +85,7 @@ std::vector<Candle> CandlesFrom(std::int32_t first, int count) {
 GET_SYMBOL_DATA_REQUEST Newest(HostWord handle) {
   GET_SYMBOL_DATA_REQUEST request{};
   request.handle = handle;
-  request.mode = kNewest;
+  request.mode = kGetNewest;
   return request;
 }
 
@@ -95,7 +94,7 @@ GET_SYMBOL_DATA_REQUEST Newest(HostWord handle) {
 GET_SYMBOL_DATA_REQUEST Range(HostWord handle, int first) {
   GET_SYMBOL_DATA_REQUEST request{};
   request.handle = handle;
-  request.mode = kTimeRange;
+  request.mode = kGetTimeRange;
   request.firstTime = TimeOf(first) + 1;
   request.lastTime = TimeOf(first + kRangeCount);
   return request;

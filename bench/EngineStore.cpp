@@ -13,7 +13,6 @@ constexpr char kCode[] = "CANDLES";
 constexpr SYMBOL_PERIOD kOneMinute{'I', 1, 0};
 constexpr const char* kViewNames[] = {"Open", "High", "Low", "Close", "Volume"};
 
-enum RequestMode : std::int32_t { kNewest = 0, kTimeRange = 1, kOldest = 2 };
 
 const unsigned short* Utf16(const char16_t* text) { return reinterpret_cast<const unsigned short*>(text); }
 
@@ -62,7 +61,7 @@ int EngineStore::ReadRange(int first, int count, Candle* out) {
   // A time range also delivers the last record before its first time, so
   // asking from just after record `first` starts the result at `first`.
   GET_SYMBOL_DATA_REQUEST request{};
-  request.mode = kTimeRange;
+  request.mode = kGetTimeRange;
   request.firstTime = TimeOf(first) + 1;
   request.lastTime = TimeOf(first + count);
   request.count = count;
@@ -71,7 +70,7 @@ int EngineStore::ReadRange(int first, int count, Candle* out) {
 
 int EngineStore::ReadLast(int count, Candle* out) {
   GET_SYMBOL_DATA_REQUEST request{};
-  request.mode = kNewest;
+  request.mode = kGetNewest;
   request.count = count;
   return Get(request, out);
 }
@@ -79,7 +78,7 @@ int EngineStore::ReadLast(int count, Candle* out) {
 int EngineStore::Count() {
   // The oldest "as many as there are" records: counted without reading any.
   GET_SYMBOL_DATA_REQUEST request{};
-  request.mode = kOldest;
+  request.mode = kGetOldest;
   request.count = std::numeric_limits<std::int32_t>::max();
   symbol_->GetDataCount(&request);
   return request.count;

@@ -4,7 +4,6 @@
 
 namespace {
 
-enum RequestMode : std::int32_t { kNewest = 0, kTimeRange = 1, kOldest = 2 };
 
 }  // namespace
 
@@ -29,7 +28,7 @@ int ModuleStore::ReadRange(int first, int count, Candle* out) {
   // asking from just after record `first` starts the result at `first`.
   GET_SYMBOL_DATA_REQUEST request{};
   request.handle = handle_;
-  request.mode = kTimeRange;
+  request.mode = kGetTimeRange;
   request.firstTime = TimeOf(first) + 1;
   request.lastTime = TimeOf(first + count);
   return session_->Get(request, out, count);
@@ -38,7 +37,7 @@ int ModuleStore::ReadRange(int first, int count, Candle* out) {
 int ModuleStore::ReadLast(int count, Candle* out) {
   GET_SYMBOL_DATA_REQUEST request{};
   request.handle = handle_;
-  request.mode = kNewest;
+  request.mode = kGetNewest;
   return session_->Get(request, out, count);
 }
 
@@ -46,7 +45,7 @@ int ModuleStore::Count() {
   // The oldest "as many as there are" records: counted without reading any.
   GET_SYMBOL_DATA_REQUEST request{};
   request.handle = handle_;
-  request.mode = kOldest;
+  request.mode = kGetOldest;
   request.count = std::numeric_limits<std::int32_t>::max();
   return session_->Count(request);
 }

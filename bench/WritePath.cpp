@@ -52,7 +52,6 @@ constexpr double kMinGroupCommitSpeedup = 10.0;  // posted Durability 2 inserts,
 constexpr double kMaxFirstReadToWarm = 10.0;
 
 enum Level : int { kNoSync = 0, kSyncPoints = 1, kEveryInsert = 2 };  // "Durability"
-enum RequestMode : std::int32_t { kNewest = 0, kTimeRange = 1 };
 
 std::int32_t HistoryTime(std::int64_t index) { return static_cast<std::int32_t>((index + 1) * kHistoryStep); }
 
@@ -103,7 +102,7 @@ class EngineTarget : public Target {
   std::vector<Candle> Newest(int count) override {
     GET_SYMBOL_DATA_REQUEST request{};
     request.handle = handle_;
-    request.mode = kNewest;
+    request.mode = kGetNewest;
     std::vector<Candle> out(count);
     out.resize(session_.Get(request, out.data(), count));
     return out;
@@ -113,7 +112,7 @@ class EngineTarget : public Target {
   int ReadRange(int first, Candle* out) {
     GET_SYMBOL_DATA_REQUEST request{};
     request.handle = handle_;
-    request.mode = kTimeRange;
+    request.mode = kGetTimeRange;
     request.firstTime = HistoryTime(first) + 1;  // the record before the first time comes too
     request.lastTime = HistoryTime(first + kRangeCount);
     return session_.Get(request, out, kRangeCount);

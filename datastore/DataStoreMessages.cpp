@@ -25,6 +25,7 @@ int CDataStoreModule::ReceiveMessageWrap(void* context, unsigned int message, Ho
   try {
     return Dispatch(message, a, b);
   } catch (AddDataException const& exception) {
+    // Compat: a failed insert is logged and answered 0, as hosts expect.
     DsLog(QString::fromLocal8Bit(exception.what()), MESS_CRITICAL);
     return 0;
   }
@@ -60,13 +61,14 @@ int CDataStoreModule::Dispatch(unsigned int message, HostArg a, HostArg b) {
       if (convertor_ != nullptr) convertor_->pressMenuItem(reinterpret_cast<mm_menu_item*>(a));
       return 0;
     default:
-      return 0;
+      return 0;  // Compat: an unknown message is answered 0, not refused
   }
 }
 
 // Symbol requests: refused in game mode, inserts refused while writing is
 // disabled; a null record or a handle the registry does not hold gets 1.
 int CDataStoreModule::HandleSymbolMessage(unsigned int message, HostArg a, HostArg b) {
+  // Compat: in game mode every symbol request answers 0 and does nothing.
   if (gameMode_ == 1) return 0;
   const bool insert = message == HostMessage::InsertDataSend || message == HostMessage::InsertDataPost;
   if (insert && !writeEnabled_) return RefuseInsert(message == HostMessage::InsertDataSend);
@@ -104,7 +106,7 @@ int CDataStoreModule::HandleSymbolMessage(unsigned int message, HostArg a, HostA
 // instance that cannot write the folder because another does says so: the
 // first refusal and every thousandth are logged; a synchronous insert gets 1.
 int CDataStoreModule::RefuseInsert(bool synchronous) {
-  if (readOnlyReason_.isEmpty()) return 0;
+  if (readOnlyReason_.isEmpty()) return 0;  // Compat: "EnableWrite" 0 answers 0, not an error
   constexpr long kRefusalsPerLine = 1000;
   if (insertsRefused_++ % kRefusalsPerLine == 0) {
     ReportFailure(QStringLiteral("Insert refused (%1 so far): %2").arg(insertsRefused_).arg(readOnlyReason_)

@@ -152,6 +152,8 @@ int CDataStoreModule::OpenSymbol(SYMBOL_NAME_PERIOD* request, void** handle) {
   return OpenSymbol(&withPath, handle, false);
 }
 
+// Compat: closing does nothing; a symbol stays open, and its handle valid,
+// until 3005, since hosts go on using handles they closed.
 int CDataStoreModule::CloseSymbol(void*) {
   LogMessage("CloseSymbol");
   return 0;

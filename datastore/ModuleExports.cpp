@@ -1,7 +1,6 @@
-// The four entry points of the library; everything else is hidden.
+// The entry points of the library; everything else is hidden. GetModule,
+// the fourth, is the framework's (Module.cpp).
 #include "DataStoreModule.h"
-
-MODULE_EXPORT CModule* GetModule() { return pDSModule; }
 
 extern "C" {
 

@@ -34,10 +34,7 @@ using Bytes = std::vector<std::uint8_t>;
 using cjdinput::kInsertBytes;
 using cjdinput::Trailer;
 
-constexpr int kModeNewest = 0;
-constexpr int kModeRange = 1;
-constexpr int kModeOldest = 2;
-constexpr int kModeCount = 3;                      // modes 0 to 2 are valid
+constexpr int kModeCount = kGetOldest + 1;          // modes 0 to 2 are valid
 constexpr int kMaxInsertRecords = 3;
 constexpr std::size_t kMaxBufferBytes = 1 << 20;   // largest get buffer
 constexpr std::size_t kTrailerSize = sizeof(Trailer);
@@ -124,7 +121,7 @@ void ExpectFolder(std::string const& folder, std::map<std::string, Bytes> const&
 
 // A mode outside 0 to 2.
 int InvalidMode(std::int32_t mode) {
-  return mode >= kModeNewest && mode < kModeCount ? mode + kModeCount : mode;
+  return mode >= kGetNewest && mode < kModeCount ? mode + kModeCount : mode;
 }
 
 // The count the caller's buffer holds: a positive count is cut so that the
@@ -154,7 +151,7 @@ void Get(CSymbol& symbol, Trailer const& trailer, int mode) {
 }
 
 void GetEveryMode(CSymbol& symbol, Trailer const& trailer) {
-  for (int mode : {kModeNewest, kModeRange, kModeOldest, InvalidMode(trailer.invalidMode)}) {
+  for (int mode : {kGetNewest, kGetTimeRange, kGetOldest, InvalidMode(trailer.invalidMode)}) {
     Get(symbol, trailer, mode);
   }
 }
@@ -177,7 +174,7 @@ bool EndTime(CSymbol& symbol, int mode, std::int32_t* time) {
 // the symbol holds none).
 std::int32_t InsertTime(CSymbol& symbol, cjdinput::InsertKind kind, std::int32_t own) {
   std::int32_t newest = 0, oldest = 0;
-  if (!EndTime(symbol, kModeNewest, &newest) || !EndTime(symbol, kModeOldest, &oldest)) return own;
+  if (!EndTime(symbol, kGetNewest, &newest) || !EndTime(symbol, kGetOldest, &oldest)) return own;
   switch (kind) {
     case cjdinput::kAppend: return static_cast<std::int32_t>(std::uint32_t(newest) + 1);
     case cjdinput::kReplaceNewest: return newest;
@@ -225,7 +222,7 @@ void RecoverAndWrite(std::string const& folder, std::string const& path, Trailer
   GetEveryMode(symbol, trailer);
   Insert(symbol, trailer);
   log->Checkpoint();
-  Get(symbol, trailer, kModeNewest);
+  Get(symbol, trailer, kGetNewest);
 }
 
 }  // namespace

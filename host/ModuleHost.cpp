@@ -372,38 +372,7 @@ void ModuleHost::clearRecords() {
 
 HostLogSink ModuleHost::logSink() const { return SinkOf(sinkSlot_); }
 
-const char* ModuleHost::messageName(unsigned int message) {
-  static const std::map<unsigned int, const char*> kNames = {
-      {HostMessage::RegisterModule, "RegisterModule"},
-      {HostMessage::GetInterface, "GetInterface"},
-      {HostMessage::GetMainMenu, "GetMainMenu"},
-      {HostMessage::GetDataSource, "GetDataSource"},
-      {HostMessage::InsertTranslation, "InsertTranslation"},
-      {HostMessage::SubscribeEvent, "SubscribeEvent"},
-      {HostMessage::UnsubscribeAll, "UnsubscribeAll"},
-      {HostMessage::CreateEvent, "CreateEvent"},
-      {HostMessage::EmitEvent, "EmitEvent"},
-      {HostMessage::GetLanguageCount, "GetLanguageCount"},
-      {HostMessage::GetLanguages, "GetLanguages"},
-      {HostMessage::GetFolder, "GetFolder"},
-      {HostMessage::GetLogSink, "GetLogSink"},
-      {HostMessage::GetDateTimeFormatters, "GetDateTimeFormatters"},
-      {HostMessage::GetMainWindowId, "GetMainWindowId"},
-      {HostMessage::GetWorkFolder, "GetWorkFolder"},
-      {HostMessage::UseWorkFolder, "UseWorkFolder"},
-      {HostMessage::RefreshMenu, "RefreshMenu"},
-      {HostMessage::SetMenuParent, "SetMenuParent"},
-      {HostMessage::AddMenuItem, "AddMenuItem"},
-      {HostMessage::Start, "Start"},
-      {HostMessage::Stop, "Stop"},
-      {HostMessage::InitModule, "InitModule"},
-      {HostMessage::CreateMenu, "CreateMenu"},
-      {HostMessage::ReceiveEvent, "ReceiveEvent"},
-      {HostMessage::MenuItemPressed, "MenuItemPressed"},
-  };
-  const auto it = kNames.find(message);
-  return it == kNames.end() ? "" : it->second;
-}
+const char* ModuleHost::messageName(unsigned int message) { return HostMessageName(message); }
 
 // ---------------------------------------------------------------------------
 // The callback.

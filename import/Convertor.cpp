@@ -33,7 +33,8 @@ constexpr char kMainWindowInterface[] = "MAINWINDOW";
 constexpr char kMainMenuInterface[] = "MAINMENU";
 constexpr char kMenuMaker[] = "QUENDAL";
 constexpr char kMainMenuName[] = "quendalMainMenu";
-constexpr char16_t kMenuParentKey[] = u"C0030Propes";  // untranslated on purpose
+// Compat: the parent menu is named by its key, untranslated: hosts match the key.
+constexpr char16_t kMenuParentKey[] = u"C0030Propes";
 constexpr std::int32_t kMenuParentValue0 = 0;
 constexpr std::int32_t kMenuParentValue1 = 3;
 constexpr std::uint32_t kInterfaceRequestFlag = 1;

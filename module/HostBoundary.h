@@ -30,48 +30,89 @@ constexpr int kHostNameField = 255;         // bytes of an 8-bit name field
 constexpr int kHostWideNameUnits = 255;     // UTF-16 units of a wide name field
 
 // ---------------------------------------------------------------------------
-// Message codes.
-namespace HostMessage {
+// Message codes, each written down once: X(name, code, argument a, argument b).
+// The HostMessage constants, HostMessageName() and the README's message tables
+// (checked by tests/layout) all come from these lists.
+
 // Sent by a module to the host.
-constexpr unsigned int RegisterModule = 3000;       // a: REGISTRATION_RECORD*
-constexpr unsigned int GetInterface = 3001;         // a: INTERFACE_REQUEST_RECORD*
-constexpr unsigned int GetMainMenu = 3002;          // a: INTERFACE_REQUEST_RECORD*
-constexpr unsigned int GetDataSource = 3012;        // a: host identifier, b: SOURCE_RECORD*
-constexpr unsigned int InsertTranslation = 3019;    // a: TRANSLATION_INSERT_RECORD*
-constexpr unsigned int SubscribeEvent = 3110;       // a: EVENT_SUBSCRIPTION_RECORD*
-constexpr unsigned int UnsubscribeAll = 3111;       // a: EVENT_UNSUBSCRIPTION_RECORD*
-constexpr unsigned int CreateEvent = 3112;          // a: EVENT_CREATION_RECORD*
-constexpr unsigned int EmitEvent = 3113;            // a: event handle, b: VDEvent*
-constexpr unsigned int GetLanguageCount = 3116;     // a: LANGUAGE_LIST_RECORD*
-constexpr unsigned int GetLanguages = 3117;         // a: LANGUAGE_LIST_RECORD*
-constexpr unsigned int GetFolder = 3128;            // a: FOLDER_REQUEST_RECORD*
-constexpr unsigned int GetLogSink = 3205;           // a: HostWord* slot for a HostLogSink
-constexpr unsigned int GetDateTimeFormatters = 3207;  // a: DATETIME_FORMATTER_RECORD*
-constexpr unsigned int GetMainWindowId = 3502;      // a: HostWord* window identifier (starts at -1)
-constexpr unsigned int GetWorkFolder = 3503;        // a: char16_t[kWorkFolderUnits]
-constexpr unsigned int UseWorkFolder = 3506;        // a: int32_t*; the host writes 1 for "yes"
-constexpr unsigned int RefreshMenu = 5500;          // no record
-constexpr unsigned int SetMenuParent = 5503;        // a: MENU_PARENT_RECORD*
-constexpr unsigned int AddMenuItem = 5508;          // a: mm_menu_item*
+#define DATASTORE_MESSAGES_TO_HOST(X)                                                   \
+  X(RegisterModule, 3000, "REGISTRATION_RECORD*", "0")                                   \
+  X(GetInterface, 3001, "INTERFACE_REQUEST_RECORD*", "0")                                \
+  X(GetMainMenu, 3002, "INTERFACE_REQUEST_RECORD*", "0")                                 \
+  X(GetDataSource, 3012, "module handle", "SOURCE_RECORD*")                              \
+  X(InsertTranslation, 3019, "TRANSLATION_INSERT_RECORD*", "0")                          \
+  X(SubscribeEvent, 3110, "EVENT_SUBSCRIPTION_RECORD*", "0")                             \
+  X(UnsubscribeAll, 3111, "EVENT_UNSUBSCRIPTION_RECORD*", "0")                           \
+  X(CreateEvent, 3112, "EVENT_CREATION_RECORD*", "0")                                    \
+  X(EmitEvent, 3113, "event handle", "VDEvent*")                                         \
+  X(GetLanguageCount, 3116, "LANGUAGE_LIST_RECORD*", "0")                                \
+  X(GetLanguages, 3117, "LANGUAGE_LIST_RECORD*", "0")                                    \
+  X(GetFolder, 3128, "FOLDER_REQUEST_RECORD*", "0")                                      \
+  X(GetLogSink, 3205, "HostWord* slot for a HostLogSink", "0")                           \
+  X(GetDateTimeFormatters, 3207, "DATETIME_FORMATTER_RECORD*", "0")                      \
+  X(GetMainWindowId, 3502, "HostWord* window identifier (starts at -1)", "0")            \
+  X(GetWorkFolder, 3503, "char16_t[kWorkFolderUnits]", "0")                              \
+  X(UseWorkFolder, 3506, "int32_t*; the host writes 1 for yes", "0")                     \
+  X(RefreshMenu, 5500, "0", "0")                                                         \
+  X(SetMenuParent, 5503, "MENU_PARENT_RECORD*", "0")                                     \
+  X(AddMenuItem, 5508, "mm_menu_item*", "0")
 
-// Received by a module from the host.
-constexpr unsigned int Start = 3004;
-constexpr unsigned int Stop = 3005;
-constexpr unsigned int InitModule = 3007;
-constexpr unsigned int CreateMenu = 3066;
-constexpr unsigned int ReceiveEvent = 3114;         // a: INCOMING_EVENT_RECORD*
-constexpr unsigned int MenuItemPressed = 5511;      // a: mm_menu_item*
+// Received by a module: from the host, and the data store's requests from the
+// host and other modules.
+#define DATASTORE_MESSAGES_TO_MODULE(X)                                                 \
+  X(Start, 3004, "", "")                                                                 \
+  X(Stop, 3005, "", "")                                                                  \
+  X(InitModule, 3007, "", "")                                                            \
+  X(CreateMenu, 3066, "", "")                                                            \
+  X(ReceiveEvent, 3114, "INCOMING_EVENT_RECORD*", "")                                    \
+  X(MenuItemPressed, 5511, "mm_menu_item*", "")                                          \
+  X(OpenSymbol, 6001, "SYMBOL_NAME_PERIOD*", "HostWord* handle")                         \
+  X(CloseSymbol, 6002, "symbol handle", "")                                              \
+  X(InsertDataSend, 6003, "INSERT_SYMBOL_DATA_REQUEST*", "")                             \
+  X(InsertDataPost, 6004, "INSERT_SYMBOL_DATA_REQUEST*", "")                             \
+  X(GetDataSend, 6005, "GET_SYMBOL_DATA_REQUEST*", "")                                   \
+  X(GetDataPost, 6006, "GET_SYMBOL_DATA_REQUEST*", "")                                   \
+  X(GetDataCountSend, 6007, "GET_SYMBOL_DATA_REQUEST*", "")                              \
+  X(OpenSymbolPath, 6008, "SYMBOL_NAME_PERIOD_PATH*", "HostWord* handle")
 
-// Data store requests, received from the host and other modules.
-constexpr unsigned int OpenSymbol = 6001;           // a: SYMBOL_NAME_PERIOD*, b: HostWord* handle
-constexpr unsigned int CloseSymbol = 6002;          // a: symbol handle
-constexpr unsigned int InsertDataSend = 6003;       // a: INSERT_SYMBOL_DATA_REQUEST*
-constexpr unsigned int InsertDataPost = 6004;       // a: INSERT_SYMBOL_DATA_REQUEST*
-constexpr unsigned int GetDataSend = 6005;          // a: GET_SYMBOL_DATA_REQUEST*
-constexpr unsigned int GetDataPost = 6006;          // a: GET_SYMBOL_DATA_REQUEST*
-constexpr unsigned int GetDataCountSend = 6007;     // a: GET_SYMBOL_DATA_REQUEST*
-constexpr unsigned int OpenSymbolPath = 6008;       // a: SYMBOL_NAME_PERIOD_PATH*, b: HostWord* handle
+namespace HostMessage {
+#define DATASTORE_MESSAGE_CONSTANT(name, code, a, b) constexpr unsigned int name = code;
+DATASTORE_MESSAGES_TO_HOST(DATASTORE_MESSAGE_CONSTANT)
+DATASTORE_MESSAGES_TO_MODULE(DATASTORE_MESSAGE_CONSTANT)
+#undef DATASTORE_MESSAGE_CONSTANT
 }  // namespace HostMessage
+
+// One message of the lists above.
+struct HostMessageInfo {
+  unsigned int code;      // the number
+  const char* name;       // the HostMessage constant's name
+  bool toHost;            // sent by the module to the host; else received by it
+  const char* argumentA;  // what a carries
+  const char* argumentB;  // what b carries
+};
+
+#define DATASTORE_MESSAGE_TO_HOST_INFO(name, code, a, b) HostMessageInfo{code, #name, true, a, b},
+#define DATASTORE_MESSAGE_TO_MODULE_INFO(name, code, a, b) HostMessageInfo{code, #name, false, a, b},
+inline constexpr HostMessageInfo kHostMessages[] = {
+    DATASTORE_MESSAGES_TO_HOST(DATASTORE_MESSAGE_TO_HOST_INFO)
+    DATASTORE_MESSAGES_TO_MODULE(DATASTORE_MESSAGE_TO_MODULE_INFO)};
+#undef DATASTORE_MESSAGE_TO_HOST_INFO
+#undef DATASTORE_MESSAGE_TO_MODULE_INFO
+
+// The name of a message code ("GetLogSink"), or "" when it is none of ours.
+constexpr const char* HostMessageName(unsigned int code) {
+  for (HostMessageInfo const& message : kHostMessages) {
+    if (message.code == code) return message.name;
+  }
+  return "";
+}
+
+// Modes of GET_SYMBOL_DATA_REQUEST.
+enum GetMode : std::int32_t {
+  kGetNewest = 0,     // the newest count records
+  kGetTimeRange = 1,  // from the last record before firstTime up to, not including, lastTime
+  kGetOldest = 2,     // the oldest count records
+};
 
 // Host folder types asked for with HostMessage::GetFolder.
 enum VD_FOLDERS : std::uint32_t {
@@ -254,7 +295,7 @@ struct SYMBOL_NAME_PERIOD_PATH {
 
 struct GET_SYMBOL_DATA_REQUEST {
   HostWord handle;                    // symbol handle
-  std::int32_t mode;                  // 0 newest count, 1 time range, 2 oldest count
+  std::int32_t mode;                  // a GetMode: 0 newest count, 1 time range, 2 oldest count
   std::int32_t firstTime;             // mode 1
   std::int32_t lastTime;              // mode 1, exclusive
   std::int32_t count;                 // in: capacity of buffer; out: delivered or counted

@@ -24,12 +24,17 @@ void CopyHostName(char* field, int fieldSize, QString const& name) {
   std::memcpy(field, ascii.constData(), length <= fieldSize - 1 ? length : fieldSize);
 }
 
+namespace {
+CModule* currentModule = nullptr;  // what GetModule() answers
+}  // namespace
+
 CModule::CModule(char const* name, unsigned number1, unsigned number2, unsigned number3,
                  std::string const& moduleName, QString const& contextName)
     : callback2_(nullptr),
       log_(new Log),
       moduleName_(moduleName),
       translateManager_(new CTranslateManager(contextName)) {
+  if (currentModule == nullptr) currentModule = this;
   std::srand(static_cast<unsigned>(std::time(nullptr)));
   info_.name[0] = 0;
   if (name != nullptr) {
@@ -48,7 +53,11 @@ CModule::CModule(char const* name, unsigned number1, unsigned number2, unsigned 
 
 // Members are released in the reverse order of their declaration: events,
 // translate manager, date-time helper, name, font manager, log.
-CModule::~CModule() = default;
+CModule* GetModule() { return currentModule; }
+
+CModule::~CModule() {
+  if (currentModule == this) currentModule = nullptr;
+}
 
 void CModule::InitializeWrap(HostCallback callback, HostCallback callback2, void* context,
                              void* context2) {

@@ -112,7 +112,8 @@ class CModule {
   QMap<QString, HostWord> events_;                      // created event names to host handles
 };
 
-// The one module object of this library (defined next to the concrete module).
+// The library's module object: the first CModule built and not yet destroyed
+// (null before and after). Exported, for hosts that ask a module for it.
 MODULE_EXPORT CModule* GetModule();
 
 // Copies a name into a fixed 8-bit host field: n bytes when n is at most

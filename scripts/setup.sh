@@ -7,6 +7,7 @@ PACKAGES=(
   qt6-base-dev libgl-dev
   libgtest-dev libgmock-dev libbenchmark-dev libsqlite3-dev
   xfsprogs tzdata
+  pkg-config dpkg-dev file  # the package test; scripts/package.sh
 )
 
 missing=()

@@ -9,12 +9,6 @@
 
 namespace {
 
-enum SelectionMode : std::int32_t {
-  kNewest = 0,     // the last `count` records
-  kTimeRange = 1,  // from the record before the first time up to the last time, exclusive
-  kOldest = 2,     // the first `count` records
-};
-
 struct Selection {
   int start = 0;   // first record
   int count = 0;   // records selected
@@ -27,15 +21,15 @@ Status Select(CSDTFile& file, GET_SYMBOL_DATA_REQUEST const& request, Selection*
   const int total = file.CountRecords(size);
   *selection = {};
   switch (request.mode) {
-    case kNewest: {
+    case kGetNewest: {
       const int count = std::clamp(request.count, 0, total);
       *selection = {total - count, count};
       return Status();
     }
-    case kOldest:
+    case kGetOldest:
       *selection = {0, std::clamp(request.count, 0, total)};
       return Status();
-    case kTimeRange: {
+    case kGetTimeRange: {
       int first = 0;
       int end = 0;
       Status status = file.FindDataPointIndex(request.firstTime, size, &first);

@@ -109,17 +109,16 @@ void PrintLoggedChanges(std::ostream& out, LoggedChanges const& changes) {
 
 // The request that selects what dump prints; count is the buffer's capacity.
 GET_SYMBOL_DATA_REQUEST DumpRequest(CSymbol& symbol, DumpSelection const& selection, int records) {
-  enum : std::int32_t { kNewest = 0, kTimeRange = 1, kOldest = 2 };
   GET_SYMBOL_DATA_REQUEST request{};
-  request.mode = kOldest;
+  request.mode = kGetOldest;
   request.count = records;
   if (selection.kind == DumpSelection::Kind::kFirst) request.count = std::min(selection.count, records);
   if (selection.kind == DumpSelection::Kind::kLast) {
-    request.mode = kNewest;
+    request.mode = kGetNewest;
     request.count = std::min(selection.count, records);
   }
   if (selection.kind == DumpSelection::Kind::kRange) {
-    request.mode = kTimeRange;
+    request.mode = kGetTimeRange;
     request.firstTime = selection.from;
     request.lastTime = selection.to;
     symbol.GetDataCount(&request);

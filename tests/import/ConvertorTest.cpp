@@ -1,7 +1,7 @@
 // The import dialog driven as the host and a user drive it, with a host
 // callback that records every call and a store that records what it is asked
-// to do. This file also holds the program's main() and GetModule(), whose
-// texts come back as "tr:" + key.
+// to do. This file also holds the program's main(); the test module's texts
+// come back as "tr:" + key.
 #include <gtest/gtest.h>
 
 #include <QApplication>
@@ -60,9 +60,7 @@ struct Host {
 } host;
 
 int RecordLog(LogRecord* record) {
-  char16_t text[1024] = {};
-  std::memcpy(text, reinterpret_cast<const char16_t*>(record->text), sizeof text - sizeof(char16_t));
-  host.logs << QString::fromUtf16(text);
+  host.logs << QString::fromUtf16(reinterpret_cast<const char16_t*>(record->text));  // NUL-terminated
   return 0;
 }
 
@@ -516,12 +514,11 @@ TEST_F(ConvertorTest, DuplicateEntriesReadTheirOwnFieldsAndFiles) {
 
 }  // namespace
 
-CModule* GetModule() { return &TestModule(); }
-
 // Widgets need no display: offscreen unless the runner chose a platform.
 int main(int argc, char** argv) {
   if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")) qputenv("QT_QPA_PLATFORM", "offscreen");
   QApplication app(argc, argv);
+  TestModule();  // the framework's module, before any test asks for it
   KeyTranslator translator;
   QApplication::installTranslator(&translator);
   ::testing::InitGoogleTest(&argc, argv);

@@ -108,7 +108,7 @@ TEST_F(DataStoreFaultTest, FileCutShortWhileOpenIsNeitherReadPastNorWrittenInto)
   const fs::path file = tree_.symbolFiles().front();
   fs::resize_file(file, 100);  // inside the header
   EXPECT_EQ(count(handle), 0);
-  for (std::int32_t mode : {kNewest, kTimeRange, kOldest}) {
+  for (std::int32_t mode : {kGetNewest, kGetTimeRange, kGetOldest}) {
     EXPECT_TRUE(get<Candle>(handle, mode, 10).empty()) << "mode " << mode;
   }
   EXPECT_EQ(insert(handle, Series(3, 5000000)), 1);

@@ -51,9 +51,6 @@ constexpr int kEveryRecord = std::numeric_limits<std::int32_t>::max();  // a cou
 constexpr std::int32_t kFirstTime = 1000;  // time of the first record of a series
 constexpr std::int32_t kStep = 60;         // seconds between the records of a series
 
-// Modes of a get: the last count records, those between two times, the first count records.
-enum GetMode : std::int32_t { kNewest = 0, kTimeRange = 1, kOldest = 2 };
-
 // Records exactly as a caller hands them to the store.
 #pragma pack(push, 1)
 struct Candle {  // every period but ticks
@@ -380,7 +377,7 @@ class DataStoreFixture : public ::testing::Test {
   int count(HostWord handle) {  // 6007 over every record; -1 if refused
     GET_SYMBOL_DATA_REQUEST request{};
     request.handle = handle;
-    request.mode = kNewest;
+    request.mode = kGetNewest;
     request.count = kEveryRecord;
     return send(M::GetDataCountSend, Arg(&request)) == 0 ? request.count : -1;
   }
@@ -396,7 +393,7 @@ class DataStoreFixture : public ::testing::Test {
   // nothing lies beyond.
   template <typename Point>
   std::vector<Point> readAll(HostWord handle) {
-    return get<Point>(handle, kOldest, std::max(count(handle), 0) + 1);
+    return get<Point>(handle, kGetOldest, std::max(count(handle), 0) + 1);
   }
   // 6004 / 6006 of a request whose completion comes to sink_.
   int postInsert(HostWord handle, std::vector<Candle>& points) {

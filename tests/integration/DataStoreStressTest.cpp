@@ -84,7 +84,7 @@ TEST_F(DataStoreStressTest, PostedRequestsMatchASequentialModel) {
     if (n % kGetEvery == 0) {
       SymbolModel& asked = models[uniform(0, kSymbols - 1)];
       std::vector<Candle> buffer(std::size_t(uniform(1, kMaxCapacity)));
-      GET_SYMBOL_DATA_REQUEST request = GetRequest(asked.handle, uniform(kNewest, kOldest), buffer);
+      GET_SYMBOL_DATA_REQUEST request = GetRequest(asked.handle, uniform(kGetNewest, kGetOldest), buffer);
       request.firstTime = uniform(0, asked.nextTime);
       request.lastTime = request.firstTime + uniform(0, kMaxCapacity) * kStep;
       sink_.attach(request);
@@ -95,7 +95,7 @@ TEST_F(DataStoreStressTest, PostedRequestsMatchASequentialModel) {
     if (n % kReadEvery == 0) {  // opens again, reads and counts, while the worker writes
       SymbolModel& model = models[uniform(0, kSymbols - 1)];
       EXPECT_EQ(open(model.params), model.handle);
-      EXPECT_TRUE(HoldsKnownRecords(model, get<Candle>(model.handle, kNewest, kMaxCapacity)));
+      EXPECT_TRUE(HoldsKnownRecords(model, get<Candle>(model.handle, kGetNewest, kMaxCapacity)));
       const int stored = count(model.handle);
       EXPECT_GE(stored, model.lastCount);
       EXPECT_LE(stored, int(model.records.size()));

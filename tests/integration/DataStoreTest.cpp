@@ -191,7 +191,7 @@ TEST_F(DataStoreWorkerTest, PostedRequestsCompleteOnTheWorkerWithTheirOwnCopies)
     insertRequest.completionContext = kSilent[i].first;
     insertRequest.completionCode = kSilent[i].second;
     ASSERT_EQ(send(M::InsertDataPost, Arg(&insertRequest)), 0);
-    GET_SYMBOL_DATA_REQUEST getRequest = GetRequest(handle, kOldest, buffer);
+    GET_SYMBOL_DATA_REQUEST getRequest = GetRequest(handle, kGetOldest, buffer);
     getRequest.completionContext = kSilent[i].first;
     getRequest.completionCode = kSilent[i].second == 0 ? 0 : kGetDone;
     ASSERT_EQ(send(M::GetDataPost, Arg(&getRequest)), 0);
@@ -206,7 +206,7 @@ TEST_F(DataStoreWorkerTest, PostedRequestsCompleteOnTheWorkerWithTheirOwnCopies)
   std::vector<Candle> buffer(3);
   std::memset(buffer.data(), kScribble, buffer.size() * sizeof(Candle));
   const std::vector<Candle> untouched = buffer;
-  GET_SYMBOL_DATA_REQUEST getRequest = GetRequest(handle, kNewest, buffer);
+  GET_SYMBOL_DATA_REQUEST getRequest = GetRequest(handle, kGetNewest, buffer);
   sink_.attach(getRequest);
   ASSERT_EQ(send(M::GetDataPost, Arg(&getRequest)), 0);
   ASSERT_TRUE(sink_.waitFor(2));
@@ -237,11 +237,11 @@ TEST_F(DataStoreWorkerTest, QueuedGetsAreServedBeforeAQueuedInsert) {
   std::vector<Candle> holder(1), oldest(kLargeCapacity), newest(kLargeCapacity);
   std::vector<Candle> later = {MakeCandle(kFirstTime + kStep, kChangedTag)};
   sink_.holdNext();
-  ASSERT_EQ(postGet(handle, kOldest, holder), 0);
+  ASSERT_EQ(postGet(handle, kGetOldest, holder), 0);
   ASSERT_TRUE(sink_.waitHeld());
   ASSERT_EQ(postInsert(handle, later), 0);
-  ASSERT_EQ(postGet(handle, kOldest, oldest), 0);
-  ASSERT_EQ(postGet(handle, kNewest, newest), 0);
+  ASSERT_EQ(postGet(handle, kGetOldest, oldest), 0);
+  ASSERT_EQ(postGet(handle, kGetNewest, newest), 0);
   sink_.release();
   ASSERT_TRUE(sink_.waitFor(4));
 
@@ -249,7 +249,7 @@ TEST_F(DataStoreWorkerTest, QueuedGetsAreServedBeforeAQueuedInsert) {
   ASSERT_EQ(done.size(), 4u);
   for (int i : {1, 2}) {
     EXPECT_EQ(done[i].message, kGetDone);
-    EXPECT_EQ(Unpacked(done[i].get.mode), i == 1 ? kOldest : kNewest);
+    EXPECT_EQ(Unpacked(done[i].get.mode), i == 1 ? kGetOldest : kGetNewest);
     EXPECT_EQ(done[i].points, Series(1));
   }
   EXPECT_EQ(done[3].message, kInsertDone);
@@ -269,7 +269,7 @@ TEST_F(DataStoreWorkerTest, StopFinishesTheServedRequestWritesQueuedInsertsAndDr
   sink_.holdNext();
   ASSERT_EQ(postInsert(handle, served), 0);
   ASSERT_TRUE(sink_.waitHeld());
-  ASSERT_EQ(postGet(handle, kOldest, buffer), 0);
+  ASSERT_EQ(postGet(handle, kGetOldest, buffer), 0);
   ASSERT_EQ(postInsert(handle, queued), 0);
 
   std::promise<pid_t> stopperId;
@@ -294,7 +294,7 @@ TEST_F(DataStoreWorkerTest, StopFinishesTheServedRequestWritesQueuedInsertsAndDr
   EXPECT_EQ(sink_.completions().size(), 2u);  // both inserts, not the get
   EXPECT_NE(ReadBytes(tree_.log()).find("Stop: 1 queued get(s) and 0 queued insert(s) dropped"), std::string::npos);
   EXPECT_EQ(postInsert(handle, queued), 1);
-  EXPECT_EQ(postGet(handle, kOldest, buffer), 1);
+  EXPECT_EQ(postGet(handle, kGetOldest, buffer), 1);
   restart();
   std::vector<Candle> all = served;
   all.insert(all.end(), queued.begin(), queued.end());
@@ -353,8 +353,8 @@ TEST_F(DataStoreGameModeTest, SymbolRequestsDoNothingWhileGameModeIsOn) {
   EXPECT_EQ(postInsert(handle, changed), 0);
   const std::vector<Candle> untouched(kLargeCapacity, MakeCandle(0, kChangedTag));
   std::vector<Candle> buffer = untouched;
-  EXPECT_EQ(postGet(handle, kOldest, buffer), 0);
-  GET_SYMBOL_DATA_REQUEST getRequest = GetRequest(handle, kOldest, buffer);
+  EXPECT_EQ(postGet(handle, kGetOldest, buffer), 0);
+  GET_SYMBOL_DATA_REQUEST getRequest = GetRequest(handle, kGetOldest, buffer);
   EXPECT_EQ(send(M::GetDataSend, Arg(&getRequest)), 0);
   EXPECT_EQ(send(M::GetDataCountSend, Arg(&getRequest)), 0);
   EXPECT_EQ(Unpacked(getRequest.count), kLargeCapacity);
@@ -398,7 +398,7 @@ TEST_F(DataStoreBadInputTest, NullRecordsAndHandlesNeverReturnedTouchNothing) {
     EXPECT_EQ(insert(handle, points), 1);
     for (unsigned int message : {M::GetDataSend, M::GetDataPost, M::GetDataCountSend}) {
       std::vector<Candle> buffer(2, local);
-      GET_SYMBOL_DATA_REQUEST getRequest = GetRequest(handle, kOldest, buffer);
+      GET_SYMBOL_DATA_REQUEST getRequest = GetRequest(handle, kGetOldest, buffer);
       sink_.attach(getRequest);
       EXPECT_EQ(send(message, Arg(&getRequest)), 1) << message;
       EXPECT_EQ(Unpacked(getRequest.count), 2);
@@ -411,7 +411,7 @@ TEST_F(DataStoreBadInputTest, NullRecordsAndHandlesNeverReturnedTouchNothing) {
 
   std::vector<Candle> marker = Series(1), buffer(1);
   ASSERT_EQ(postInsert(real, marker), 0);  // each served after anything queued before it
-  ASSERT_EQ(postGet(real, kOldest, buffer), 0);
+  ASSERT_EQ(postGet(real, kGetOldest, buffer), 0);
   ASSERT_TRUE(sink_.waitFor(2));
   const auto done = sink_.completions();
   ASSERT_EQ(done.size(), 2u);
@@ -452,11 +452,11 @@ TEST_F(DataStoreBadInputTest, RequestsNeverGoBeyondTheirRecords) {
     std::int32_t count;
     std::vector<Candle> delivered;
   } kCases[] = {
-      {kTimeRange, 2, {stored[0], stored[1]}},  // the whole range would be five
-      {kOldest, -3, {}},
-      {kNewest, -1, {}},
-      {kOldest + 1, 2, {}},
-      {kNewest - 1, 2, {}},
+      {kGetTimeRange, 2, {stored[0], stored[1]}},  // the whole range would be five
+      {kGetOldest, -3, {}},
+      {kGetNewest, -1, {}},
+      {kGetOldest + 1, 2, {}},
+      {kGetNewest - 1, 2, {}},
   };
   for (const auto& c : kCases) {
     SCOPED_TRACE(testing::Message() << "mode " << c.mode << " count " << c.count);

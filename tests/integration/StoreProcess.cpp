@@ -122,7 +122,7 @@ class Store {
     buffer.resize(std::size_t(std::max(request.count, 0)));
     return buffer;
   }
-  std::vector<Candle> readAll(HostWord handle) { return get(handle, kOldest, std::max(count(handle), 0) + 1); }
+  std::vector<Candle> readAll(HostWord handle) { return get(handle, kGetOldest, std::max(count(handle), 0) + 1); }
 
  private:
   std::atomic<long> postedDone_{0};  // completion calls of posted inserts; outlives host_
@@ -201,8 +201,8 @@ class SeriesReader {
     seen_ = std::max(seen_, counted);
     during_ += counted > 0 && counted < records_;
     ++passes_;
-    checkNewest(store_.get(handle, kNewest, window_));
-    checkOldest(store_.get(handle, kOldest, window_));
+    checkNewest(store_.get(handle, kGetNewest, window_));
+    checkOldest(store_.get(handle, kGetOldest, window_));
   }
   // Looks until the whole series is there, or kSettleLimit passed.
   void settle() {

@@ -34,9 +34,6 @@ namespace cjdtest {
 
 using Bytes = std::vector<unsigned char>;
 
-// Request modes of GET_SYMBOL_DATA_REQUEST: newest records, a time range, oldest records.
-constexpr int kModeNewest = 0, kModeRange = 1, kModeOldest = 2;
-
 // A temporary folder, removed with its contents.
 struct ScratchDir {
   std::string File(std::string const& name) const {
@@ -267,7 +264,7 @@ inline Bytes AllRecords(CSymbol& symbol) {
   const int total = symbol.GetDataPointCount();
   Bytes out(static_cast<std::size_t>(total) * symbol.GetDataPointSize());
   if (total == 0) return out;
-  GET_SYMBOL_DATA_REQUEST request = MakeRequest(kModeOldest, total, out.data());
+  GET_SYMBOL_DATA_REQUEST request = MakeRequest(kGetOldest, total, out.data());
   if (symbol.GetData(&request) != 1 || request.count != total) return {};
   return out;
 }

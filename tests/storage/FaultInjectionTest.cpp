@@ -148,7 +148,7 @@ TEST_F(FaultInjectionTest, FailedOpensAreRefusedAndTouchNothing) {
   EXPECT_THAT(status.ToString(), HasSubstr(path_));
   EXPECT_FALSE(closed.Open().ok());
   Bytes buffer(kStoredCount * kRecordSize);
-  GET_SYMBOL_DATA_REQUEST request = cjdtest::MakeRequest(cjdtest::kModeOldest, kStoredCount, buffer.data());
+  GET_SYMBOL_DATA_REQUEST request = cjdtest::MakeRequest(kGetOldest, kStoredCount, buffer.data());
   EXPECT_EQ(closed.GetData(&request), 0);
   EXPECT_EQ(request.count, 0);
   Bytes batch = LaterBatch(0);
@@ -189,11 +189,11 @@ TEST_F(FaultInjectionTest, ShortReadDuringAnInsertNeverDisordersTheFile) {
 TEST_F(FaultInjectionTest, ShortReadDuringAGetNeverDeliversOtherRecords) {
   for (int storedCount : {kStoredCount, kLargeStoredCount}) {
     std::unique_ptr<CSymbol> symbol = FreshSymbol(storedCount);
-    for (int mode : {cjdtest::kModeNewest, cjdtest::kModeRange, cjdtest::kModeOldest}) {
+    for (int mode : {kGetNewest, kGetTimeRange, kGetOldest}) {
       const auto first =
-          stored_.begin() + (mode == cjdtest::kModeRange ? (kRangeFirst - 1) * kRecordSize : 0);
+          stored_.begin() + (mode == kGetTimeRange ? (kRangeFirst - 1) * kRecordSize : 0);
       const Bytes expected(
-          first, mode == cjdtest::kModeRange ? stored_.begin() + kRangeEnd * kRecordSize : stored_.end());
+          first, mode == kGetTimeRange ? stored_.begin() + kRangeEnd * kRecordSize : stored_.end());
       for (int faultPoint = 0; faultPoint <= kMaxFaultPoints; ++faultPoint) {
         SCOPED_TRACE(std::to_string(storedCount) + " records, mode " + std::to_string(mode) + ", read " +
                      std::to_string(faultPoint) + " short");

@@ -186,7 +186,7 @@ TEST_F(HeaderDamageTest, RandomDamageNeverCrashesOrReadsPastTheFile) {
     symbol.Open();
     const int asked = std::max(symbol.GetDataPointCount(), 0) + 5;  // more than stored
     Bytes buffer(static_cast<std::size_t>(asked) * symbol.GetDataPointSize());
-    for (int mode : {cjdtest::kModeNewest, cjdtest::kModeRange, cjdtest::kModeOldest, 3, -1}) {
+    for (int mode : {int{kGetNewest}, int{kGetTimeRange}, int{kGetOldest}, 3, -1}) {
       GET_SYMBOL_DATA_REQUEST request =
           cjdtest::MakeRequest(mode, asked, buffer.data(), kFirstTime, INT32_MAX);
       symbol.GetDataCount(&request);

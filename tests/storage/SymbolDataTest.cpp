@@ -8,9 +8,6 @@
 
 namespace {
 
-using cjdtest::kModeNewest;
-using cjdtest::kModeOldest;
-using cjdtest::kModeRange;
 using Times = std::vector<std::int32_t>;
 
 class SymbolDataTest : public ::testing::Test {
@@ -55,27 +52,27 @@ class SymbolDataTest : public ::testing::Test {
 // time; newest and oldest are limited by what is stored; no request delivers
 // more than its count, and a negative count or an unknown mode delivers none.
 TEST_F(SymbolDataTest, GetModesAndTheirLimits) {
-  EXPECT_EQ(Get(kModeNewest, 3), Times{});
+  EXPECT_EQ(Get(kGetNewest, 3), Times{});
   EXPECT_EQ(result, 0);
-  EXPECT_EQ(Count(kModeRange, 0, 0, 100), 0);
+  EXPECT_EQ(Count(kGetTimeRange, 0, 0, 100), 0);
   Insert({10, 20, 30});
-  EXPECT_EQ(Get(kModeRange, 10, 20, 30), (Times{10, 20}));
-  EXPECT_EQ(Get(kModeRange, 10, 5, 100), (Times{10, 20, 30}));
-  EXPECT_EQ(Get(kModeRange, 10, 10, 10), Times{});
-  EXPECT_EQ(Get(kModeRange, 10, 100, 5), Times{});  // last before first
-  EXPECT_EQ(Get(kModeRange, 2, 0, 100), (Times{10, 20}));
-  EXPECT_EQ(Count(kModeRange, 0, 5, 100), 3);  // counting needs no buffer
-  EXPECT_EQ(Get(kModeNewest, 2), (Times{20, 30}));
-  EXPECT_EQ(Get(kModeNewest, 5), (Times{10, 20, 30}));
-  EXPECT_EQ(Count(kModeNewest, 5), 3);
-  EXPECT_EQ(Get(kModeOldest, 2), (Times{10, 20}));
-  EXPECT_EQ(Count(kModeOldest, 2), 2);
-  EXPECT_EQ(Get(kModeNewest, -3), Times{});
+  EXPECT_EQ(Get(kGetTimeRange, 10, 20, 30), (Times{10, 20}));
+  EXPECT_EQ(Get(kGetTimeRange, 10, 5, 100), (Times{10, 20, 30}));
+  EXPECT_EQ(Get(kGetTimeRange, 10, 10, 10), Times{});
+  EXPECT_EQ(Get(kGetTimeRange, 10, 100, 5), Times{});  // last before first
+  EXPECT_EQ(Get(kGetTimeRange, 2, 0, 100), (Times{10, 20}));
+  EXPECT_EQ(Count(kGetTimeRange, 0, 5, 100), 3);  // counting needs no buffer
+  EXPECT_EQ(Get(kGetNewest, 2), (Times{20, 30}));
+  EXPECT_EQ(Get(kGetNewest, 5), (Times{10, 20, 30}));
+  EXPECT_EQ(Count(kGetNewest, 5), 3);
+  EXPECT_EQ(Get(kGetOldest, 2), (Times{10, 20}));
+  EXPECT_EQ(Count(kGetOldest, 2), 2);
+  EXPECT_EQ(Get(kGetNewest, -3), Times{});
   EXPECT_EQ(result, 0);
   EXPECT_EQ(Get(3, 2), Times{});
   EXPECT_EQ(Get(-1, 2), Times{});
   EXPECT_EQ(Count(7, 4), 0);
-  GET_SYMBOL_DATA_REQUEST noBuffer = cjdtest::MakeRequest(kModeOldest, 3, nullptr);
+  GET_SYMBOL_DATA_REQUEST noBuffer = cjdtest::MakeRequest(kGetOldest, 3, nullptr);
   EXPECT_EQ(symbol->GetData(&noBuffer), 0);
   EXPECT_EQ(noBuffer.count, 0);
 }

@@ -222,7 +222,7 @@ TEST_F(TimeSearchTest, UnsortedTimesNeverLeadOutsideTheFile) {
     ASSERT_GE(index, 0);
     ASSERT_LE(index, kLargeCount);
     GET_SYMBOL_DATA_REQUEST request =
-        cjdtest::MakeRequest(cjdtest::kModeRange, kLargeCount, buffer.data(), from, to);
+        cjdtest::MakeRequest(kGetTimeRange, kLargeCount, buffer.data(), from, to);
     symbol->GetData(&request);
     ASSERT_GE(request.count, 0);
     ASSERT_LE(request.count, kLargeCount);
