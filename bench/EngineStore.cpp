@@ -1,4 +1,5 @@
 #include "EngineStore.h"
+#include "Period.h"
 
 #include <algorithm>
 #include <iterator>
@@ -11,7 +12,6 @@ constexpr char16_t kName[] = u"CANDLES";
 constexpr char16_t kProvider[] = u"Bench";
 constexpr char kCode[] = "CANDLES";
 constexpr SYMBOL_PERIOD kOneMinute{'I', 1, 0};
-constexpr const char* kViewNames[] = {"Open", "High", "Low", "Close", "Volume"};
 
 
 const unsigned short* Utf16(const char16_t* text) { return reinterpret_cast<const unsigned short*>(text); }
@@ -29,7 +29,7 @@ void EngineStore::Open() {
   char code[sizeof(kCode)];
   std::copy(std::begin(kCode), std::end(kCode), code);
   symbol_ = std::make_unique<CSymbol>(&owner_, Utf16(kName), kOneMinute, Utf16(kName), code, Utf16(kProvider));
-  for (const char* view : kViewNames) {
+  for (const char* view : period::kCandleViews) {
     std::string name = view;
     symbol_->InsertDataPointView(DATA_POINT_FLOAT, name.data());
   }

@@ -58,7 +58,6 @@ constexpr int kRounds = 5;                         // alternating module and pla
 constexpr double kMaxRatio = 2.0;                  // target: module / plain, medians
 
 constexpr char kHostProvider[] = "Bench";          // data source the host reports (3012)
-constexpr char kImportProvider[] = "QUENDAL";      // provider of the symbols the importer opens
 constexpr char kLanguage[] = "English";
 constexpr char kOkKey[] = "C0049Ok";               // translation key of the dialog's OK
 constexpr unsigned int kInsertDone = 7004;         // completion code of the closing insert

@@ -7,10 +7,10 @@
 
 #include "DataStoreModule.h"
 #include "ProviderPath.h"
+#include "Period.h"
 
 namespace {
 
-constexpr char kIntraday = 'I';
 constexpr int kHeaderNotWritten = 2;  // CSymbol::Create: the file exists and does not load, or a write failed
 
 // Texts of a request, never read past their fields.
@@ -32,13 +32,9 @@ QString RequestPath(SYMBOL_NAME_PERIOD_PATH const& request) {
 }
 
 void AddDefaultViews(CSymbol& symbol) {
-  static const std::vector<const char*> kTickViews = {"Value", "Volume"};
-  static const std::vector<const char*> kCandleViews = {"Open", "High", "Low", "Close", "Volume"};
-  const SYMBOL_PERIOD period = symbol.period();
-  const bool ticks = period.kind == kIntraday && period.length == 0;
-  for (const char* name : ticks ? kTickViews : kCandleViews) {
+  for (std::string const& name : period::DefaultViews(symbol.period())) {
     char view[kViewNameSize] = {};
-    std::strncpy(view, name, sizeof(view) - 1);
+    std::strncpy(view, name.c_str(), sizeof(view) - 1);
     symbol.InsertDataPointView(DATA_POINT_FLOAT, view);
   }
 }

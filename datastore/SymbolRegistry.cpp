@@ -11,10 +11,10 @@
 #include <vector>
 
 #include "Symbol.h"
+#include "Period.h"
 
 namespace {
 
-constexpr char kIntraday = 'I';
 constexpr char kStoredSuffix[] = ".cjd";
 
 template <typename Char>
@@ -24,7 +24,7 @@ std::size_t BoundedLength(const Char* text, std::size_t bound) {
   return length;
 }
 
-std::int32_t ComparedLength(SYMBOL_PERIOD period) { return period.kind == kIntraday ? period.length : 0; }
+std::int32_t ComparedLength(SYMBOL_PERIOD period) { return period::LengthOf(period.kind, period.length); }
 
 // Reads stored headers without the log: at start-up recovery has put
 // everything into the files.

@@ -23,6 +23,7 @@
 #include "FuzzSupport.h"
 #include "IniFile.h"
 #include "LogFormat.h"
+#include "Period.h"
 #include "Symbol.h"
 
 namespace {
@@ -202,8 +203,8 @@ Bytes EscapeBeside(SeedFile& file) {
 
 void WriteCjdSeeds(std::filesystem::path const& out) {
   const fuzzsupport::ScratchDir scratch("fuzz-seeds");
-  const std::vector<const char*> ticks = {"Value", "Volume"};
-  const std::vector<const char*> candles = {"Open", "High", "Low", "Close", "Volume"};
+  const std::vector<const char*> ticks(std::begin(period::kTickViews), std::end(period::kTickViews));
+  const std::vector<const char*> candles(std::begin(period::kCandleViews), std::end(period::kCandleViews));
   const SymbolSeed seeds[] = {
       {u"EURUSD", 'I', 0, ticks, kSeedRecords, false, RewriteLastRecord, true},
       {u"GBPUSD", 'I', 15, candles, kSeedRecords, false, AppendHolding, true},

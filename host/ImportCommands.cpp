@@ -15,7 +15,6 @@
 
 namespace {
 
-constexpr const char* kImportProvider = "QUENDAL";   // provider of the symbols its importer opens
 constexpr const char* kOkKey = "C0049Ok";            // translation key of its OK button
 constexpr const char* kImportedProperty = "importedInstruments";  // the dialog's count of imported instruments
 constexpr std::uint32_t kReportLogLevel = 3;         // host log level of the module's reports

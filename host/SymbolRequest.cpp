@@ -1,4 +1,5 @@
 #include "SymbolRequest.h"
+#include "Period.h"
 
 #include <algorithm>
 #include <charconv>
@@ -7,8 +8,6 @@
 
 namespace {
 
-constexpr char kIntraday = 'I';                           // the kind whose length counts
-constexpr std::string_view kOtherKinds = "DWMY";          // kinds written as one letter
 constexpr std::size_t kMaxText = kHostNameField - 1;      // bytes of an 8-bit text before its NUL
 constexpr std::size_t kMaxName = kHostWideNameUnits - 1;  // units of the name before its NUL
 constexpr const char* kPeriodForms = "expected I0 (ticks), I<n>, D, W, M or Y";
@@ -16,8 +15,6 @@ constexpr const char* kPeriodForms = "expected I0 (ticks), I<n>, D, W, M or Y";
 bool IsAsciiAlphanumeric(char16_t c) {
   return (c >= u'0' && c <= u'9') || (c >= u'A' && c <= u'Z') || (c >= u'a' && c <= u'z');
 }
-
-bool IsDigit(char c) { return c >= '0' && c <= '9'; }
 
 bool Fail(std::string* error, std::string message) {
   *error = std::move(message);
@@ -27,27 +24,11 @@ bool Fail(std::string* error, std::string message) {
 }  // namespace
 
 bool ParsePeriod(std::string_view text, SYMBOL_PERIOD* period, std::string* error) {
-  const std::string bad = "bad period '" + std::string(text) + "': " + kPeriodForms;
-  if (text.empty()) return Fail(error, bad);
-  SYMBOL_PERIOD parsed{text[0], 0, 0};
-  if (text.size() == 1 && kOtherKinds.find(text[0]) != std::string_view::npos) {
-    *period = parsed;
-    return true;
-  }
-  if (text[0] != kIntraday || text.size() == 1 || !IsDigit(text[1])) return Fail(error, bad);
-  std::int32_t length = 0;
-  const char* end = text.data() + text.size();
-  const auto [stop, status] = std::from_chars(text.data() + 1, end, length);
-  if (status != std::errc() || stop != end) return Fail(error, bad);
-  parsed.length = length;
-  *period = parsed;
-  return true;
+  if (period::Parse(text, period)) return true;
+  return Fail(error, "bad period '" + std::string(text) + "': " + kPeriodForms);
 }
 
-RecordLayout LayoutOf(const SYMBOL_PERIOD& period) {
-  if (period.kind == kIntraday && period.length == 0) return {{"Value", "Volume"}};
-  return {{"Open", "High", "Low", "Close", "Volume"}};
-}
+RecordLayout LayoutOf(const SYMBOL_PERIOD& period) { return {period::DefaultViews(period)}; }
 
 std::string DefaultCode(std::u16string_view name) {
   std::string code;

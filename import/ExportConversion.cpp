@@ -12,15 +12,13 @@
 
 #include "DataPoint.h"
 #include "ExportDirectory.h"
+#include "Period.h"
 
 namespace {
 
 constexpr char kSymbolKind[] = "CANDLE";
-constexpr char kProviderName[] = "QUENDAL";
 constexpr char kProviderTag[] = "CANDLE_QUENDAL";   // behind the provider's terminator
 constexpr int kProviderTagOffset = kHostNameField;  // into the provider field
-constexpr char kIntraday = 'I';
-constexpr char kEndOfPeriodLetters[] = "DWMY";
 
 constexpr int kFieldSize = 4;            // one MBF float
 constexpr int kMappedFields = 8;         // no field map reads beyond field 7
@@ -38,7 +36,7 @@ struct FieldMap {
 constexpr FieldMap kNoPrices = {kNoField, kNoField, kNoField, kNoField, kNoField};
 
 FieldMap MapFor(char letter, int fields) {
-  if (letter == kIntraday) {
+  if (letter == period::kIntraday) {
     if (fields == 6) return {kNoField, 2, 3, 4, 5};
     if (fields == 7 || fields == 8) return {2, 3, 4, 5, 6};
     return kNoPrices;
@@ -48,9 +46,6 @@ FieldMap MapFor(char letter, int fields) {
   return kNoPrices;
 }
 
-bool IsConvertible(char letter) {
-  return letter == kIntraday || (letter != 0 && std::strchr(kEndOfPeriodLetters, letter) != nullptr);
-}
 
 // Turns data records into candles. Only the mapped part of a record is kept,
 // so R and the fields count may disagree in any way: fields beyond R read as
@@ -58,7 +53,7 @@ bool IsConvertible(char letter) {
 class RecordDecoder {
  public:
   RecordDecoder(char letter, int fieldCount, int recordLength)
-      : intraday_(letter == kIntraday),
+      : intraday_(letter == period::kIntraday),
         map_(MapFor(letter, fieldCount)),
         copied_(std::min(recordLength, kMappedFields * kFieldSize)) {}
 
@@ -200,7 +195,7 @@ void PutText(char* field, const char (&text)[N]) {
 
 void FillRequest(SYMBOL_NAME_PERIOD& request, IndexEntry const& entry, QString const& priceType) {
   PutText(request.text0, kSymbolKind);
-  PutText(request.provider, kProviderName);
+  PutText(request.provider, kImportProvider);
   PutText(request.provider + kProviderTagOffset, kProviderTag);
 
   // The name field sits at an odd offset of a packed record: it is filled
@@ -216,7 +211,7 @@ void FillRequest(SYMBOL_NAME_PERIOD& request, IndexEntry const& entry, QString c
   request.code[bytes] = 0;
 
   request.period.kind = entry.periodLetter;
-  request.period.length = entry.periodLetter == kIntraday ? entry.intradaySize : 0;
+  request.period.length = period::LengthOf(entry.periodLetter, entry.intradaySize);
   request.period.extra = 0;
 }
 
@@ -225,7 +220,7 @@ void FillRequest(SYMBOL_NAME_PERIOD& request, IndexEntry const& entry, QString c
 ConversionOutcome ConvertInstrument(IndexEntry const& entry, QString const& priceType, ConvertedInstrument& out,
                                     ConversionProgress const& progress) {
   out = ConvertedInstrument{};
-  if (!IsConvertible(entry.periodLetter)) return ConversionOutcome::kPeriodNotImported;
+  if (!period::IsKnownKind(entry.periodLetter)) return ConversionOutcome::kPeriodNotImported;
   if (entry.dataFile.isEmpty()) return ConversionOutcome::kMissingFile;
   ExportDataFile file;
   if (entry.recordLength < 1 || !file.Open(entry.dataFile, entry.recordLength)) {
@@ -234,7 +229,7 @@ ConversionOutcome ConvertInstrument(IndexEntry const& entry, QString const& pric
   if (file.records() == 0) return ConversionOutcome::kNoRecords;
   if (file.records() > std::numeric_limits<int>::max()) return ConversionOutcome::kOutOfMemory;
 
-  const bool ticks = entry.periodLetter == kIntraday && entry.intradaySize == 0;
+  const bool ticks = period::IsTicks(entry.periodLetter, entry.intradaySize);
   const unsigned int pointSize = ticks ? sizeof(TickDataPoint) : sizeof(CCandleDataPoint);
   ProgressThrottle throttle(progress);
   RecordDecoder decoder(entry.periodLetter, entry.fieldCount, entry.recordLength);

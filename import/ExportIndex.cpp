@@ -22,6 +22,7 @@
 // 3 close, 4 volume, 5 open, 6 open interest, 7 time): four bytes each.
 
 #include "ExportIndex.h"
+#include "Period.h"
 
 #include <QDir>
 #include <QFile>
@@ -36,7 +37,6 @@ constexpr char kEmasterName[] = "EMASTER";
 constexpr char kXmasterName[] = "XMASTER";
 constexpr char kMasterDataFormat[] = "F%d.dat";
 constexpr char kXmasterDataFormat[] = "F%d.MWD";
-constexpr char kIntraday = 'I';
 constexpr char kIntradaySeparator[] = "  ";  // between 'I' and the size in a period text
 constexpr int kFieldSize = 4;                // one MBF float of a data record
 
@@ -156,7 +156,7 @@ QString IndexEntry::dataFileName() const { return DataFileName(source, fileNumbe
 QString IndexEntry::periodText() const {
   if (periodLetter == 0) return {};
   QString text(QLatin1Char{periodLetter});
-  if (periodLetter == kIntraday) text += QLatin1String(kIntradaySeparator) + QString::number(intradaySize);
+  if (periodLetter == period::kIntraday) text += QLatin1String(kIntradaySeparator) + QString::number(intradaySize);
   return text;
 }
 

@@ -1,10 +1,9 @@
 // The lines of an import's report.
 
 #include "ImportReport.h"
+#include "Period.h"
 
 namespace {
-
-constexpr char kIntraday = 'I';
 
 // "EURUSD "Euro vs US Dollar" D": the symbol, its name when it has one, the period.
 QString Instrument(IndexEntry const& entry) {
@@ -16,9 +15,8 @@ QString Instrument(IndexEntry const& entry) {
 }  // namespace
 
 QString CompactPeriodText(IndexEntry const& entry) {
-  QString text(QLatin1Char(entry.periodLetter == 0 ? '?' : entry.periodLetter));
-  if (entry.periodLetter == kIntraday) text += QString::number(entry.intradaySize);
-  return text;
+  if (entry.periodLetter == 0) return QStringLiteral("?");
+  return QString::fromLatin1(period::Text(entry.periodLetter, entry.intradaySize));
 }
 
 QString SkipReasonText(IndexEntry const& entry, ConversionOutcome outcome) {

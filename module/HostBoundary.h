@@ -107,6 +107,10 @@ constexpr const char* HostMessageName(unsigned int code) {
   return "";
 }
 
+// The data provider whose folder the module's import stores its symbols in:
+// a host reports it (3012) to read them back.
+constexpr char kImportProvider[] = "QUENDAL";
+
 // Modes of GET_SYMBOL_DATA_REQUEST.
 enum GetMode : std::int32_t {
   kGetNewest = 0,     // the newest count records

@@ -12,6 +12,7 @@
 #include "SDTFile.h"
 #include "Symbol.h"
 #include "WriteAheadLog.h"
+#include "Period.h"
 
 namespace {
 
@@ -276,7 +277,7 @@ bool ReadViewsAndProperties(HeaderReader& reader, ParsedHeader& header) {
   header.title = bytes.Text();
   header.period.kind = bytes.Number<char>();
   header.period.length = bytes.Number<std::int32_t>();
-  if (header.period.kind != 'I') header.period.length = 0;
+  header.period.length = period::LengthOf(header.period.kind, header.period.length);
   header.provider = bytes.Text();
   header.code = bytes.Text();
   header.pointSize = bytes.Number<float>();

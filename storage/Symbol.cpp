@@ -5,13 +5,13 @@
 
 #include "FileFormat.h"
 #include "ProviderPath.h"
+#include "Period.h"
 
 namespace {
 
 // Widths of the view types, indexed by DATA_POINT_TYPES.
 constexpr unsigned int kViewWidths[cjd::kMaxViewTypes] = {1, 2, 4, 8, 4, 8, 255};
 constexpr char kFileExtension[] = ".cjd";
-constexpr char16_t kIntraday = u'I';
 
 template <typename Char>
 void CopyText(Char* field, const Char* text) {
@@ -56,8 +56,8 @@ void CSymbol::setProviderName(const char16_t* text) { CopyText(providerName_, te
 void CSymbol::setCode(const char* text) { CopyText(code_, text); }
 
 QString CSymbol::MakeFileName() const {
-  QString base(QChar::fromLatin1(period_.kind));
-  if (period_.kind == kIntraday) base += QString::number(period_.length);
+  const std::string periodText = period::Text(period_);
+  QString base = QString::fromLatin1(periodText.data(), static_cast<qsizetype>(periodText.size()));
   base += QLatin1Char('_');
   return EscapeFileNamePart(base) + EscapeFileNameBytes(QByteArray(code_));
 }

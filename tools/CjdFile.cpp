@@ -7,12 +7,12 @@
 #include <cstring>
 
 #include "FileSystem.h"
+#include "Period.h"
 
 namespace {
 
 constexpr std::size_t kScanChunkBytes = 1 << 20;  // records read at once by a scan
 constexpr std::size_t kNumberText = 32;           // room for any number as text
-constexpr char kIntraday = 'I';
 constexpr const char* kViewTypeNames[] = {"char", "short", "int", "int64", "float", "double", "string"};
 
 // The tool names the file itself; the status says what went wrong with it.
@@ -152,7 +152,7 @@ std::string KindText(char kind) {
 
 std::string PeriodText(SYMBOL_PERIOD const& period) {
   const std::string kind = KindText(period.kind);
-  return period.kind == kIntraday ? kind + std::to_string(period.length) : kind;
+  return period.kind == period::kIntraday ? kind + std::to_string(period.length) : kind;
 }
 
 std::string ViewTypeName(DATA_POINT_TYPES type) {
