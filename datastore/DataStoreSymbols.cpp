@@ -15,20 +15,14 @@ constexpr int kHeaderNotWritten = 2;  // CSymbol::Create: the file exists and do
 
 // Texts of a request, never read past their fields.
 QString RequestName(SYMBOL_NAME_PERIOD const& request) {
-  int length = 0;
-  while (length < kHostWideNameUnits && request.name[length] != 0) ++length;
-  return QString::fromUtf16(request.name, length);
+  return QString::fromStdU16String(hostfield::WideText(&request.name));
 }
 QString RequestProviderName(SYMBOL_NAME_PERIOD const& request) {
   return QString::fromLocal8Bit(request.provider, qsizetype(strnlen(request.provider, sizeof(request.provider))));
 }
-std::string RequestCode(SYMBOL_NAME_PERIOD const& request) {
-  return std::string(request.code, strnlen(request.code, sizeof(request.code)));
-}
+std::string RequestCode(SYMBOL_NAME_PERIOD const& request) { return hostfield::Text(request.code, sizeof(request.code)); }
 QString RequestPath(SYMBOL_NAME_PERIOD_PATH const& request) {
-  int length = 0;
-  while (length < kHostWideNameUnits && request.path[length] != 0) ++length;
-  return QString::fromUtf16(request.path, length);
+  return QString::fromStdU16String(hostfield::WideText(&request.path));
 }
 
 void AddDefaultViews(CSymbol& symbol) {
@@ -143,8 +137,7 @@ int CDataStoreModule::OpenSymbol(SYMBOL_NAME_PERIOD* request, void** handle) {
   std::memcpy(&withPath.symbol, request, sizeof(SYMBOL_NAME_PERIOD));
   QString path = qDataPath;
   AddProvider(path, ProviderFolderName(RequestProvider()));
-  const qsizetype units = std::min<qsizetype>(path.size(), kHostWideNameUnits - 1);
-  std::memcpy(withPath.path, path.utf16(), std::size_t(units) * sizeof(char16_t));
+  hostfield::SetWideText(&withPath.path, path.toStdU16String());
   return OpenSymbol(&withPath, handle, false);
 }
 

@@ -17,12 +17,6 @@ namespace {
 
 constexpr char kStoredSuffix[] = ".cjd";
 
-template <typename Char>
-std::size_t BoundedLength(const Char* text, std::size_t bound) {
-  std::size_t length = 0;
-  while (length < bound && text[length] != 0) ++length;
-  return length;
-}
 
 std::int32_t ComparedLength(SYMBOL_PERIOD period) { return period::LengthOf(period.kind, period.length); }
 
@@ -71,12 +65,10 @@ void MixHash(std::size_t& seed, std::size_t value) {
 SymbolKey SymbolKey::Of(QString const& folder, SYMBOL_NAME_PERIOD const& request) {
   SymbolKey key;
   key.folder = folder;
-  char16_t name[kHostWideNameUnits];  // the packed field lies at an odd offset: copied as bytes
-  std::memcpy(name, reinterpret_cast<const char*>(&request) + offsetof(SYMBOL_NAME_PERIOD, name), sizeof(name));
-  key.name.assign(name, BoundedLength(name, kHostWideNameUnits));
-  key.code.assign(request.code, BoundedLength(request.code, sizeof(request.code)));
+  key.name = hostfield::WideText(&request.name);
+  key.code = hostfield::Text(request.code, sizeof(request.code));
   key.provider =
-      QString::fromLocal8Bit(request.provider, qsizetype(BoundedLength(request.provider, sizeof(request.provider))))
+      QString::fromLocal8Bit(hostfield::Text(request.provider, sizeof(request.provider)))
           .toStdU16String();
   key.kind = request.period.kind;
   key.length = ComparedLength(request.period);

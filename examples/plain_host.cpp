@@ -101,12 +101,6 @@ void CopyText(char* field, std::size_t size, const char* text) {
   field[size - 1] = 0;
 }
 
-// Wide fields may lie at odd offsets of packed records: copied as bytes.
-void CopyWide(void* field, std::size_t units, const std::u16string& text) {
-  const std::size_t n = std::min(text.size(), units - 1);
-  std::memcpy(field, text.data(), n * sizeof(char16_t));
-  std::memset(static_cast<char*>(field) + n * sizeof(char16_t), 0, sizeof(char16_t));
-}
 
 // ---- The host side ---------------------------------------------------------
 // The module keeps our callback and its context until the process exits, and
@@ -153,7 +147,8 @@ int HostCallbackFunction(void* context, unsigned int message, HostArg a, HostArg
     case M::RegisterModule: As<REGISTRATION_RECORD>(a)->moduleOrHandle = kModuleHandle; break;
     case M::GetDataSource: CopyText(As<SOURCE_RECORD>(b)->provider, kHostNameField, kProvider); break;
     case M::GetFolder:
-      CopyWide(As<char>(a) + offsetof(FOLDER_REQUEST_RECORD, path), kFolderPathUnits, host.dataFolder.u16string());
+      hostfield::SetWideText(As<char>(a) + offsetof(FOLDER_REQUEST_RECORD, path), host.dataFolder.u16string(),
+                             kFolderPathUnits);
       break;
     case M::GetLogSink: *As<HostWord>(a) = reinterpret_cast<HostWord>(&PrintLogRecord); break;
     case M::CreateEvent: As<EVENT_CREATION_RECORD>(a)->handle = kEventHandle; break;
@@ -186,8 +181,7 @@ bool Load(const std::string& path, Module& module) {
 SYMBOL_NAME_PERIOD SymbolRecord() {
   SYMBOL_NAME_PERIOD record{};
   CopyText(record.provider, sizeof record.provider, kProvider);
-  CopyWide(reinterpret_cast<char*>(&record) + offsetof(SYMBOL_NAME_PERIOD, name), kHostWideNameUnits,
-           kSymbolName);
+  hostfield::SetWideText(&record.name, kSymbolName);
   CopyText(record.code, sizeof record.code, kSymbolCode);
   record.period.kind = kPeriodKind;
   record.period.length = kPeriodLength;

@@ -22,11 +22,7 @@ constexpr const char* kModulesMenu = "&Modules";     // the menu of the modules'
 constexpr int kWindowWidth = 1200;                   // the main window
 constexpr int kWindowHeight = 720;
 
-QString MenuText(const mm_menu_item& item) {
-  char16_t text[kHostWideNameUnits];
-  std::memcpy(text, &item.text, sizeof text);
-  return QString::fromUtf16(text, std::find(std::begin(text), std::end(text), 0) - text);
-}
+QString MenuText(const mm_menu_item& item) { return QString::fromStdU16String(hostfield::WideText(&item.text)); }
 
 // The menu of the modules' entries (5508); choosing one sends 5511. The
 // dialog it opens is modal, so an entry is never chosen while it is open.

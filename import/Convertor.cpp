@@ -80,13 +80,6 @@ QStringList Texts(const char* const (&texts)[N]) {
   return list;
 }
 
-// Copies text into a UTF-16 host field of units units, with a terminator
-// when it is shorter. REQUIRES: the field is zero-filled.
-void CopyWideName(char16_t* field, int units, QString const& text) {
-  const int length = static_cast<int>(std::min<qsizetype>(text.size(), units));
-  for (int i = 0; i < length; ++i) field[i] = text.at(i).unicode();
-}
-
 QTableWidgetItem* TextItem(QString const& text) {
   auto* item = new QTableWidgetItem(text);
   item->setFlags(Qt::ItemIsEnabled);
@@ -146,14 +139,14 @@ void CConvertor::CreateMenuConvertor() {
   sendInterfaceRequest(HostMessage::GetInterface, kMainWindowInterface, kMenuMaker, "");
 
   MENU_PARENT_RECORD parent{};
-  CopyWideName(parent.parentKey, kHostWideNameUnits, QString::fromUtf16(kMenuParentKey));
+  hostfield::SetWideText(&parent.parentKey, kMenuParentKey);
   parent.value0 = kMenuParentValue0;
   parent.value1 = kMenuParentValue1;
   callHost(HostMessage::SetMenuParent, reinterpret_cast<HostArg>(&parent), 0);
   callHost(HostMessage::RefreshMenu, 0, 0);
 
   mm_menu_item item{};
-  CopyWideName(item.text, kHostWideNameUnits, text("M0150") + QLatin1String(kEllipsis));
+  hostfield::SetWideText(&item.text, (text("M0150") + QLatin1String(kEllipsis)).toStdU16String());
   item.owner = module_ != nullptr ? module_->moduleHandle() : 0;
   callHost(HostMessage::AddMenuItem, reinterpret_cast<HostArg>(&item), 0);
 }

@@ -198,12 +198,7 @@ void FillRequest(SYMBOL_NAME_PERIOD& request, IndexEntry const& entry, QString c
   PutText(request.provider, kImportProvider);
   PutText(request.provider + kProviderTagOffset, kProviderTag);
 
-  // The name field sits at an odd offset of a packed record: it is filled
-  // from an aligned copy, byte by byte.
-  char16_t wide[kHostWideNameUnits] = {};
-  const qsizetype units = std::min<qsizetype>(entry.symbol.size(), kHostWideNameUnits - 1);
-  std::copy_n(reinterpret_cast<const char16_t*>(entry.symbol.utf16()), units, wide);
-  std::memcpy(&request.name, wide, sizeof wide);
+  hostfield::SetWideText(&request.name, entry.symbol.toStdU16String());
 
   const QByteArray code = priceType.toLocal8Bit();
   const qsizetype bytes = std::min<qsizetype>(code.size(), kHostNameField - 1);

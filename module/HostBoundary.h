@@ -17,7 +17,12 @@
 #ifndef DATASTORE_MODULE_HOSTBOUNDARY_H_
 #define DATASTORE_MODULE_HOSTBOUNDARY_H_
 
+#include <algorithm>
+#include <cstddef>
 #include <cstdint>
+#include <cstring>
+#include <string>
+#include <string_view>
 
 using HostWord = std::uintptr_t;  // address, handle, identifier or function pointer
 using HostArg = std::intptr_t;    // the a and b arguments of a message
@@ -106,6 +111,36 @@ constexpr const char* HostMessageName(unsigned int code) {
   }
   return "";
 }
+
+// ---------------------------------------------------------------------------
+// Fixed text fields of the records. Packed records put wide fields at odd
+// offsets, so these copy bytes: a record's char16_t is never read or written
+// through a pointer.
+namespace hostfield {
+
+// An 8-bit field's text: up to its first NUL, at most `size` bytes.
+inline std::string Text(const char* field, std::size_t size) {
+  return std::string(field, std::find(field, field + size, '\0') - field);
+}
+
+// A wide field's text: up to its first NUL, at most `units` units.
+inline std::u16string WideText(const void* field, std::size_t units = kHostWideNameUnits) {
+  std::u16string text(units, u'\0');
+  std::memcpy(text.data(), field, units * sizeof(char16_t));
+  text.resize(static_cast<std::size_t>(std::find(text.begin(), text.end(), u'\0') - text.begin()));
+  return text;
+}
+
+// Writes text into a wide field of `units` units: at most units - 1 of them,
+// then a NUL. REQUIRES: units >= 1.
+inline void SetWideText(void* field, std::u16string_view text, std::size_t units = kHostWideNameUnits) {
+  const std::size_t length = std::min(text.size(), units - 1);
+  const char16_t nul = u'\0';
+  std::memcpy(field, text.data(), length * sizeof(char16_t));
+  std::memcpy(static_cast<char*>(field) + length * sizeof(char16_t), &nul, sizeof nul);
+}
+
+}  // namespace hostfield
 
 // The data provider whose folder the module's import stores its symbols in:
 // a host reports it (3012) to read them back.

@@ -40,11 +40,7 @@ inline float MbfInteger(int value) { return AsFloat(MbfWord(static_cast<float>(v
 
 // The text of a UTF-16 host name field, copied out first: packed records
 // leave it unaligned.
-inline QString WideText(const void* field) {
-  char16_t name[kHostWideNameUnits];
-  std::memcpy(name, field, sizeof name);
-  return QString::fromUtf16(name, std::find(name, name + kHostWideNameUnits, u'\0') - name);
-}
+inline QString WideText(const void* field) { return QString::fromStdU16String(hostfield::WideText(field)); }
 
 // The data file with the u16 at offset 2 of its header record set to count.
 inline QByteArray WithHeaderCount(QByteArray file, int count) {

@@ -1,8 +1,9 @@
-// The message codes are written down once, in HostBoundary.h: the README's
-// two message tables name exactly the codes of its two lists, and every code
-// has one name.
+// The vocabulary hosts share with the module: the message codes, written
+// down once (the README's two message tables name exactly the codes of the
+// two lists), the fixed text fields of packed records, and periods.
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <fstream>
 #include <regex>
 #include <set>
@@ -10,6 +11,7 @@
 #include <string>
 
 #include "HostBoundary.h"
+#include "Period.h"
 
 namespace {
 
@@ -45,6 +47,42 @@ TEST(MessageListTest, TheReadmeTablesNameTheListedCodes) {
   EXPECT_EQ(TableCodes(readme, "Sent by the module to its host", "If the host callback"), toHost);
   EXPECT_STREQ(HostMessageName(HostMessage::GetLogSink), "GetLogSink");
   EXPECT_STREQ(HostMessageName(1234), "");
+}
+
+// Wide fields at odd offsets are written and read as bytes, cut to leave a
+// NUL, and never read past the field.
+TEST(HostFieldTest, TextFieldsStayInsideThemselves) {
+  unsigned char record[1 + 2 * 4 + 2] = {};
+  std::memset(record, 0x7F, sizeof record);
+  hostfield::SetWideText(record + 1, u"ABCDEF", 4);
+  EXPECT_EQ(hostfield::WideText(record + 1, 4), u"ABC");
+  EXPECT_EQ(record[7], 0);
+  EXPECT_EQ(record[8], 0);
+  EXPECT_EQ(record[9], 0x7F);  // nothing past the field
+  unsigned char full[2 * 3];
+  std::memset(full, 'x', sizeof full);  // no NUL: the whole field
+  EXPECT_EQ(hostfield::WideText(full, 3).size(), 3u);
+  const char code[4] = {'B', 'i', 'd', 'x'};
+  EXPECT_EQ(hostfield::Text(code, 3), "Bid");
+  EXPECT_EQ(hostfield::Text("Ask\0zz", 6), "Ask");
+}
+
+TEST(PeriodTest, TextAndParseAgree) {
+  for (const char* text : {"D", "W", "M", "Y", "I0", "I5", "I1440"}) {
+    SYMBOL_PERIOD parsed{};
+    ASSERT_TRUE(period::Parse(text, &parsed)) << text;
+    EXPECT_EQ(period::Text(parsed), text);
+  }
+  for (const char* text : {"", "I", "Ix", "I5m", "d", "DD", "X", "I-5"}) {
+    SYMBOL_PERIOD untouched{'Q', 7, 0};
+    EXPECT_FALSE(period::Parse(text, &untouched)) << text;
+    EXPECT_EQ(untouched.kind, 'Q');
+  }
+  EXPECT_EQ(period::RecordSize({'I', 0, 0}), 12u);
+  EXPECT_EQ(period::RecordSize({'I', 1, 0}), 24u);
+  EXPECT_EQ(period::RecordSize({'D', 0, 0}), 24u);
+  EXPECT_EQ(period::LengthOf('D', 5), 0);
+  EXPECT_FALSE(period::IsKnownKind('\0'));
 }
 
 }  // namespace
