@@ -3,7 +3,10 @@
 namespace fs = std::filesystem;
 
 CandleStore::CandleStore(std::string id, fs::path const& folder, int scale)
-    : id_(std::move(id)), scale_(scale), work_(folder / id_ / "work"), base_(folder / id_ / "base") {}
+    : id_(std::move(id)),
+      scale_(scale),
+      work_(folder / id_ / "work"),
+      base_(folder / id_ / "base") {}
 
 void CandleStore::OpenEmpty() {
   fs::remove_all(work_);

@@ -60,11 +60,11 @@ class CandleStore {
  private:
   void BuildBase();
 
-  std::string id_;                  // names the store in results
-  int scale_;                       // divisor of case sizes
-  std::filesystem::path work_;      // the store being measured
-  std::filesystem::path base_;      // the base copy, once built
-  bool holdsBase_ = false;          // work_ equals base_
+  std::string id_;              // names the store in results
+  int scale_;                   // divisor of case sizes
+  std::filesystem::path work_;  // the store being measured
+  std::filesystem::path base_;  // the base copy, once built
+  bool holdsBase_ = false;      // work_ equals base_
 };
 
 #endif  // DATASTORE_BENCH_CANDLESTORE_H_

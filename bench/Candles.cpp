@@ -12,7 +12,7 @@ constexpr unsigned kPriceSeed = 1;
 constexpr unsigned kUpsertSeed = 2;
 constexpr unsigned kReadSeed = 3;
 constexpr float kStartPrice = 1.1f;
-constexpr float kMaxMove = 0.0005f;    // largest price move within one candle
+constexpr float kMaxMove = 0.0005f;  // largest price move within one candle
 constexpr float kMaxVolume = 500.0f;
 
 Candle MakeCandle(std::int32_t time, float open, std::mt19937& random) {

@@ -24,10 +24,11 @@ struct Candle {
 constexpr int kCandleSize = sizeof(Candle);
 static_assert(kCandleSize == 24);
 
-constexpr int kBaseCount = 1'000'000;              // candles of a full store
-constexpr std::int32_t kFirstTime = 1'600'000'000; // time of the first candle
-constexpr std::int32_t kTimeStep = 60;             // one-minute candles
-constexpr std::int32_t kBetweenOffset = kTimeStep / 2;  // added to a candle's time: a time before the next
+constexpr int kBaseCount = 1'000'000;               // candles of a full store
+constexpr std::int32_t kFirstTime = 1'600'000'000;  // time of the first candle
+constexpr std::int32_t kTimeStep = 60;              // one-minute candles
+constexpr std::int32_t kBetweenOffset =
+    kTimeStep / 2;  // added to a candle's time: a time before the next
 
 constexpr std::int32_t TimeOf(int index) { return kFirstTime + index * kTimeStep; }
 

@@ -4,13 +4,13 @@
 
 namespace {
 
-constexpr int kBatchSize = 100;          // records per insert when appending in batches
-constexpr int kUpsertCount = 10'000;     // records of the random batch at full size
-constexpr int kRangeLength = 1'000;      // records of a range read
-constexpr int kLastCount = 100;          // newest records read
-constexpr int kReadPositions = 4'096;    // random range starts, used in turn
-constexpr int kRepetitions = 3;          // the summary takes the median
-constexpr double kMaxOneInsertToRaw = 1.5;   // targets, engine to raw I/O
+constexpr int kBatchSize = 100;             // records per insert when appending in batches
+constexpr int kUpsertCount = 10'000;        // records of the random batch at full size
+constexpr int kRangeLength = 1'000;         // records of a range read
+constexpr int kLastCount = 100;             // newest records read
+constexpr int kReadPositions = 4'096;       // random range starts, used in turn
+constexpr int kRepetitions = 3;             // the summary takes the median
+constexpr double kMaxOneInsertToRaw = 1.5;  // targets, engine to raw I/O
 constexpr double kMaxBatchesToRaw = 2.0;
 constexpr double kMaxReadToRaw = 2.0;
 constexpr double kNoTarget = 0.0;
@@ -67,7 +67,8 @@ void ReadRange(benchmark::State& state, CandleStore& store) {
   for (auto _ : state) {
     int first = starts[next++ % starts.size()];
     int read = store.ReadRange(first, kRangeLength, out.data());
-    if (read != kRangeLength || out.front().time != TimeOf(first) || out.back().time != TimeOf(first + read - 1)) {
+    if (read != kRangeLength || out.front().time != TimeOf(first) ||
+        out.back().time != TimeOf(first + read - 1)) {
       state.SkipWithError("a range read delivered wrong records");
       break;
     }
@@ -104,17 +105,18 @@ void CountAll(benchmark::State& state, CandleStore& store) {
 std::vector<CaseInfo> const& AllCases() {
   static const std::string stored = Thousands(kBaseCount);
   static const std::vector<CaseInfo> cases = {
-      {"append_one_insert", "append " + stored + " in one insert", CaseKind::Append, AppendInOneInsert,
-       benchmark::kMillisecond, kMaxOneInsertToRaw},
-      {"append_batches", "append " + stored + " in batches of " + Thousands(kBatchSize), CaseKind::Append,
-       AppendInBatches, benchmark::kMillisecond, kMaxBatchesToRaw},
-      {"upsert_random", "upsert " + Thousands(kUpsertCount) + " random into " + stored, CaseKind::Upsert,
-       UpsertRandom, benchmark::kMillisecond, kNoTarget},
-      {"range_read", "range read " + Thousands(kRangeLength) + " of " + stored, CaseKind::Read, ReadRange,
-       benchmark::kMicrosecond, kMaxReadToRaw},
+      {"append_one_insert", "append " + stored + " in one insert", CaseKind::Append,
+       AppendInOneInsert, benchmark::kMillisecond, kMaxOneInsertToRaw},
+      {"append_batches", "append " + stored + " in batches of " + Thousands(kBatchSize),
+       CaseKind::Append, AppendInBatches, benchmark::kMillisecond, kMaxBatchesToRaw},
+      {"upsert_random", "upsert " + Thousands(kUpsertCount) + " random into " + stored,
+       CaseKind::Upsert, UpsertRandom, benchmark::kMillisecond, kNoTarget},
+      {"range_read", "range read " + Thousands(kRangeLength) + " of " + stored, CaseKind::Read,
+       ReadRange, benchmark::kMicrosecond, kMaxReadToRaw},
       {"read_last", "last " + Thousands(kLastCount) + " of " + stored, CaseKind::Read, ReadLast,
        benchmark::kMicrosecond, kMaxReadToRaw},
-      {"count", "count " + stored, CaseKind::Read, CountAll, benchmark::kMicrosecond, kMaxReadToRaw},
+      {"count", "count " + stored, CaseKind::Read, CountAll, benchmark::kMicrosecond,
+       kMaxReadToRaw},
   };
   return cases;
 }

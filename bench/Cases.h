@@ -13,18 +13,18 @@
 #include "CandleStore.h"
 
 enum class CaseKind {
-  Append,   // records after every stored one
-  Upsert,   // records among stored ones
-  Read,     // reading or counting stored records
+  Append,  // records after every stored one
+  Upsert,  // records among stored ones
+  Read,    // reading or counting stored records
 };
 
 struct CaseInfo {
-  const char* id;       // first part of the benchmark name
-  std::string title;    // for people, at full size
+  const char* id;     // first part of the benchmark name
+  std::string title;  // for people, at full size
   CaseKind kind;
   void (*run)(benchmark::State&, CandleStore&);
   benchmark::TimeUnit unit;
-  double maxToRaw;      // target: the engine's time at most this many times raw I/O's; 0: none
+  double maxToRaw;  // target: the engine's time at most this many times raw I/O's; 0: none
 };
 
 std::vector<CaseInfo> const& AllCases();

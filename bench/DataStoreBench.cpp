@@ -33,13 +33,15 @@ namespace fs = std::filesystem;
 using Micros = std::chrono::duration<double, std::micro>;
 
 constexpr char kFolderTemplate[] = "datastore_bench.XXXXXX";
-constexpr int kNewestCount = 100;          // candles of a get of the newest
-constexpr int kRangeCount = 1'000;         // candles of a time-range get
-constexpr int kReadPositions = 4'096;      // random range starts, used in turn
-constexpr int kWarmUpGets = 20;            // untimed gets of each kind first (the first range indexes the file)
-constexpr int kTimedGets = 2'000;          // timed gets of each kind
-constexpr int kTimedPosts = 1'000;         // timed idle posts of each kind
-constexpr auto kIdlePause = std::chrono::microseconds(200);  // before each timed idle post: the worker sleeps
+constexpr int kNewestCount = 100;      // candles of a get of the newest
+constexpr int kRangeCount = 1'000;     // candles of a time-range get
+constexpr int kReadPositions = 4'096;  // random range starts, used in turn
+constexpr int kWarmUpGets =
+    20;  // untimed gets of each kind first (the first range indexes the file)
+constexpr int kTimedGets = 2'000;   // timed gets of each kind
+constexpr int kTimedPosts = 1'000;  // timed idle posts of each kind
+constexpr auto kIdlePause =
+    std::chrono::microseconds(200);        // before each timed idle post: the worker sleeps
 constexpr int kBusyPosts = 200;            // posts of each kind while the long insert runs
 constexpr double kMaxGetMicros = 50.0;     // target: median post to completion of an idle get
 constexpr double kMaxBusyPostShare = 0.1;  // target: slowest busy post, as a share of the insert
@@ -48,31 +50,35 @@ constexpr int kTitleWidth = 58;
 constexpr int kColumnWidth = 11;
 constexpr std::size_t kTextCapacity = 64;  // of one formatted number
 
-
 struct Stats {
-  double median = 0;   // microseconds
-  double upper = 0;    // the kPercentile percentile
+  double median = 0;  // microseconds
+  double upper = 0;   // the kPercentile percentile
   double slowest = 0;
 };
 
 Stats StatsOf(std::vector<Clock::duration> times) {
   std::sort(times.begin(), times.end());
-  auto at = [&](double share) { return Micros(times[std::size_t(share * double(times.size() - 1))]).count(); };
+  auto at = [&](double share) {
+    return Micros(times[std::size_t(share * double(times.size() - 1))]).count();
+  };
   return {at(0.5), at(kPercentile), at(1.0)};
 }
 
 std::string Micro(double micros) {
   char text[kTextCapacity];
-  std::snprintf(text, sizeof(text), micros < 1000 ? "%.3g us" : "%.4g ms", micros < 1000 ? micros : micros / 1000);
+  std::snprintf(text, sizeof(text), micros < 1000 ? "%.3g us" : "%.4g ms",
+                micros < 1000 ? micros : micros / 1000);
   return text;
 }
 
 std::string Cell(std::string const& text, int width) {
-  return text.size() >= std::size_t(width) ? " " + text : std::string(width - text.size(), ' ') + text;
+  return text.size() >= std::size_t(width) ? " " + text
+                                           : std::string(width - text.size(), ' ') + text;
 }
 
 std::string Left(std::string const& text, int width) {
-  return text.size() >= std::size_t(width) ? text + " " : text + std::string(width - text.size(), ' ');
+  return text.size() >= std::size_t(width) ? text + " "
+                                           : text + std::string(width - text.size(), ' ');
 }
 
 // Candles with the values of the base candles and times kTimeStep apart from `first`.
@@ -101,14 +107,14 @@ GET_SYMBOL_DATA_REQUEST Range(HostWord handle, int first) {
 }
 
 struct Results {
-  Stats newestGet, rangeGet;        // post to completion, idle
+  Stats newestGet, rangeGet;  // post to completion, idle
   Stats idleGetPost, idleInsertPost;
   Stats busyGetPost, busyInsertPost;
-  double fill = 0;                  // the first insert of kBaseCount, post to completion
-  double longInsert = 0;            // the insert the busy posts ran against, post to completion
-  double longInsertPost = 0;        // how long posting it took (the module copies the candles)
-  int busyPosts = 0;                // posts made while it ran
-  int postsBeforeItsEnd = 0;        // of them, those that returned before its completion call
+  double fill = 0;            // the first insert of kBaseCount, post to completion
+  double longInsert = 0;      // the insert the busy posts ran against, post to completion
+  double longInsertPost = 0;  // how long posting it took (the module copies the candles)
+  int busyPosts = 0;          // posts made while it ran
+  int postsBeforeItsEnd = 0;  // of them, those that returned before its completion call
 };
 
 class Run {
@@ -132,12 +138,14 @@ class Run {
 
  private:
   // Post to completion of one get, checked against the records it must deliver.
-  Clock::duration GetAndWait(GET_SYMBOL_DATA_REQUEST const& request, int count, std::int32_t firstTime) {
+  Clock::duration GetAndWait(GET_SYMBOL_DATA_REQUEST const& request, int count,
+                             std::int32_t firstTime) {
     std::this_thread::sleep_for(kIdlePause);
     const Clock::time_point start = Clock::now();
     session_.PostGet(request, buffer_.data(), count);
     const ModuleSession::Completion done = Next();
-    if (done.code != ModuleSession::kGetDone || done.count != count || done.firstTime != firstTime) {
+    if (done.code != ModuleSession::kGetDone || done.count != count ||
+        done.firstTime != firstTime) {
       throw std::runtime_error("a posted get delivered other records");
     }
     return done.at - start;
@@ -147,7 +155,8 @@ class Run {
     const Clock::time_point start = Clock::now();
     session_.PostInsert(handle_, candles, count);
     const ModuleSession::Completion done = Next();
-    if (done.code != ModuleSession::kInsertDone || done.count != count) throw std::runtime_error("an insert went wrong");
+    if (done.code != ModuleSession::kInsertDone || done.count != count)
+      throw std::runtime_error("an insert went wrong");
     return Micros(done.at - start).count();
   }
 
@@ -227,51 +236,63 @@ class Run {
     results.longInsertPost = Micros(posted - posting).count();
     results.busyPosts = static_cast<int>(returned.size());
     results.postsBeforeItsEnd =
-        static_cast<int>(std::count_if(returned.begin(), returned.end(), [&](Clock::time_point at) { return at < longInsert.at; }));
+        static_cast<int>(std::count_if(returned.begin(), returned.end(),
+                                       [&](Clock::time_point at) { return at < longInsert.at; }));
   }
 
   ModuleSession session_;
   HostWord handle_;
-  std::vector<Candle> buffer_ = std::vector<Candle>(kRangeCount);  // where gets are asked to deliver
-  std::size_t completions_ = 0;     // completion calls awaited so far
-  std::int32_t next_ = 0;           // time of the next candle appended
+  std::vector<Candle> buffer_ =
+      std::vector<Candle>(kRangeCount);  // where gets are asked to deliver
+  std::size_t completions_ = 0;          // completion calls awaited so far
+  std::int32_t next_ = 0;                // time of the next candle appended
 };
 
 void PrintRow(std::string const& title, Stats const& stats, std::ostream& out) {
-  out << Left(title, kTitleWidth) << Cell(Micro(stats.median), kColumnWidth) << Cell(Micro(stats.upper), kColumnWidth)
-      << Cell(Micro(stats.slowest), kColumnWidth) << "\n";
+  out << Left(title, kTitleWidth) << Cell(Micro(stats.median), kColumnWidth)
+      << Cell(Micro(stats.upper), kColumnWidth) << Cell(Micro(stats.slowest), kColumnWidth) << "\n";
 }
 
-void PrintTarget(std::string const& what, std::string const& measured, bool met, std::ostream& out) {
-  out << Left(what, kTitleWidth + kColumnWidth) << Cell(measured, kColumnWidth) << "  " << (met ? "met" : "MISSED")
-      << "\n";
+void PrintTarget(std::string const& what, std::string const& measured, bool met,
+                 std::ostream& out) {
+  out << Left(what, kTitleWidth + kColumnWidth) << Cell(measured, kColumnWidth) << "  "
+      << (met ? "met" : "MISSED") << "\n";
 }
 
 void PrintResults(Results const& r, std::ostream& out) {
   const std::string stored = " of " + Thousands(kBaseCount);
-  out << "\nSummary: one request's real time; idle = each post waits for the completion of the one before and"
-      << " then " << std::chrono::microseconds(kIdlePause).count() << " us, so the worker sleeps when it is made\n\n"
+  out << "\nSummary: one request's real time; idle = each post waits for the completion of the one "
+         "before and"
+      << " then " << std::chrono::microseconds(kIdlePause).count()
+      << " us, so the worker sleeps when it is made\n\n"
       << Left("case", kTitleWidth) << Cell("median", kColumnWidth) << Cell("p90", kColumnWidth)
       << Cell("slowest", kColumnWidth) << "\n";
-  PrintRow("get newest " + std::to_string(kNewestCount) + stored + ": post to completion", r.newestGet, out);
-  PrintRow("get range " + Thousands(kRangeCount) + stored + ": post to completion", r.rangeGet, out);
+  PrintRow("get newest " + std::to_string(kNewestCount) + stored + ": post to completion",
+           r.newestGet, out);
+  PrintRow("get range " + Thousands(kRangeCount) + stored + ": post to completion", r.rangeGet,
+           out);
   const std::string newest = "(get newest " + std::to_string(kNewestCount) + ")";
   PrintRow("post 6006 " + newest + ", idle: until it returns", r.idleGetPost, out);
   PrintRow("post 6004 (insert 1 candle), idle: until it returns", r.idleInsertPost, out);
   PrintRow("post 6006 " + newest + ", during the long insert", r.busyGetPost, out);
   PrintRow("post 6004 (insert 1 candle), during the long insert", r.busyInsertPost, out);
-  out << "\nfirst fill: insert " << Thousands(kBaseCount) << " (6004), post to completion: " << Micro(r.fill) << "\n"
-      << "long insert: " << Thousands(kBaseCount) << " between the stored ones (6004, a merge that rewrites the file),"
+  out << "\nfirst fill: insert " << Thousands(kBaseCount)
+      << " (6004), post to completion: " << Micro(r.fill) << "\n"
+      << "long insert: " << Thousands(kBaseCount)
+      << " between the stored ones (6004, a merge that rewrites the file),"
       << " post to completion: " << Micro(r.longInsert)
       << "; posting it (the module copies the candles): " << Micro(r.longInsertPost) << "\n"
-      << "posts made during the long insert that returned before its completion call: " << r.postsBeforeItsEnd
-      << " of " << r.busyPosts << "\n\nTargets\n\n";
-  PrintTarget("get newest " + std::to_string(kNewestCount) + ": median post to completion <= " + Micro(kMaxGetMicros),
+      << "posts made during the long insert that returned before its completion call: "
+      << r.postsBeforeItsEnd << " of " << r.busyPosts << "\n\nTargets\n\n";
+  PrintTarget("get newest " + std::to_string(kNewestCount) +
+                  ": median post to completion <= " + Micro(kMaxGetMicros),
               Micro(r.newestGet.median), r.newestGet.median <= kMaxGetMicros, out);
-  PrintTarget("get range " + Thousands(kRangeCount) + ": median post to completion <= " + Micro(kMaxGetMicros),
+  PrintTarget("get range " + Thousands(kRangeCount) +
+                  ": median post to completion <= " + Micro(kMaxGetMicros),
               Micro(r.rangeGet.median), r.rangeGet.median <= kMaxGetMicros, out);
   const double slowest = std::max(r.busyGetPost.slowest, r.busyInsertPost.slowest);
-  const bool neverWaits = r.postsBeforeItsEnd == r.busyPosts && slowest < kMaxBusyPostShare * r.longInsert;
+  const bool neverWaits =
+      r.postsBeforeItsEnd == r.busyPosts && slowest < kMaxBusyPostShare * r.longInsert;
   PrintTarget("posts never wait for the data mutex: all return before the insert ends, slowest < " +
                   std::to_string(int(kMaxBusyPostShare * 100)) + "% of it",
               Micro(slowest), neverWaits, out);

@@ -13,8 +13,9 @@ constexpr char16_t kProvider[] = u"Bench";
 constexpr char kCode[] = "CANDLES";
 constexpr SYMBOL_PERIOD kOneMinute{'I', 1, 0};
 
-
-const unsigned short* Utf16(const char16_t* text) { return reinterpret_cast<const unsigned short*>(text); }
+const unsigned short* Utf16(const char16_t* text) {
+  return reinterpret_cast<const unsigned short*>(text);
+}
 
 }  // namespace
 
@@ -28,7 +29,8 @@ EngineStore::~EngineStore() { Close(); }
 void EngineStore::Open() {
   char code[sizeof(kCode)];
   std::copy(std::begin(kCode), std::end(kCode), code);
-  symbol_ = std::make_unique<CSymbol>(&owner_, Utf16(kName), kOneMinute, Utf16(kName), code, Utf16(kProvider));
+  symbol_ = std::make_unique<CSymbol>(&owner_, Utf16(kName), kOneMinute, Utf16(kName), code,
+                                      Utf16(kProvider));
   for (const char* view : period::kCandleViews) {
     std::string name = view;
     symbol_->InsertDataPointView(DATA_POINT_FLOAT, name.data());

@@ -35,7 +35,7 @@ class EngineStore : public CandleStore {
   int Get(GET_SYMBOL_DATA_REQUEST& request, Candle* out);
 
   WritingOwner owner_;
-  std::unique_ptr<CSymbol> symbol_;   // null while closed
+  std::unique_ptr<CSymbol> symbol_;  // null while closed
 };
 
 #endif  // DATASTORE_BENCH_ENGINESTORE_H_

@@ -54,14 +54,14 @@ using Seconds = std::chrono::duration<double>;
 constexpr char kFolderTemplate[] = "import_bench.XXXXXX";
 constexpr int kInstruments = 255;
 constexpr int kRecords = 5'000;
-constexpr int kRounds = 5;                         // alternating module and plain rounds
-constexpr double kMaxRatio = 2.0;                  // target: module / plain, medians
+constexpr int kRounds = 5;         // alternating module and plain rounds
+constexpr double kMaxRatio = 2.0;  // target: module / plain, medians
 
-constexpr char kHostProvider[] = "Bench";          // data source the host reports (3012)
+constexpr char kHostProvider[] = "Bench";  // data source the host reports (3012)
 constexpr char kLanguage[] = "English";
-constexpr char kOkKey[] = "C0049Ok";               // translation key of the dialog's OK
-constexpr unsigned int kInsertDone = 7004;         // completion code of the closing insert
-constexpr std::chrono::minutes kInsertWait{10};    // longest wait for it
+constexpr char kOkKey[] = "C0049Ok";             // translation key of the dialog's OK
+constexpr unsigned int kInsertDone = 7004;       // completion code of the closing insert
+constexpr std::chrono::minutes kInsertWait{10};  // longest wait for it
 constexpr char kOffscreenPlatform[] = "offscreen";
 
 constexpr int kTitleWidth = 44;
@@ -69,9 +69,10 @@ constexpr int kColumnWidth = 12;
 constexpr std::size_t kTextCapacity = 64;
 
 void GenerateExport(fs::path const& folder) {
-  const QStringList arguments = {QStringLiteral("--out"), QString::fromStdString(folder.string()),
-                                 QStringLiteral("--instruments"), QString::number(kInstruments),
-                                 QStringLiteral("--records"), QString::number(kRecords)};
+  const QStringList arguments = {
+      QStringLiteral("--out"),         QString::fromStdString(folder.string()),
+      QStringLiteral("--instruments"), QString::number(kInstruments),
+      QStringLiteral("--records"),     QString::number(kRecords)};
   if (QProcess::execute(QStringLiteral(EXPORT_GENERATOR_PATH), arguments) != 0) {
     throw std::runtime_error("export_generator failed");
   }
@@ -97,16 +98,16 @@ class InsertDone {
   }
 
  private:
-  std::mutex mu_;                            // guards at_
-  std::condition_variable arrived_;          // signalled when at_ is set
-  std::optional<Clock::time_point> at_;      // when the call arrived
+  std::mutex mu_;                        // guards at_
+  std::condition_variable arrived_;      // signalled when at_ is set
+  std::optional<Clock::time_point> at_;  // when the call arrived
 };
 
 struct ModuleTimes {
-  Seconds fill{};    // menu entry chosen to dialog filled
-  Seconds click{};   // OK clicked until the click returns
-  Seconds total{};   // OK clicked until the worker has written every insert
-  int rows = 0;      // rows imported
+  Seconds fill{};   // menu entry chosen to dialog filled
+  Seconds click{};  // OK clicked until the click returns
+  Seconds total{};  // OK clicked until the worker has written every insert
+  int rows = 0;     // rows imported
 };
 
 // The symbol the importer stores a row under, as 6001 asks for it.
@@ -116,7 +117,8 @@ SYMBOL_NAME_PERIOD ImportedSymbol(ImportRow const& row) {
   std::string error;
   const std::u16string name = row.symbol.section(QLatin1Char(' '), 0, 0).toStdU16String();
   if (!ParsePeriod(QString(row.period).remove(QLatin1Char(' ')).toStdString(), &period, &error) ||
-      !MakeSymbolRequest(kImportProvider, name, row.priceType.toStdString(), period, &request, &error)) {
+      !MakeSymbolRequest(kImportProvider, name, row.priceType.toStdString(), period, &request,
+                         &error)) {
     throw std::runtime_error("cannot name an imported row: " + error);
   }
   return request;
@@ -126,11 +128,14 @@ SYMBOL_NAME_PERIOD ImportedSymbol(ImportRow const& row) {
 // entry added; the destructor closes the dialog, stops and unloads it.
 class ModuleRound {
  public:
-  ModuleRound(fs::path const& exportFolder, fs::path const& folder) : library_(folder / "libdatastore.so") {
+  ModuleRound(fs::path const& exportFolder, fs::path const& folder)
+      : library_(folder / "libdatastore.so") {
     fs::create_directories(folder / "config");
     fs::copy_file(DATASTORE_MODULE_PATH, library_);
-    host_.setHandler([this](unsigned int message, HostArg, HostArg) { return done_.OnMessage(message); });
-    if (!host_.load(library_.string())) throw std::runtime_error("cannot load the module: " + host_.error());
+    host_.setHandler(
+        [this](unsigned int message, HostArg, HostArg) { return done_.OnMessage(message); });
+    if (!host_.load(library_.string()))
+      throw std::runtime_error("cannot load the module: " + host_.error());
     host_.setFolder(VD_FOLDER_CONFIG, (folder / "config").u16string());
     host_.setFolder(VD_FOLDER_DATA, (folder / "data").u16string());
     host_.setFolder(VD_FOLDER_IMPORT, exportFolder.u16string());
@@ -143,7 +148,8 @@ class ModuleRound {
     translator_.learn(host_);
     QCoreApplication::installTranslator(&translator_);
     host_.send(HostMessage::CreateMenu);
-    if (host_.menuItems().empty()) throw std::runtime_error("the module added no menu entry (3066)");
+    if (host_.menuItems().empty())
+      throw std::runtime_error("the module added no menu entry (3066)");
   }
 
   ~ModuleRound() {
@@ -166,7 +172,8 @@ class ModuleRound {
     if (dialog_.isNull()) throw std::runtime_error("the module opened no dialog (5511)");
     QPushButton* ok = FindButton(dialog_, translator_.text(kOkKey));
     const std::vector<ImportRow> rows = CheckedRows(dialog_);
-    if (ok == nullptr || !ok->isEnabled() || rows.empty()) throw std::runtime_error("the dialog offers no import");
+    if (ok == nullptr || !ok->isEnabled() || rows.empty())
+      throw std::runtime_error("the dialog offers no import");
     times.rows = static_cast<int>(rows.size());
 
     const Clock::time_point clicked = Clock::now();
@@ -179,7 +186,8 @@ class ModuleRound {
 
  private:
   void Send(unsigned int message, const char* what) {
-    if (host_.send(message) != 0) throw std::runtime_error(std::string("the module refused to ") + what);
+    if (host_.send(message) != 0)
+      throw std::runtime_error(std::string("the module refused to ") + what);
   }
 
   // The worker serves posted inserts in order, so the completion of an
@@ -187,18 +195,19 @@ class ModuleRound {
   void AwaitInserts(ImportRow const& row) {
     SYMBOL_NAME_PERIOD request = ImportedSymbol(row);
     HostWord handle = 0;
-    host_.send(HostMessage::OpenSymbol, reinterpret_cast<HostArg>(&request), reinterpret_cast<HostArg>(&handle));
+    host_.send(HostMessage::OpenSymbol, reinterpret_cast<HostArg>(&request),
+               reinterpret_cast<HostArg>(&handle));
     if (handle == 0) throw std::runtime_error("cannot open an imported symbol (6001)");
     if (host_.postInsert(handle, 0, nullptr, kInsertDone) != 0) {
       throw std::runtime_error("the closing insert was refused");
     }
   }
 
-  const fs::path library_;       // this round's copy of the library
-  InsertDone done_;              // outlives host_, whose worker calls it
-  HostTranslator translator_;    // the module's default texts
+  const fs::path library_;     // this round's copy of the library
+  InsertDone done_;            // outlives host_, whose worker calls it
+  HostTranslator translator_;  // the module's default texts
   ModuleHost host_;
-  QPointer<QDialog> dialog_;     // the module's dialog; it may delete itself
+  QPointer<QDialog> dialog_;  // the module's dialog; it may delete itself
 };
 
 struct Results {
@@ -234,7 +243,7 @@ Results Measure(fs::path const& root) {
 }
 
 struct Stats {
-  double median = 0;   // seconds
+  double median = 0;  // seconds
   double fastest = 0;
 };
 
@@ -256,17 +265,21 @@ std::string Format(const char* format, double value) {
 }
 
 std::string Cell(std::string const& text, int width) {
-  return text.size() >= std::size_t(width) ? " " + text : std::string(width - text.size(), ' ') + text;
+  return text.size() >= std::size_t(width) ? " " + text
+                                           : std::string(width - text.size(), ' ') + text;
 }
 
 std::string Left(std::string const& text, int width) {
-  return text.size() >= std::size_t(width) ? text + " " : text + std::string(width - text.size(), ' ');
+  return text.size() >= std::size_t(width) ? text + " "
+                                           : text + std::string(width - text.size(), ' ');
 }
 
-void PrintRow(std::string const& title, Stats const& stats, std::int64_t records, std::ostream& out) {
+void PrintRow(std::string const& title, Stats const& stats, std::int64_t records,
+              std::ostream& out) {
   out << Left(title, kTitleWidth) << Cell(Format("%.3f s", stats.median), kColumnWidth)
       << Cell(Format("%.3f s", stats.fastest), kColumnWidth)
-      << Cell(records > 0 ? Format("%.3g", double(records) / stats.median) : "", kColumnWidth) << "\n";
+      << Cell(records > 0 ? Format("%.3g", double(records) / stats.median) : "", kColumnWidth)
+      << "\n";
 }
 
 void PrintResults(Results const& r, std::ostream& out) {
@@ -274,19 +287,22 @@ void PrintResults(Results const& r, std::ostream& out) {
   const Stats plain = StatsOf(r.plain);
   const std::int64_t records = r.counts.records;
   out << "\nSummary: import of " << kInstruments << " instruments x up to " << Thousands(kRecords)
-      << " records: " << r.counts.instruments << " data files, " << Thousands(static_cast<int>(records))
+      << " records: " << r.counts.instruments << " data files, "
+      << Thousands(static_cast<int>(records))
       << " records; module rows imported: " << r.module.front().rows << "; " << kRounds
       << " alternating rounds\n\n"
       << Left("case", kTitleWidth) << Cell("median", kColumnWidth) << Cell("fastest", kColumnWidth)
       << Cell("records/s", kColumnWidth) << "\n";
   PrintRow("module: OK clicked to last insert written", total, records, out);
-  PrintRow("  of which the click (conversion, posts)", StatsOf(r.module, &ModuleTimes::click), 0, out);
+  PrintRow("  of which the click (conversion, posts)", StatsOf(r.module, &ModuleTimes::click), 0,
+           out);
   PrintRow("module: dialog opened to filled", StatsOf(r.module, &ModuleTimes::fill), 0, out);
   PrintRow("plain reader: read, convert, one write each", plain, records, out);
   const double ratio = total.median / plain.median;
   out << "\nTargets\n\n"
       << Left("module / plain reader <= " + Format("%.0fx", kMaxRatio) + " (medians)", kTitleWidth)
-      << Cell(Format("%.2fx", ratio), kColumnWidth) << "  " << (ratio <= kMaxRatio ? "met" : "MISSED")
+      << Cell(Format("%.2fx", ratio), kColumnWidth) << "  "
+      << (ratio <= kMaxRatio ? "met" : "MISSED")
       << "   (fastest: " << Format("%.2fx", total.fastest / plain.fastest) << ")\n";
 }
 
@@ -297,7 +313,8 @@ int main(int argc, char** argv) {
     std::cerr << "usage: " << argv[0] << "\n";
     return EXIT_FAILURE;
   }
-  if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")) qputenv("QT_QPA_PLATFORM", kOffscreenPlatform);
+  if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
+    qputenv("QT_QPA_PLATFORM", kOffscreenPlatform);
   QApplication application(argc, argv);
   try {
     TemporaryFolder folder(kFolderTemplate);

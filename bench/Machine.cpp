@@ -43,8 +43,9 @@ std::string FileSystemOf(std::filesystem::path const& folder) {
     std::istringstream fields(line);
     std::string device, mountPoint, type;
     fields >> device >> mountPoint >> type;
-    bool contains = path.rfind(mountPoint, 0) == 0 &&
-                    (path.size() == mountPoint.size() || mountPoint == "/" || path[mountPoint.size()] == '/');
+    bool contains =
+        path.rfind(mountPoint, 0) == 0 &&
+        (path.size() == mountPoint.size() || mountPoint == "/" || path[mountPoint.size()] == '/');
     if (contains && mountPoint.size() >= bestLength) {
       best = type + " (" + device + " on " + mountPoint + ")";
       bestLength = mountPoint.size();
@@ -57,7 +58,8 @@ std::string FileSystemOf(std::filesystem::path const& folder) {
 
 std::string LoadAverage() { return FirstLine("/proc/loadavg"); }
 
-void PrintMachine(std::filesystem::path const& folder, std::string const& loadAtStart, std::ostream& out) {
+void PrintMachine(std::filesystem::path const& folder, std::string const& loadAtStart,
+                  std::ostream& out) {
   out << "\nMachine\n"
       << "  CPU:          " << CpuModel() << "\n"
       << "  cores:        " << sysconf(_SC_NPROCESSORS_ONLN) << " online\n"

@@ -13,6 +13,7 @@ std::string LoadAverage();
 
 // CPU model, cores, kernel, the file system holding `folder`, the load
 // average at the start and now, and whether this program was built optimised.
-void PrintMachine(std::filesystem::path const& folder, std::string const& loadAtStart, std::ostream& out);
+void PrintMachine(std::filesystem::path const& folder, std::string const& loadAtStart,
+                  std::ostream& out);
 
 #endif  // DATASTORE_BENCH_MACHINE_H_

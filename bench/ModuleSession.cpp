@@ -13,11 +13,11 @@ namespace M = HostMessage;
 namespace fs = std::filesystem;
 
 constexpr char kProvider[] = "Bench";
-constexpr char kCandles[] = "CANDLES";                   // name and code of the fixed symbol
+constexpr char kCandles[] = "CANDLES";  // name and code of the fixed symbol
 constexpr SYMBOL_PERIOD kOneMinute{'I', 1, 0};
-constexpr HostWord kModuleHandle = 0xB0;                 // what the host assigns at registration
-constexpr std::chrono::seconds kCompletionWait{120};     // longest wait for posted requests
-constexpr std::size_t kExpectedCompletions = 1 << 16;    // room reserved for completion records
+constexpr HostWord kModuleHandle = 0xB0;               // what the host assigns at registration
+constexpr std::chrono::seconds kCompletionWait{120};   // longest wait for posted requests
+constexpr std::size_t kExpectedCompletions = 1 << 16;  // room reserved for completion records
 
 HostArg Arg(const void* record) { return reinterpret_cast<HostArg>(record); }
 
@@ -34,8 +34,8 @@ fs::path CopyLibrary(fs::path const& folder) {
 void WriteConfiguration(fs::path const& folder, Durability durability) {
   fs::create_directories(folder);
   std::ofstream out(folder / "pelto.cfg", std::ios::binary | std::ios::trunc);
-  out << "[DATASTORE]\r\nDurability=" << durability.level << "\r\nSyncInterval=" << durability.syncIntervalMs
-      << "\r\n";
+  out << "[DATASTORE]\r\nDurability=" << durability.level
+      << "\r\nSyncInterval=" << durability.syncIntervalMs << "\r\n";
   if (!out) throw std::runtime_error("cannot write the configuration in " + folder.string());
 }
 
@@ -55,13 +55,15 @@ SYMBOL_NAME_PERIOD CandleSymbol(std::string const& name) {
 ModuleSession::ModuleSession(fs::path const& folder, Durability durability, StartHooks hooks)
     : library_(CopyLibrary(folder)) {
   completions_.reserve(kExpectedCompletions);
-  if (!host_.load(library_.string())) throw std::runtime_error("cannot load the module: " + host_.error());
+  if (!host_.load(library_.string()))
+    throw std::runtime_error("cannot load the module: " + host_.error());
   WriteConfiguration(folder / "config", durability);
   host_.setFolder(VD_FOLDER_CONFIG, (folder / "config").u16string());
   host_.setFolder(VD_FOLDER_DATA, (folder / "data").u16string());
   host_.setDataSource(kProvider);
   host_.setModuleHandle(kModuleHandle);
-  host_.setHandler([this](unsigned int message, HostArg a, HostArg) { return Receive(message, a); });
+  host_.setHandler(
+      [this](unsigned int message, HostArg a, HostArg) { return Receive(message, a); });
   host_.initialize();
   if (hooks.before) hooks.before();
   Send(M::InitModule, 0, 0, "initialise (3007)");
@@ -77,7 +79,8 @@ ModuleSession::~ModuleSession() {
 }
 
 void ModuleSession::Send(unsigned int message, HostArg a, HostArg b, const char* what) {
-  if (host_.send(message, a, b) != 0) throw std::runtime_error(std::string("the module refused to ") + what);
+  if (host_.send(message, a, b) != 0)
+    throw std::runtime_error(std::string("the module refused to ") + what);
 }
 
 HostWord ModuleSession::OpenCandles() { return OpenCandles(kCandles); }
@@ -136,7 +139,9 @@ int ModuleSession::Receive(unsigned int message, HostArg a) {
     GET_SYMBOL_DATA_REQUEST copy;
     std::memcpy(&copy, reinterpret_cast<const void*>(a), sizeof(copy));
     completion.count = copy.count;
-    if (copy.count > 0) std::memcpy(&completion.firstTime, reinterpret_cast<const void*>(copy.buffer), sizeof(std::int32_t));
+    if (copy.count > 0)
+      std::memcpy(&completion.firstTime, reinterpret_cast<const void*>(copy.buffer),
+                  sizeof(std::int32_t));
   } else if (message == kInsertDone && a != 0) {
     INSERT_SYMBOL_DATA_REQUEST copy;
     std::memcpy(&copy, reinterpret_cast<const void*>(a), sizeof(copy));

@@ -39,8 +39,8 @@ using Clock = std::chrono::steady_clock;
 
 // Keys "Durability" and "SyncInterval" of the configuration's DATASTORE section.
 struct Durability {
-  int level = 1;                // 0 no sync, 1 syncs at checkpoints, 2 every insert durable
-  int syncIntervalMs = 1000;    // longest wait of a change for its checkpoint
+  int level = 1;              // 0 no sync, 1 syncs at checkpoints, 2 every insert durable
+  int syncIntervalMs = 1000;  // longest wait of a change for its checkpoint
 };
 
 class ModuleSession {
@@ -64,7 +64,8 @@ class ModuleSession {
   };
 
   // Loads the library and starts it; throws std::runtime_error on failure.
-  explicit ModuleSession(std::filesystem::path const& folder, Durability durability = {}, StartHooks hooks = {});
+  explicit ModuleSession(std::filesystem::path const& folder, Durability durability = {},
+                         StartHooks hooks = {});
   ~ModuleSession();  // 3005, then unloads
   ModuleSession(const ModuleSession&) = delete;
   ModuleSession& operator=(const ModuleSession&) = delete;
@@ -95,11 +96,11 @@ class ModuleSession {
   int Receive(unsigned int message, HostArg a);
   void Send(unsigned int message, HostArg a, HostArg b, const char* what);
 
-  std::filesystem::path library_;         // this session's copy of the library
-  ModuleHost host_;                       // loads the library, answers it, receives completions
-  mutable std::mutex mu_;                 // guards completions_
-  std::condition_variable arrived_;       // signalled on every completion
-  std::vector<Completion> completions_;   // in arrival order
+  std::filesystem::path library_;        // this session's copy of the library
+  ModuleHost host_;                      // loads the library, answers it, receives completions
+  mutable std::mutex mu_;                // guards completions_
+  std::condition_variable arrived_;      // signalled on every completion
+  std::vector<Completion> completions_;  // in arrival order
 };
 
 #endif  // DATASTORE_BENCH_MODULESESSION_H_

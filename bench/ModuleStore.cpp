@@ -2,10 +2,7 @@
 
 #include <limits>
 
-namespace {
-
-
-}  // namespace
+namespace {}  // namespace
 
 ModuleStore::ModuleStore(std::filesystem::path const& folder, Durability durability)
     : CandleStore("engine", folder, 1), durability_(durability) {
@@ -21,7 +18,9 @@ void ModuleStore::Open() {
 
 void ModuleStore::Close() { session_.reset(); }
 
-void ModuleStore::InsertRecords(const Candle* candles, int count) { session_->Insert(handle_, candles, count); }
+void ModuleStore::InsertRecords(const Candle* candles, int count) {
+  session_->Insert(handle_, candles, count);
+}
 
 int ModuleStore::ReadRange(int first, int count, Candle* out) {
   // A time range also delivers the last record before its first time, so

@@ -28,9 +28,9 @@ class ModuleStore : public CandleStore {
   void InsertRecords(const Candle* candles, int count) override;
 
  private:
-  Durability durability_;                    // written to the session's configuration
-  std::unique_ptr<ModuleSession> session_;   // null while closed
-  HostWord handle_ = 0;                      // the candle symbol
+  Durability durability_;                   // written to the session's configuration
+  std::unique_ptr<ModuleSession> session_;  // null while closed
+  HostWord handle_ = 0;                     // the candle symbol
 };
 
 #endif  // DATASTORE_BENCH_MODULESTORE_H_

@@ -3,7 +3,9 @@
 PerRecordStore::PerRecordStore(std::filesystem::path const& folder)
     : EngineStore("per_record", folder, kScale) {}
 
-void PerRecordStore::LoadBase(const Candle* candles, int count) { EngineStore::InsertRecords(candles, count); }
+void PerRecordStore::LoadBase(const Candle* candles, int count) {
+  EngineStore::InsertRecords(candles, count);
+}
 
 void PerRecordStore::InsertRecords(const Candle* candles, int count) {
   for (int i = 0; i < count; ++i) InsertOne(candles[i]);

@@ -13,7 +13,7 @@
 
 class PerRecordStore : public EngineStore {
  public:
-  static constexpr int kScale = 10;   // sizes are a tenth of the other stores'
+  static constexpr int kScale = 10;  // sizes are a tenth of the other stores'
 
   explicit PerRecordStore(std::filesystem::path const& folder);
   bool insertsOnly() const override { return true; }
@@ -27,7 +27,7 @@ class PerRecordStore : public EngineStore {
   void InsertBefore(int index, Candle const& candle, int total);
   void AppendOrReplaceLast(Candle const& candle, int total);
 
-  std::vector<Candle> tail_;   // records moved up by an insert
+  std::vector<Candle> tail_;  // records moved up by an insert
 };
 
 #endif  // DATASTORE_BENCH_PERRECORDSTORE_H_

@@ -27,14 +27,14 @@ constexpr std::size_t kRecordLengthAt = 3;
 constexpr std::size_t kFieldCountAt = 4;
 constexpr std::size_t kPeriodAt = 33;
 constexpr std::size_t kIntradaySizeAt = 34;
-constexpr char kMasterName[] = "master";          // names are matched in lower case
+constexpr char kMasterName[] = "master";  // names are matched in lower case
 constexpr char kDataPrefix[] = "f";
 constexpr char kDataSuffix[] = ".dat";
 constexpr char kIntraday = 'I';
 
 // Data records: four-byte MBF fields, date first, then the time for intraday.
 constexpr int kFieldSize = 4;
-constexpr int kMappedFields = 8;      // no field map reads beyond field 7
+constexpr int kMappedFields = 8;  // no field map reads beyond field 7
 constexpr int kNoField = -1;
 constexpr int kDateField = 0;
 constexpr int kTimeField = 1;
@@ -90,7 +90,8 @@ float MbfToIeee(std::uint32_t word) {
   const std::uint32_t exponent = word >> kMbfExponentShift;
   if (exponent <= kBiasDifference) return 0;
   const std::uint32_t bits = (word & kMbfSignBit) << kSignMove |
-                             (exponent - kBiasDifference) << kIeeeExponentShift | (word & kMantissaMask);
+                             (exponent - kBiasDifference) << kIeeeExponentShift |
+                             (word & kMantissaMask);
   float value;
   std::memcpy(&value, &bits, sizeof value);
   return value;
@@ -113,9 +114,10 @@ std::int64_t DaysFromCivil(int year, int month, int day) {
 std::int32_t SecondsOf(float date, float time) {
   const int ymd = static_cast<int>(std::lround(date));
   const int hms = static_cast<int>(std::lround(time));
-  const std::int64_t days = DaysFromCivil(ymd / kTenThousand + kYearBase, ymd / kHundred % kHundred, ymd % kHundred);
-  const int clock = hms / kTenThousand * kSecondsPerHour + hms / kHundred % kHundred * kSecondsPerMinute +
-                    hms % kHundred;
+  const std::int64_t days =
+      DaysFromCivil(ymd / kTenThousand + kYearBase, ymd / kHundred % kHundred, ymd % kHundred);
+  const int clock = hms / kTenThousand * kSecondsPerHour +
+                    hms / kHundred % kHundred * kSecondsPerMinute + hms % kHundred;
   return static_cast<std::int32_t>(days * kSecondsPerDay + clock);
 }
 
@@ -155,7 +157,8 @@ void WriteOnce(fs::path const& path, std::vector<unsigned char> const& bytes) {
 }
 
 std::string Lower(std::string text) {
-  std::transform(text.begin(), text.end(), text.begin(), [](unsigned char c) { return std::tolower(c); });
+  std::transform(text.begin(), text.end(), text.begin(),
+                 [](unsigned char c) { return std::tolower(c); });
   return text;
 }
 
@@ -172,8 +175,8 @@ std::vector<Entry> ParseMaster(std::vector<unsigned char> const& master) {
   std::uint16_t count = 0;
   if (master.size() >= sizeof count) std::memcpy(&count, master.data(), sizeof count);
   std::vector<Entry> entries;
-  for (std::size_t at = kMasterRecordSize; entries.size() < count && at + kMasterRecordSize <= master.size();
-       at += kMasterRecordSize) {
+  for (std::size_t at = kMasterRecordSize;
+       entries.size() < count && at + kMasterRecordSize <= master.size(); at += kMasterRecordSize) {
     const unsigned char* record = master.data() + at;
     std::int16_t intradaySize;
     std::memcpy(&intradaySize, record + kIntradaySizeAt, sizeof intradaySize);
@@ -185,7 +188,8 @@ std::vector<Entry> ParseMaster(std::vector<unsigned char> const& master) {
 
 // Converts the records after the header record of `data` into `out`;
 // returns how many there were.
-std::int64_t Convert(Entry const& entry, std::vector<unsigned char> const& data, std::vector<unsigned char>& out) {
+std::int64_t Convert(Entry const& entry, std::vector<unsigned char> const& data,
+                     std::vector<unsigned char>& out) {
   const std::size_t length = static_cast<std::size_t>(entry.recordLength);
   const std::size_t count = data.size() / length - 1;
   const bool intraday = entry.period == kIntraday;

@@ -15,8 +15,8 @@
 #include <filesystem>
 
 struct PlainImportCounts {
-  int instruments = 0;        // data files read and written
-  std::int64_t records = 0;   // records converted
+  int instruments = 0;       // data files read and written
+  std::int64_t records = 0;  // records converted
 };
 
 // Imports the export directory `from` into the existing folder `to`; throws

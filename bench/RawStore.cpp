@@ -16,7 +16,9 @@ constexpr char kFileName[] = "candles.bin";
 constexpr char kNewFileName[] = "candles.bin.new";
 constexpr mode_t kFileMode = 0644;
 
-void Fail(std::string const& what) { throw std::runtime_error("raw: " + what + ": " + std::strerror(errno)); }
+void Fail(std::string const& what) {
+  throw std::runtime_error("raw: " + what + ": " + std::strerror(errno));
+}
 
 void WriteAll(int fd, const void* data, std::size_t size) {
   if (write(fd, data, size) != static_cast<ssize_t>(size)) Fail("write");
@@ -30,7 +32,9 @@ int OpenFile(std::filesystem::path const& path, int flags) {
 
 }  // namespace
 
-RawStore::RawStore(std::filesystem::path const& folder) : CandleStore("raw", folder, 1) { OpenEmpty(); }
+RawStore::RawStore(std::filesystem::path const& folder) : CandleStore("raw", folder, 1) {
+  OpenEmpty();
+}
 
 RawStore::~RawStore() { Close(); }
 

@@ -35,8 +35,8 @@ class RawStore : public CandleStore {
   void Rewrite(int added);
 
   int fd_ = -1;
-  std::int32_t lastTime_ = 0;      // time of the newest record appended
-  std::vector<Candle> buffer_;     // the whole file during a rewrite
+  std::int32_t lastTime_ = 0;   // time of the newest record appended
+  std::vector<Candle> buffer_;  // the whole file during a rewrite
 };
 
 #endif  // DATASTORE_BENCH_RAWSTORE_H_

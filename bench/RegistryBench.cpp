@@ -58,29 +58,30 @@ namespace fs = std::filesystem;
 using Seconds = std::chrono::duration<double>;
 
 constexpr char kFolderTemplate[] = "registry_bench.XXXXXX";
-constexpr char kProviderFolder[] = "Bench";         // ModuleSession's provider
+constexpr char kProviderFolder[] = "Bench";  // ModuleSession's provider
 constexpr char kStoredSuffix[] = ".cjd";
-constexpr char kPeriodPart[] = "_I1_";               // one-minute candles in a file name
-constexpr int kSymbols = 20'000;                     // symbols opened, then stored
-constexpr int kEdgeOpens = 1'000;                    // the first and the last opens compared
-constexpr int kReopenTurns = 2;                      // passes of each, in turn
-constexpr unsigned kOrderSeed = 11;                  // the random order of the second opens
-constexpr int kStartTurns = 3;                       // 3007 and raw listings, in turn
+constexpr char kPeriodPart[] = "_I1_";  // one-minute candles in a file name
+constexpr int kSymbols = 20'000;        // symbols opened, then stored
+constexpr int kEdgeOpens = 1'000;       // the first and the last opens compared
+constexpr int kReopenTurns = 2;         // passes of each, in turn
+constexpr unsigned kOrderSeed = 11;     // the random order of the second opens
+constexpr int kStartTurns = 3;          // 3007 and raw listings, in turn
 constexpr mode_t kFileMode = 0644;
-constexpr int kNameParameter = 1;                    // of the SQLite statements
+constexpr int kNameParameter = 1;  // of the SQLite statements
 constexpr int kHandleParameter = 2;
 constexpr int kHandleColumn = 0;
-constexpr int kReadCandles = 100'000;                // the symbol read in step 4
-constexpr int kNewest = 100;                         // candles of each read
-constexpr int kFeedCandles = 1'000;                  // the symbol whose forming bar is updated
-constexpr int kRounds = 4;                           // idle and busy phases, in turn
-constexpr int kReadsPerPhase = 5'000;                // so 20,000 reads of each kind
+constexpr int kReadCandles = 100'000;  // the symbol read in step 4
+constexpr int kNewest = 100;           // candles of each read
+constexpr int kFeedCandles = 1'000;    // the symbol whose forming bar is updated
+constexpr int kRounds = 4;             // idle and busy phases, in turn
+constexpr int kReadsPerPhase = 5'000;  // so 20,000 reads of each kind
 constexpr auto kReadInterval = std::chrono::microseconds(500);  // a phase lasts 2.5 s
 constexpr auto kFeedInterval = std::chrono::milliseconds(100);  // 10 updates a second
-constexpr auto kSettle = std::chrono::milliseconds(1'500);      // past SyncInterval: the checkpoint is done
-constexpr auto kStall = std::chrono::milliseconds(10);         // an open this slow waited for a checkpoint
-constexpr float kVolumeStep = 1.0f;                  // the forming bar's volume grows by this per update
-constexpr double kMaxLastToFirst = 1.5;              // targets
+constexpr auto kSettle =
+    std::chrono::milliseconds(1'500);                   // past SyncInterval: the checkpoint is done
+constexpr auto kStall = std::chrono::milliseconds(10);  // an open this slow waited for a checkpoint
+constexpr float kVolumeStep = 1.0f;      // the forming bar's volume grows by this per update
+constexpr double kMaxLastToFirst = 1.5;  // targets
 constexpr double kMaxCreateToRaw = 2.0;
 constexpr double kMaxReopenToSqlite = 3.0;
 constexpr double kMaxStartToRaw = 1.5;
@@ -92,7 +93,7 @@ constexpr double kThousand = 1000.0;
 constexpr int kTitleWidth = 66;
 constexpr int kValueWidth = 12;
 constexpr int kBoundWidth = 10;
-constexpr std::size_t kTextCapacity = 64;            // of one formatted number
+constexpr std::size_t kTextCapacity = 64;  // of one formatted number
 
 // ---------------------------------------------------------------- formatting
 
@@ -117,16 +118,19 @@ std::string FormatRatio(double ratio) { return Printf("%.3g%s", ratio, "x"); }
 std::string FormatBytes(double bytes) { return Printf("%.0f %s", bytes, "B"); }
 
 std::string Cell(std::string const& text, int width) {
-  return text.size() >= std::size_t(width) ? " " + text : std::string(width - text.size(), ' ') + text;
+  return text.size() >= std::size_t(width) ? " " + text
+                                           : std::string(width - text.size(), ' ') + text;
 }
 
 std::string Left(std::string const& text, int width) {
-  return text.size() >= std::size_t(width) ? text + " " : text + std::string(width - text.size(), ' ');
+  return text.size() >= std::size_t(width) ? text + " "
+                                           : text + std::string(width - text.size(), ' ');
 }
 
 // --------------------------------------------------------------- statistics
 
-double Mean(std::vector<Clock::duration>::const_iterator first, std::vector<Clock::duration>::const_iterator last) {
+double Mean(std::vector<Clock::duration>::const_iterator first,
+            std::vector<Clock::duration>::const_iterator last) {
   const Clock::duration sum = std::accumulate(first, last, Clock::duration::zero());
   return Seconds(sum).count() / static_cast<double>(last - first);
 }
@@ -157,7 +161,9 @@ std::vector<std::string> SymbolNames() {
 }
 
 // The file the library makes for a symbol whose name and code are `name`.
-std::string StoredFileName(std::string const& name) { return name + kPeriodPart + name + kStoredSuffix; }
+std::string StoredFileName(std::string const& name) {
+  return name + kPeriodPart + name + kStoredSuffix;
+}
 
 std::vector<int> RandomOrder() {
   std::vector<int> order(kSymbols);
@@ -171,18 +177,19 @@ fs::path ProviderFolder(fs::path const& session) { return session / "data" / kPr
 // ------------------------------------------------ step 1: new symbols, raw
 
 struct CreateResults {
-  std::vector<Clock::duration> opens;   // each open, in order
-  Clock::duration whole{};              // all of them
-  Clock::duration lastCheckpoint{};     // what an open kSettle after the last one waited for
-  std::vector<HostWord> handles;        // by symbol index
-  Clock::duration raw{};                // the raw calls making the same files
-  std::size_t headerBytes = 0;          // what each file holds
+  std::vector<Clock::duration> opens;  // each open, in order
+  Clock::duration whole{};             // all of them
+  Clock::duration lastCheckpoint{};    // what an open kSettle after the last one waited for
+  std::vector<HostWord> handles;       // by symbol index
+  Clock::duration raw{};               // the raw calls making the same files
+  std::size_t headerBytes = 0;         // what each file holds
 };
 
 void CreateRawFile(std::string const& path, std::vector<unsigned char> const& header) {
   const int fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, kFileMode);
   if (fd < 0) throw std::runtime_error("cannot create " + path);
-  const bool written = ::write(fd, header.data(), header.size()) == static_cast<ssize_t>(header.size());
+  const bool written =
+      ::write(fd, header.data(), header.size()) == static_cast<ssize_t>(header.size());
   ::close(fd);
   if (!written) throw std::runtime_error("cannot write " + path);
 }
@@ -196,7 +203,8 @@ Clock::duration CreateRawFiles(fs::path const& folder, std::vector<std::string> 
   return Clock::now() - start;
 }
 
-void OpenNewSymbols(ModuleSession& session, std::vector<std::string> const& names, CreateResults& results) {
+void OpenNewSymbols(ModuleSession& session, std::vector<std::string> const& names,
+                    CreateResults& results) {
   const Clock::time_point start = Clock::now();
   for (std::string const& name : names) {
     const Clock::time_point before = Clock::now();
@@ -234,13 +242,16 @@ class NameTable {
  public:
   NameTable(fs::path const& folder, std::vector<std::string> const& names) {
     fs::create_directories(folder);
-    Check(sqlite3_open_v2((folder / "names.db").c_str(), &db_, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr),
+    Check(sqlite3_open_v2((folder / "names.db").c_str(), &db_,
+                          SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr),
           "open");
     Execute("PRAGMA journal_mode=WAL");
     Execute("PRAGMA synchronous=OFF");
     Execute("CREATE TABLE symbols (name TEXT PRIMARY KEY, handle INTEGER) WITHOUT ROWID");
     Fill(names);
-    Check(sqlite3_prepare_v2(db_, "SELECT handle FROM symbols WHERE name = ?", -1, &select_, nullptr), "prepare");
+    Check(
+        sqlite3_prepare_v2(db_, "SELECT handle FROM symbols WHERE name = ?", -1, &select_, nullptr),
+        "prepare");
   }
   ~NameTable() {
     sqlite3_finalize(select_);
@@ -251,7 +262,8 @@ class NameTable {
 
   // The handle stored for name; throws when it is not found.
   std::int64_t Find(std::string const& name) {
-    sqlite3_bind_text(select_, kNameParameter, name.data(), static_cast<int>(name.size()), SQLITE_STATIC);
+    sqlite3_bind_text(select_, kNameParameter, name.data(), static_cast<int>(name.size()),
+                      SQLITE_STATIC);
     if (sqlite3_step(select_) != SQLITE_ROW) throw std::runtime_error("sqlite: no row for " + name);
     const std::int64_t handle = sqlite3_column_int64(select_, kHandleColumn);
     sqlite3_reset(select_);
@@ -267,10 +279,13 @@ class NameTable {
 
   void Fill(std::vector<std::string> const& names) {
     sqlite3_stmt* insert = nullptr;
-    Check(sqlite3_prepare_v2(db_, "INSERT INTO symbols (name, handle) VALUES (?, ?)", -1, &insert, nullptr), "prepare");
+    Check(sqlite3_prepare_v2(db_, "INSERT INTO symbols (name, handle) VALUES (?, ?)", -1, &insert,
+                             nullptr),
+          "prepare");
     Execute("BEGIN");
     for (std::size_t i = 0; i < names.size(); ++i) {
-      sqlite3_bind_text(insert, kNameParameter, names[i].data(), static_cast<int>(names[i].size()), SQLITE_STATIC);
+      sqlite3_bind_text(insert, kNameParameter, names[i].data(), static_cast<int>(names[i].size()),
+                        SQLITE_STATIC);
       sqlite3_bind_int64(insert, kHandleParameter, static_cast<std::int64_t>(i));
       Check(sqlite3_step(insert), "insert");
       sqlite3_reset(insert);
@@ -284,28 +299,32 @@ class NameTable {
 };
 
 struct ReopenResults {
-  double library = 0;   // seconds per open, mean of every turn
-  double sqlite = 0;    // seconds per lookup
+  double library = 0;  // seconds per open, mean of every turn
+  double sqlite = 0;   // seconds per lookup
 };
 
-Clock::duration ReopenAll(ModuleSession& session, std::vector<std::string> const& names, std::vector<int> const& order,
-                          std::vector<HostWord> const& handles) {
+Clock::duration ReopenAll(ModuleSession& session, std::vector<std::string> const& names,
+                          std::vector<int> const& order, std::vector<HostWord> const& handles) {
   std::vector<HostWord> got(order.size());
   const Clock::time_point start = Clock::now();
-  for (std::size_t i = 0; i < order.size(); ++i) got[i] = session.OpenCandles(names[std::size_t(order[i])]);
+  for (std::size_t i = 0; i < order.size(); ++i)
+    got[i] = session.OpenCandles(names[std::size_t(order[i])]);
   const Clock::duration took = Clock::now() - start;
   for (std::size_t i = 0; i < order.size(); ++i) {
-    if (got[i] != handles[std::size_t(order[i])]) throw std::runtime_error("an open gave another handle");
+    if (got[i] != handles[std::size_t(order[i])])
+      throw std::runtime_error("an open gave another handle");
   }
   return took;
 }
 
-Clock::duration LookUpAll(NameTable& table, std::vector<std::string> const& names, std::vector<int> const& order) {
+Clock::duration LookUpAll(NameTable& table, std::vector<std::string> const& names,
+                          std::vector<int> const& order) {
   std::int64_t sum = 0;
   const Clock::time_point start = Clock::now();
   for (int index : order) sum += table.Find(names[std::size_t(index)]);
   const Clock::duration took = Clock::now() - start;
-  if (sum != std::int64_t{kSymbols} * (kSymbols - 1) / 2) throw std::runtime_error("sqlite found other rows");
+  if (sum != std::int64_t{kSymbols} * (kSymbols - 1) / 2)
+    throw std::runtime_error("sqlite found other rows");
   return took;
 }
 
@@ -342,24 +361,25 @@ Memory MemoryNow() {
 }
 
 struct StartCost {
-  Clock::duration took{};   // of 3007
-  Memory added;             // after 3007 less before
+  Clock::duration took{};  // of 3007
+  Memory added;            // after 3007 less before
 };
 
 StartCost MeasureStart(fs::path const& folder) {
   StartCost cost;
   Memory before;
   Clock::time_point start;
-  ModuleSession::StartHooks hooks{[&] {
-                                    malloc_trim(0);  // freed pages leave: 3007's own show in the resident size
-                                    before = MemoryNow();
-                                    start = Clock::now();
-                                  },
-                                  [&] {
-                                    cost.took = Clock::now() - start;
-                                    const Memory after = MemoryNow();
-                                    cost.added = {after.heap - before.heap, after.resident - before.resident};
-                                  }};
+  ModuleSession::StartHooks hooks{
+      [&] {
+        malloc_trim(0);  // freed pages leave: 3007's own show in the resident size
+        before = MemoryNow();
+        start = Clock::now();
+      },
+      [&] {
+        cost.took = Clock::now() - start;
+        const Memory after = MemoryNow();
+        cost.added = {after.heap - before.heap, after.resident - before.resident};
+      }};
   ModuleSession session(folder, {}, hooks);
   return cost;
 }
@@ -375,30 +395,37 @@ Clock::duration ReadRawHeaders(fs::path const& folder, std::size_t headerBytes) 
   if (listing == nullptr) throw std::runtime_error("cannot list " + folder.string());
   while (const dirent* entry = ::readdir(listing)) {
     const std::string name = entry->d_name;
-    if (name.size() <= suffix.size() || name.compare(name.size() - suffix.size(), suffix.size(), suffix) != 0) continue;
+    if (name.size() <= suffix.size() ||
+        name.compare(name.size() - suffix.size(), suffix.size(), suffix) != 0)
+      continue;
     const int fd = ::open((prefix + name).c_str(), O_RDONLY | O_CLOEXEC);
-    const bool read = fd >= 0 && ::read(fd, header.data(), header.size()) == static_cast<ssize_t>(header.size());
+    const bool read =
+        fd >= 0 && ::read(fd, header.data(), header.size()) == static_cast<ssize_t>(header.size());
     if (fd >= 0) ::close(fd);
     if (!read) throw std::runtime_error("cannot read the header of " + name);
     ++files;
   }
   ::closedir(listing);
   const Clock::duration took = Clock::now() - start;
-  if (files != kSymbols) throw std::runtime_error("the provider folder holds another number of files");
+  if (files != kSymbols)
+    throw std::runtime_error("the provider folder holds another number of files");
   return took;
 }
 
 struct StartResults {
-  Clock::duration stored{};   // 3007 with kSymbols files, median
-  Clock::duration empty{};    // 3007 on an empty folder, median
-  Clock::duration raw{};      // the raw listing and header reads, median
-  Memory storedAdded;         // medians
+  Clock::duration stored{};  // 3007 with kSymbols files, median
+  Clock::duration empty{};   // 3007 on an empty folder, median
+  Clock::duration raw{};     // the raw listing and header reads, median
+  Memory storedAdded;        // medians
   Memory emptyAdded;
   double HeapPerSymbol() const { return (storedAdded.heap - emptyAdded.heap) / kSymbols; }
-  double ResidentPerSymbol() const { return (storedAdded.resident - emptyAdded.resident) / kSymbols; }
+  double ResidentPerSymbol() const {
+    return (storedAdded.resident - emptyAdded.resident) / kSymbols;
+  }
 };
 
-StartResults MeasureStarts(fs::path const& storedSession, fs::path const& emptySession, std::size_t headerBytes) {
+StartResults MeasureStarts(fs::path const& storedSession, fs::path const& emptySession,
+                           std::size_t headerBytes) {
   std::vector<Clock::duration> stored, empty, raw;
   std::vector<double> storedHeap, storedResident, emptyHeap, emptyResident;
   for (int turn = 0; turn < kStartTurns; ++turn) {
@@ -412,16 +439,19 @@ StartResults MeasureStarts(fs::path const& storedSession, fs::path const& emptyS
     emptyHeap.push_back(without.added.heap);
     emptyResident.push_back(without.added.resident);
   }
-  return {Median(stored), Median(empty), Median(raw), {Median(storedHeap), Median(storedResident)},
+  return {Median(stored),
+          Median(empty),
+          Median(raw),
+          {Median(storedHeap), Median(storedResident)},
           {Median(emptyHeap), Median(emptyResident)}};
 }
 
 // ------------------------------------------- step 4: reads under a feed
 
 struct ReadResults {
-  std::vector<Clock::duration> idle;   // every read on the idle store
-  std::vector<Clock::duration> busy;   // every read while the feed runs
-  int posts = 0;                       // forming-bar updates posted
+  std::vector<Clock::duration> idle;  // every read on the idle store
+  std::vector<Clock::duration> busy;  // every read while the feed runs
+  int posts = 0;                      // forming-bar updates posted
 };
 
 class ReadsUnderFeed {
@@ -480,11 +510,11 @@ class ReadsUnderFeed {
   }
 
   ModuleSession session_;
-  HostWord read_;                                    // kReadCandles candles, read
-  HostWord feed_;                                    // kFeedCandles candles, its newest updated
-  Candle forming_{};                                 // the feed's newest candle
+  HostWord read_;     // kReadCandles candles, read
+  HostWord feed_;     // kFeedCandles candles, its newest updated
+  Candle forming_{};  // the feed's newest candle
   std::vector<Candle> buffer_ = std::vector<Candle>(kNewest);
-  int posts_ = 0;                                    // completions to wait for
+  int posts_ = 0;  // completions to wait for
 };
 
 // ------------------------------------------------------------------ results
@@ -496,58 +526,69 @@ struct Results {
   ReadResults reads;
 };
 
-void PrintOpenWindow(std::string const& title, std::vector<Clock::duration> const& opens, std::size_t first,
-                     std::ostream& out) {
+void PrintOpenWindow(std::string const& title, std::vector<Clock::duration> const& opens,
+                     std::size_t first, std::ostream& out) {
   const auto begin = opens.begin() + static_cast<std::ptrdiff_t>(first);
   const std::vector<Clock::duration> window(begin, begin + kEdgeOpens);
-  out << "  " << Left(title, kTitleWidth - 2) << "mean " << FormatTime(Mean(window.begin(), window.end()))
-      << ", median " << FormatTime(At(window, kMedian)) << ", p99 " << FormatTime(At(window, kP99)) << ", slowest "
+  out << "  " << Left(title, kTitleWidth - 2) << "mean "
+      << FormatTime(Mean(window.begin(), window.end())) << ", median "
+      << FormatTime(At(window, kMedian)) << ", p99 " << FormatTime(At(window, kP99)) << ", slowest "
       << FormatTime(At(window, 1.0)) << "\n";
 }
 
-void PrintReads(std::string const& title, std::vector<Clock::duration> const& times, std::ostream& out) {
-  out << "  " << Left(title, kTitleWidth - 2) << "p50 " << FormatTime(At(times, kMedian)) << ", p99 "
-      << FormatTime(At(times, kP99)) << ", slowest " << FormatTime(At(times, 1.0)) << "\n";
+void PrintReads(std::string const& title, std::vector<Clock::duration> const& times,
+                std::ostream& out) {
+  out << "  " << Left(title, kTitleWidth - 2) << "p50 " << FormatTime(At(times, kMedian))
+      << ", p99 " << FormatTime(At(times, kP99)) << ", slowest " << FormatTime(At(times, 1.0))
+      << "\n";
 }
 
 void PrintMeasurements(Results const& r, std::ostream& out) {
   const std::string symbols = Thousands(kSymbols);
-  out << "\n1. " << symbols << " new symbols opened (6001), each making its file (" << r.create.headerBytes
-      << " bytes of header)\n";
+  out << "\n1. " << symbols << " new symbols opened (6001), each making its file ("
+      << r.create.headerBytes << " bytes of header)\n";
   PrintOpenWindow("first " + Thousands(kEdgeOpens) + " opens:", r.create.opens, 0, out);
-  PrintOpenWindow("last " + Thousands(kEdgeOpens) + " opens:", r.create.opens, kSymbols - kEdgeOpens, out);
+  PrintOpenWindow("last " + Thousands(kEdgeOpens) + " opens:", r.create.opens,
+                  kSymbols - kEdgeOpens, out);
   const auto [stalls, stalled] = Stalls(r.create.opens);
   out << "  " << Left("all opens:", kTitleWidth - 2) << FormatTime(r.create.whole) << " ("
-      << FormatTime(Seconds(r.create.whole).count() / kSymbols) << " each); raw open(O_CREAT) + write + close: "
-      << FormatTime(r.create.raw) << "\n"
-      << "  " << Left("opens of " + FormatTime(kStall) + " or more:", kTitleWidth - 2) << stalls << ", together "
-      << FormatTime(stalled) << "\n"
-      << "  " << Left("an open " + FormatTime(kSettle) + " after the last (waits for its checkpoint):", kTitleWidth - 2)
+      << FormatTime(Seconds(r.create.whole).count() / kSymbols)
+      << " each); raw open(O_CREAT) + write + close: " << FormatTime(r.create.raw) << "\n"
+      << "  " << Left("opens of " + FormatTime(kStall) + " or more:", kTitleWidth - 2) << stalls
+      << ", together " << FormatTime(stalled) << "\n"
+      << "  "
+      << Left("an open " + FormatTime(kSettle) + " after the last (waits for its checkpoint):",
+              kTitleWidth - 2)
       << FormatTime(r.create.lastCheckpoint) << "\n"
       << "\n2. " << symbols << " open symbols opened again (6001), random order, " << kReopenTurns
       << " passes taking turns with SQLite\n"
       << "  " << Left("per open:", kTitleWidth - 2) << FormatTime(r.reopen.library)
-      << "; SQLite SELECT by name (WITHOUT ROWID, name PRIMARY KEY): " << FormatTime(r.reopen.sqlite) << "\n"
+      << "; SQLite SELECT by name (WITHOUT ROWID, name PRIMARY KEY): "
+      << FormatTime(r.reopen.sqlite) << "\n"
       << "\n3. 3007 (start), median of " << kStartTurns << " turns, page cache warm\n"
-      << "  " << Left("with " + symbols + " stored files:", kTitleWidth - 2) << FormatTime(r.start.stored)
-      << "; on an empty folder: " << FormatTime(r.start.empty) << "; raw list + open/read/close: "
-      << FormatTime(r.start.raw) << "\n"
-      << "  " << Left("heap added (mallinfo2):", kTitleWidth - 2) << FormatBytes(r.start.storedAdded.heap)
-      << " with the files, " << FormatBytes(r.start.emptyAdded.heap) << " without: "
-      << FormatBytes(r.start.HeapPerSymbol()) << " per symbol\n"
-      << "  " << Left("resident memory added:", kTitleWidth - 2) << FormatBytes(r.start.storedAdded.resident)
-      << " with the files, " << FormatBytes(r.start.emptyAdded.resident) << " without: "
-      << FormatBytes(r.start.ResidentPerSymbol()) << " per symbol\n"
-      << "\n4. get newest " << kNewest << " of " << Thousands(kReadCandles) << " (6005), one read every "
-      << std::chrono::microseconds(kReadInterval).count() << " us, " << kRounds << " idle and " << kRounds
-      << " busy phases of " << Thousands(kReadsPerPhase) << " reads in turn\n";
+      << "  " << Left("with " + symbols + " stored files:", kTitleWidth - 2)
+      << FormatTime(r.start.stored) << "; on an empty folder: " << FormatTime(r.start.empty)
+      << "; raw list + open/read/close: " << FormatTime(r.start.raw) << "\n"
+      << "  " << Left("heap added (mallinfo2):", kTitleWidth - 2)
+      << FormatBytes(r.start.storedAdded.heap) << " with the files, "
+      << FormatBytes(r.start.emptyAdded.heap)
+      << " without: " << FormatBytes(r.start.HeapPerSymbol()) << " per symbol\n"
+      << "  " << Left("resident memory added:", kTitleWidth - 2)
+      << FormatBytes(r.start.storedAdded.resident) << " with the files, "
+      << FormatBytes(r.start.emptyAdded.resident)
+      << " without: " << FormatBytes(r.start.ResidentPerSymbol()) << " per symbol\n"
+      << "\n4. get newest " << kNewest << " of " << Thousands(kReadCandles)
+      << " (6005), one read every " << std::chrono::microseconds(kReadInterval).count() << " us, "
+      << kRounds << " idle and " << kRounds << " busy phases of " << Thousands(kReadsPerPhase)
+      << " reads in turn\n";
   PrintReads("idle store:", r.reads.idle, out);
   PrintReads("forming bar posted (6004) 10 times a second:", r.reads.busy, out);
   const Clock::duration idleSlowest = At(r.reads.idle, 1.0);
   const auto slower = std::count_if(r.reads.busy.begin(), r.reads.busy.end(),
                                     [&](Clock::duration read) { return read > idleSlowest; });
-  out << "  (" << r.reads.posts << " updates posted; the worker stores them and runs the log's checkpoints; "
-      << slower << " busy reads slower than the idle slowest)\n";
+  out << "  (" << r.reads.posts
+      << " updates posted; the worker stores them and runs the log's checkpoints; " << slower
+      << " busy reads slower than the idle slowest)\n";
 }
 
 // One target as printed.
@@ -560,8 +601,8 @@ struct Line {
 
 Line RatioLine(std::string title, double measured, double against, double limit) {
   const double ratio = measured / against;
-  return {std::move(title), FormatTime(measured), FormatTime(against), FormatRatio(ratio), "<= " + FormatRatio(limit),
-          ratio <= limit};
+  return {std::move(title),   FormatTime(measured),       FormatTime(against),
+          FormatRatio(ratio), "<= " + FormatRatio(limit), ratio <= limit};
 }
 
 std::vector<Line> TargetLines(Results const& r) {
@@ -572,28 +613,31 @@ std::vector<Line> TargetLines(Results const& r) {
   const std::string edge = Thousands(kEdgeOpens);
   const std::string symbols = Thousands(kSymbols);
   return {
-      RatioLine("new symbols: mean open, last " + edge + " / first " + edge, last, first, kMaxLastToFirst),
-      RatioLine("new symbols: all " + symbols + " opens / raw create + write + close", Seconds(r.create.whole).count(),
-                Seconds(r.create.raw).count(), kMaxCreateToRaw),
+      RatioLine("new symbols: mean open, last " + edge + " / first " + edge, last, first,
+                kMaxLastToFirst),
+      RatioLine("new symbols: all " + symbols + " opens / raw create + write + close",
+                Seconds(r.create.whole).count(), Seconds(r.create.raw).count(), kMaxCreateToRaw),
       RatioLine("open again: mean 6001 / SQLite SELECT by name", r.reopen.library, r.reopen.sqlite,
                 kMaxReopenToSqlite),
-      RatioLine("3007 with " + symbols + " stored / raw list + read headers", Seconds(r.start.stored).count(),
-                Seconds(r.start.raw).count(), kMaxStartToRaw),
-      {"3007: heap added per stored symbol (less an empty folder's)", FormatBytes(perSymbol), "", "",
-       "<= " + FormatBytes(kMaxBytesPerSymbol), perSymbol <= kMaxBytesPerSymbol},
-      RatioLine("get newest 100, slowest: forming bar updated / idle", Seconds(At(r.reads.busy, 1.0)).count(),
-                Seconds(At(r.reads.idle, 1.0)).count(), kMaxBusyToIdle),
+      RatioLine("3007 with " + symbols + " stored / raw list + read headers",
+                Seconds(r.start.stored).count(), Seconds(r.start.raw).count(), kMaxStartToRaw),
+      {"3007: heap added per stored symbol (less an empty folder's)", FormatBytes(perSymbol), "",
+       "", "<= " + FormatBytes(kMaxBytesPerSymbol), perSymbol <= kMaxBytesPerSymbol},
+      RatioLine("get newest 100, slowest: forming bar updated / idle",
+                Seconds(At(r.reads.busy, 1.0)).count(), Seconds(At(r.reads.idle, 1.0)).count(),
+                kMaxBusyToIdle),
   };
 }
 
 void PrintTargets(Results const& r, std::ostream& out) {
   out << "\nTargets\n\n"
-      << Left("target", kTitleWidth) << Cell("measured", kValueWidth) << Cell("against", kValueWidth)
-      << Cell("ratio", kBoundWidth) << Cell("target", kBoundWidth) << "  result\n";
+      << Left("target", kTitleWidth) << Cell("measured", kValueWidth)
+      << Cell("against", kValueWidth) << Cell("ratio", kBoundWidth) << Cell("target", kBoundWidth)
+      << "  result\n";
   for (Line const& line : TargetLines(r)) {
-    out << Left(line.title, kTitleWidth) << Cell(line.measured, kValueWidth) << Cell(line.against, kValueWidth)
-        << Cell(line.ratio, kBoundWidth) << Cell(line.bound, kBoundWidth) << "  "
-        << (line.met ? "met" : "NOT MET") << "\n";
+    out << Left(line.title, kTitleWidth) << Cell(line.measured, kValueWidth)
+        << Cell(line.against, kValueWidth) << Cell(line.ratio, kBoundWidth)
+        << Cell(line.bound, kBoundWidth) << "  " << (line.met ? "met" : "NOT MET") << "\n";
   }
 }
 
@@ -607,7 +651,8 @@ Results RunAll(fs::path const& folder) {
     ModuleSession session(stored);
     OpenNewSymbols(session, names, results.create);
     results.create.lastCheckpoint = WaitUntilQuiet(session, names.front());
-    results.create.headerBytes = fs::file_size(ProviderFolder(stored) / StoredFileName(names.front()));
+    results.create.headerBytes =
+        fs::file_size(ProviderFolder(stored) / StoredFileName(names.front()));
     const std::vector<unsigned char> header(results.create.headerBytes);
     results.create.raw = CreateRawFiles(folder / "raw", names, header);
     results.reopen = Reopen(session, names, results.create.handles, folder / "sqlite");
@@ -631,7 +676,8 @@ int main(int argc, char** argv) {
     const Results results = RunAll(folder.path());
     PrintMeasurements(results, std::cout);
     PrintTargets(results, std::cout);
-    std::cout << "\nTimes are real time on one thread; other work on the machine skews them, the slowest reads most.\n";
+    std::cout << "\nTimes are real time on one thread; other work on the machine skews them, the "
+                 "slowest reads most.\n";
     PrintMachine(folder.path(), loadAtStart, std::cout);
   } catch (std::exception const& error) {
     std::cerr << "registry_bench: " << error.what() << "\n";

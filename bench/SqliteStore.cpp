@@ -17,13 +17,15 @@ constexpr int kSecondParameter = 2;
 
 }  // namespace
 
-SqliteStore::SqliteStore(std::filesystem::path const& folder, std::string id, int scale, std::string synchronous)
+SqliteStore::SqliteStore(std::filesystem::path const& folder, std::string id, int scale,
+                         std::string synchronous)
     : CandleStore(std::move(id), folder, scale), synchronous_(std::move(synchronous)) {
   OpenEmpty();
 }
 
 std::string SqliteStore::settings() const {
-  return id() + ": journal_mode=WAL, synchronous=" + synchronous_ + ", one transaction per insert call";
+  return id() + ": journal_mode=WAL, synchronous=" + synchronous_ +
+         ", one transaction per insert call";
 }
 
 SqliteStore::~SqliteStore() { Close(); }
@@ -33,7 +35,9 @@ void SqliteStore::Check(int result, const char* what) {
   throw std::runtime_error(std::string("sqlite: ") + what + ": " + sqlite3_errmsg(db_));
 }
 
-void SqliteStore::Execute(const char* sql) { Check(sqlite3_exec(db_, sql, nullptr, nullptr, nullptr), sql); }
+void SqliteStore::Execute(const char* sql) {
+  Check(sqlite3_exec(db_, sql, nullptr, nullptr, nullptr), sql);
+}
 
 sqlite3_stmt* SqliteStore::Prepare(const char* sql) {
   sqlite3_stmt* statement = nullptr;
@@ -43,10 +47,12 @@ sqlite3_stmt* SqliteStore::Prepare(const char* sql) {
 
 void SqliteStore::Open() {
   std::string path = (workFolder() / kFileName).string();
-  Check(sqlite3_open_v2(path.c_str(), &db_, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr), "open");
+  Check(sqlite3_open_v2(path.c_str(), &db_, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr),
+        "open");
   Execute("PRAGMA journal_mode=WAL");
   Execute(("PRAGMA synchronous=" + synchronous_).c_str());
-  Execute("CREATE TABLE IF NOT EXISTS candles (time INTEGER PRIMARY KEY, value BLOB) WITHOUT ROWID");
+  Execute(
+      "CREATE TABLE IF NOT EXISTS candles (time INTEGER PRIMARY KEY, value BLOB) WITHOUT ROWID");
   insert_ = Prepare("INSERT OR REPLACE INTO candles (time, value) VALUES (?, ?)");
   begin_ = Prepare("BEGIN");
   commit_ = Prepare("COMMIT");

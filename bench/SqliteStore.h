@@ -41,7 +41,7 @@ class SqliteStore : public CandleStore {
   // Steps `statement` to its end, copying (time, value) rows into out.
   int ReadRows(sqlite3_stmt* statement, Candle* out);
 
-  std::string synchronous_;   // PRAGMA synchronous
+  std::string synchronous_;  // PRAGMA synchronous
   sqlite3* db_ = nullptr;
   sqlite3_stmt* insert_ = nullptr;
   sqlite3_stmt* begin_ = nullptr;

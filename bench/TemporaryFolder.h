@@ -17,7 +17,8 @@ class TemporaryFolder {
     const char* base = std::getenv("TMPDIR");
     std::string pattern =
         (std::filesystem::path(base && *base ? base : "/tmp") / nameTemplate).string();
-    if (mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("cannot make a folder like " + pattern);
+    if (mkdtemp(pattern.data()) == nullptr)
+      throw std::runtime_error("cannot make a folder like " + pattern);
     path_ = pattern;
   }
   ~TemporaryFolder() {

@@ -25,26 +25,29 @@ using benchmark::State;
 
 constexpr int kThousand = 1'000;
 constexpr int kMillion = 1'000'000;
-constexpr int kSmall = 10 * kThousand;         // candles of the smallest file
-constexpr int kMedium = kMillion;              // of the middle one
-constexpr int kLarge = 50 * kMillion;          // of the largest: 1.2 GB
-constexpr std::int32_t kHistoryStep = 30;      // seconds between stored candles: 50M of them fit an int32 time
-constexpr int kChunk = kMillion;               // candles per insert while a file is built
-constexpr std::int32_t kFarTime = std::numeric_limits<std::int32_t>::max();  // mid inserts land before it
+constexpr int kSmall = 10 * kThousand;  // candles of the smallest file
+constexpr int kMedium = kMillion;       // of the middle one
+constexpr int kLarge = 50 * kMillion;   // of the largest: 1.2 GB
+constexpr std::int32_t kHistoryStep =
+    30;                           // seconds between stored candles: 50M of them fit an int32 time
+constexpr int kChunk = kMillion;  // candles per insert while a file is built
+constexpr std::int32_t kFarTime =
+    std::numeric_limits<std::int32_t>::max();  // mid inserts land before it
 constexpr double kSustainedSeconds = 10.0;     // ten checkpoints at the default SyncInterval
 constexpr double kSyncedSeconds = 3.0;         // inserts that each wait for the disk
-constexpr int kWarmUp = 100;                   // untimed changes first: a session's first search reads the file
-constexpr int kPostedTurn = kThousand;         // posted inserts between waits for their completions
-constexpr int kSyncedTurn = 10;                // synchronous inserts in a row, per store
-constexpr int kRangeCount = kThousand;         // records of a range read
-constexpr int kReadPositions = 4'096;          // random range starts of the warm reads, used in turn
-constexpr int kColdReads = 5;                  // fresh sessions; the summary takes the median
-constexpr int kIndexingReads = 10'000;         // the index grows a step per search: these complete it for 50M
+constexpr int kWarmUp = 100;  // untimed changes first: a session's first search reads the file
+constexpr int kPostedTurn = kThousand;  // posted inserts between waits for their completions
+constexpr int kSyncedTurn = 10;         // synchronous inserts in a row, per store
+constexpr int kRangeCount = kThousand;  // records of a range read
+constexpr int kReadPositions = 4'096;   // random range starts of the warm reads, used in turn
+constexpr int kColdReads = 5;           // fresh sessions; the summary takes the median
+constexpr int kIndexingReads =
+    10'000;  // the index grows a step per search: these complete it for 50M
 constexpr std::uintmax_t kGiB = std::uintmax_t{1} << 30;
 constexpr std::uintmax_t kLargeRoom = 5 * kGiB;  // free bytes the 50M files need
 constexpr mode_t kFileMode = 0644;
 constexpr double kMaxFormingBarToRaw = 3.0;
-constexpr double kMaxFlatGrowth = 1.5;         // larger files' update cost, to the 10k file's
+constexpr double kMaxFlatGrowth = 1.5;  // larger files' update cost, to the 10k file's
 constexpr double kMaxMidInsertToRaw = 5.0;
 constexpr double kMaxSingleAppendToRaw = 3.0;
 constexpr double kMaxSyncedInsertToRaw = 2.0;
@@ -53,10 +56,13 @@ constexpr double kMaxFirstReadToWarm = 10.0;
 
 enum Level : int { kNoSync = 0, kSyncPoints = 1, kEveryInsert = 2 };  // "Durability"
 
-std::int32_t HistoryTime(std::int64_t index) { return static_cast<std::int32_t>((index + 1) * kHistoryStep); }
+std::int32_t HistoryTime(std::int64_t index) {
+  return static_cast<std::int32_t>((index + 1) * kHistoryStep);
+}
 
 std::string SizeName(int count) {
-  return count >= kMillion ? std::to_string(count / kMillion) + "M" : std::to_string(count / kThousand) + "k";
+  return count >= kMillion ? std::to_string(count / kMillion) + "M"
+                           : std::to_string(count / kThousand) + "k";
 }
 
 std::string Name(const char* kind, const char* store, int size = 0) {
@@ -132,7 +138,8 @@ class EngineTarget : public Target {
 // after each.
 class RawTarget : public Target {
  public:
-  RawTarget(fs::path const& path, bool sync) : fd_(open(path.c_str(), O_RDWR | O_CREAT, kFileMode)), sync_(sync) {
+  RawTarget(fs::path const& path, bool sync)
+      : fd_(open(path.c_str(), O_RDWR | O_CREAT, kFileMode)), sync_(sync) {
     struct stat status;
     if (fd_ < 0 || fstat(fd_, &status) != 0) Fail("raw: open " + path.string());
     size_ = status.st_size;
@@ -173,8 +180,8 @@ class RawTarget : public Target {
 
   int fd_;
   bool sync_;
-  off_t size_ = 0;    // bytes of the file
-  Candle last_{};     // its last record
+  off_t size_ = 0;  // bytes of the file
+  Candle last_{};   // its last record
 };
 
 // SQLite from its base records (or empty), one transaction per record.
@@ -220,7 +227,9 @@ class Files {
     {
       ModuleSession session(engineFolder_, Durability{kNoSync});
       const HostWord handle = session.OpenCandles();
-      ForEachChunk(history_, [&](const Candle* candles, int count) { session.Insert(handle, candles, count); });
+      ForEachChunk(history_, [&](const Candle* candles, int count) {
+        session.Insert(handle, candles, count);
+      });
     }
     const int fd = open(rawFile_.c_str(), O_WRONLY | O_CREAT | O_TRUNC, kFileMode);
     if (fd < 0) Fail("raw: open " + rawFile_.string());
@@ -306,7 +315,7 @@ class Appender {
 
  private:
   Target& target_;
-  Candle candle_;   // the next record
+  Candle candle_;  // the next record
 };
 
 // Posted appends (6004): a turn posts them and waits for their completions.
@@ -321,13 +330,13 @@ class PostingAppender : public Appender {
 
  private:
   EngineTarget& engine_;
-  std::size_t posted_ = 0;   // since the session began
+  std::size_t posted_ = 0;  // since the session began
 };
 
 struct Contender {
-  std::string name;     // the benchmark whose time it stands for
+  std::string name;  // the benchmark whose time it stands for
   Appender& appender;
-  int turn;             // operations per turn
+  int turn;  // operations per turn
 };
 
 // Two stores in alternating turns, each turn timed, so that both meet the
@@ -375,7 +384,8 @@ void WarmRange(State& state, Files& files) {
   const std::vector<int> starts = ReadStarts(files.history(), kRangeCount, kReadPositions);
   std::vector<Candle> out(kRangeCount);
   std::size_t next = 0;
-  for (int i = 0; i < kIndexingReads; ++i) ReadOrFail(state, engine, starts[next++ % starts.size()], out.data());
+  for (int i = 0; i < kIndexingReads; ++i)
+    ReadOrFail(state, engine, starts[next++ % starts.size()], out.data());
   for (auto _ : state) ReadOrFail(state, engine, starts[next++ % starts.size()], out.data());
 }
 
@@ -425,15 +435,17 @@ struct WritePath::Stores {
         sqliteMedium(root, "sqlite_1M"),
         sqliteFull(root, "sqlite_full", 1, "FULL") {}
 
-  Files small, medium, large;       // forming bars
+  Files small, medium, large;  // forming bars
   Files mid, appends, synced, posted;
   SqliteStore sqliteSmall, sqliteMedium, sqliteFull;
 };
 
-WritePath::WritePath(fs::path const& folder) : stores_(std::make_unique<Stores>(folder / "write_path")) {
+WritePath::WritePath(fs::path const& folder)
+    : stores_(std::make_unique<Stores>(folder / "write_path")) {
   const std::uintmax_t room = fs::space(folder).available;
   if (room < kLargeRoom) {
-    skipped_ = "the " + SizeName(kLarge) + "-candle cases are skipped: " + std::to_string(room / kGiB) +
+    skipped_ = "the " + SizeName(kLarge) +
+               "-candle cases are skipped: " + std::to_string(room / kGiB) +
                " GiB free, they need " + std::to_string(kLargeRoom / kGiB);
   }
 }
@@ -446,18 +458,26 @@ void WritePath::Register(std::ostream& out) {
   if (skipped_.empty()) sizes.push_back(&s.large);
   for (Files* files : sizes) {
     const int size = files->history();
-    AddTimed(Name("forming_bar", "engine_d0", size), FormingBar, Engine(*files, kNoSync), kSustainedSeconds);
-    AddTimed(Name("forming_bar", "engine_d1", size), FormingBar, Engine(*files, kSyncPoints), kSustainedSeconds);
+    AddTimed(Name("forming_bar", "engine_d0", size), FormingBar, Engine(*files, kNoSync),
+             kSustainedSeconds);
+    AddTimed(Name("forming_bar", "engine_d1", size), FormingBar, Engine(*files, kSyncPoints),
+             kSustainedSeconds);
     AddTimed(Name("forming_bar", "raw", size), FormingBar, Raw(*files, false), kSustainedSeconds);
   }
-  AddTimed(Name("forming_bar", "sqlite", kSmall), FormingBar, Sqlite(s.sqliteSmall, false), kSustainedSeconds);
-  AddTimed(Name("forming_bar", "sqlite", kMedium), FormingBar, Sqlite(s.sqliteMedium, false), kSustainedSeconds);
-  AddTimed(Name("mid_insert", "engine_d1"), MidInsert, Engine(s.mid, kSyncPoints), kSustainedSeconds);
+  AddTimed(Name("forming_bar", "sqlite", kSmall), FormingBar, Sqlite(s.sqliteSmall, false),
+           kSustainedSeconds);
+  AddTimed(Name("forming_bar", "sqlite", kMedium), FormingBar, Sqlite(s.sqliteMedium, false),
+           kSustainedSeconds);
+  AddTimed(Name("mid_insert", "engine_d1"), MidInsert, Engine(s.mid, kSyncPoints),
+           kSustainedSeconds);
   AddTimed(Name("mid_insert", "raw"), MidInsert, Raw(s.mid, false), kSustainedSeconds);
-  AddTimed(Name("mid_insert", "sqlite"), MidInsert, Sqlite(s.sqliteMedium, false), kSustainedSeconds);
-  AddTimed(Name("append_single", "engine_d1"), AppendSingle, Engine(s.appends, kSyncPoints), kSustainedSeconds);
+  AddTimed(Name("mid_insert", "sqlite"), MidInsert, Sqlite(s.sqliteMedium, false),
+           kSustainedSeconds);
+  AddTimed(Name("append_single", "engine_d1"), AppendSingle, Engine(s.appends, kSyncPoints),
+           kSustainedSeconds);
   AddTimed(Name("append_single", "raw"), AppendSingle, Raw(s.appends, false), kSustainedSeconds);
-  AddTimed(Name("append_single", "sqlite"), AppendSingle, Sqlite(s.sqliteMedium, true), kSustainedSeconds);
+  AddTimed(Name("append_single", "sqlite"), AppendSingle, Sqlite(s.sqliteMedium, true),
+           kSustainedSeconds);
   Files& synced = s.synced;
   Add("synced_insert", [&synced](State& state) {
     EngineTarget engine(synced.engine(), kEveryInsert);
@@ -494,18 +514,20 @@ std::vector<RatioTarget> WritePath::Targets() const {
   for (auto const& [engine, level] : levels) {
     const std::string durability = std::string(", Durability ") + level;
     for (int size : {kSmall, kMedium, kLarge}) {
-      targets.push_back({"forming bar, " + SizeName(size) + durability + ": engine / raw pwrite 24 B",
-                         Name("forming_bar", engine, size), Name("forming_bar", "raw", size),
-                         Name("forming_bar", "sqlite", size), kMaxFormingBarToRaw});
+      targets.push_back(
+          {"forming bar, " + SizeName(size) + durability + ": engine / raw pwrite 24 B",
+           Name("forming_bar", engine, size), Name("forming_bar", "raw", size),
+           Name("forming_bar", "sqlite", size), kMaxFormingBarToRaw});
     }
     for (int size : {kMedium, kLarge}) {
       targets.push_back({"forming bar" + durability + ": " + SizeName(size) + " / 10k",
-                         Name("forming_bar", engine, size), Name("forming_bar", engine, kSmall), "", kMaxFlatGrowth});
+                         Name("forming_bar", engine, size), Name("forming_bar", engine, kSmall), "",
+                         kMaxFlatGrowth});
     }
   }
   targets.push_back({"one between the last two of 1M, Durability 1: engine / raw pwrite 48 B",
-                     Name("mid_insert", "engine_d1"), Name("mid_insert", "raw"), Name("mid_insert", "sqlite"),
-                     kMaxMidInsertToRaw});
+                     Name("mid_insert", "engine_d1"), Name("mid_insert", "raw"),
+                     Name("mid_insert", "sqlite"), kMaxMidInsertToRaw});
   targets.push_back({"append one record per insert, Durability 1: engine / raw write 24 B",
                      Name("append_single", "engine_d1"), Name("append_single", "raw"),
                      Name("append_single", "sqlite"), kMaxSingleAppendToRaw});
@@ -515,8 +537,9 @@ std::vector<RatioTarget> WritePath::Targets() const {
   targets.push_back({"Durability 2, posted inserts (6004), throughput: engine / SQLite",
                      Name("group_commit", "sqlite_full"), Name("group_commit", "engine_d2"), "",
                      kMinGroupCommitSpeedup, true});
-  targets.push_back({"range read 1,000 of 50M: first after opening / warm", Name("first_range", "engine", kLarge),
-                     Name("warm_range", "engine", kLarge), "", kMaxFirstReadToWarm});
+  targets.push_back({"range read 1,000 of 50M: first after opening / warm",
+                     Name("first_range", "engine", kLarge), Name("warm_range", "engine", kLarge),
+                     "", kMaxFirstReadToWarm});
   return targets;
 }
 

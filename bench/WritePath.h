@@ -52,8 +52,8 @@ class WritePath {
 
  private:
   struct Stores;
-  std::unique_ptr<Stores> stores_;   // files and peers of every case
-  std::string skipped_;              // why the largest size is not run, or empty
+  std::unique_ptr<Stores> stores_;  // files and peers of every case
+  std::string skipped_;             // why the largest size is not run, or empty
 };
 
 #endif  // DATASTORE_BENCH_WRITEPATH_H_

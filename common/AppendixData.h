@@ -41,10 +41,10 @@ class appendixData {
   int findData(int& pos, const char* text, int* end) const;
   // The same from 0, leaving no position.
   int findData(const char* text, int* end) const;
-  int findPointData(int* end) const;   // ".\r\n"
-  int findSpaceData(int* end) const;   // " "
-  int findLineData(int* end) const;    // "\r\n"
-  int findHTTPData(int* end) const;    // "\r\n\r\n"
+  int findPointData(int* end) const;  // ".\r\n"
+  int findSpaceData(int* end) const;  // " "
+  int findLineData(int* end) const;   // "\r\n"
+  int findHTTPData(int* end) const;   // "\r\n\r\n"
 
   // Copies the line at pos, including its "\r\n" (the buffer's last line needs
   // none), into out: at most max - 1 bytes, then a NUL. pos moves behind the

@@ -23,7 +23,7 @@ constexpr int kFormattedBytes = 1024;           // every formatted header or lin
 constexpr char kSectionOpen = '[';
 constexpr char kSeparator = '=';
 constexpr char kLineBreaks[] = "\r\n";
-constexpr char kSpaces[] = " ";                 // the only character trimmed
+constexpr char kSpaces[] = " ";  // the only character trimmed
 
 const char* OrEmpty(const char* text) { return text == nullptr ? "" : text; }
 
@@ -65,8 +65,8 @@ inifiles::inifiles(const char* path) : appendixData(kInitialCapacity) {
   copyToBuffer();
 }
 
-int inifiles::ReadString(const char* section, const char* key, const char* defaultText,
-                         char* out, int size) const {
+int inifiles::ReadString(const char* section, const char* key, const char* defaultText, char* out,
+                         int size) const {
   if (out == nullptr) size = 0;
   if (size > kClearedByte) out[kClearedByte] = '\0';
   if (findSection(section, key, out, size) == 0) return 0;
@@ -158,8 +158,8 @@ int inifiles::writeSection(const char* section, const char* key, const char* val
   int headerEnd = 0;
   if (findHeader(name, &headerPos, &headerEnd) != 0) {
     int const before = usedLength();
-    insertSection(name.c_str());                // a failed save keeps the header in memory
-    if (usedLength() == before) return 1;       // the header could not be added
+    insertSection(name.c_str());           // a failed save keeps the header in memory
+    if (usedLength() == before) return 1;  // the header could not be added
     return insertData(usedLength(), key, value);
   }
   // The start before the first line is kept only when nothing at all follows

@@ -59,9 +59,9 @@ class inifiles : public appendixData {
   // Replaces the key's line, or adds it as the section's last line, or adds
   // the section and the key at the end of the file. Always 0.
   int WriteString(const char* section, const char* key, const char* value);
-  int WriteInteger(const char* section, const char* key, int value);  // "%d"
-  int WriteBool(const char* section, const char* key, bool value);    // "0" or "1"
-  int WriteFloat(const char* section, const char* key, double value); // "%f"
+  int WriteInteger(const char* section, const char* key, int value);   // "%d"
+  int WriteBool(const char* section, const char* key, bool value);     // "0" or "1"
+  int WriteFloat(const char* section, const char* key, double value);  // "%f"
 
   const char* path() const { return path_; }
 
@@ -72,8 +72,7 @@ class inifiles : public appendixData {
   // 0 when the key is in the section; its value goes to out.
   int findSection(const char* section, const char* key, char* out, int size) const;
   // 0 when the line's name matches the key; with wantValue the value goes to out.
-  static int findNameParam(const char* line, const char* key, char* out, int size,
-                           bool wantValue);
+  static int findNameParam(const char* line, const char* key, char* out, int size, bool wantValue);
   // The work of WriteString; 1 when the buffer could not be changed.
   int writeSection(const char* section, const char* key, const char* value);
   // Appends "[section]\r\n" (after CR LF when the buffer does not end in one), saves.

@@ -20,7 +20,8 @@ bool IsSymbolMessage(unsigned int message) {
 
 }  // namespace
 
-int CDataStoreModule::ReceiveMessageWrap(void* context, unsigned int message, HostArg a, HostArg b) {
+int CDataStoreModule::ReceiveMessageWrap(void* context, unsigned int message, HostArg a,
+                                         HostArg b) {
   CModule::ReceiveMessageWrap(context, message, a, b);
   try {
     return Dispatch(message, a, b);
@@ -41,27 +42,19 @@ int CDataStoreModule::Dispatch(unsigned int message, HostArg a, HostArg b) {
     return answer;
   }
   switch (message) {
-    case HostMessage::InitModule:
-      InitModule();
-      return 0;
-    case HostMessage::Start:
-      StartModule();
-      return 0;
+    case HostMessage::InitModule: InitModule(); return 0;
+    case HostMessage::Start: StartModule(); return 0;
     case HostMessage::Stop:
       EventDataStoreEmit();
       StopRequestThread();
       CloseStore();
       return 0;
-    case HostMessage::ReceiveEvent:
-      return coreReceiveEvent(a);
-    case HostMessage::CreateMenu:
-      CreateImportMenu();
-      return 0;
+    case HostMessage::ReceiveEvent: return coreReceiveEvent(a);
+    case HostMessage::CreateMenu: CreateImportMenu(); return 0;
     case HostMessage::MenuItemPressed:
       if (convertor_ != nullptr) convertor_->pressMenuItem(reinterpret_cast<mm_menu_item*>(a));
       return 0;
-    default:
-      return 0;  // Compat: an unknown message is answered 0, not refused
+    default: return 0;  // Compat: an unknown message is answered 0, not refused
   }
 }
 
@@ -70,7 +63,8 @@ int CDataStoreModule::Dispatch(unsigned int message, HostArg a, HostArg b) {
 int CDataStoreModule::HandleSymbolMessage(unsigned int message, HostArg a, HostArg b) {
   // Compat: in game mode every symbol request answers 0 and does nothing.
   if (gameMode_ == 1) return 0;
-  const bool insert = message == HostMessage::InsertDataSend || message == HostMessage::InsertDataPost;
+  const bool insert =
+      message == HostMessage::InsertDataSend || message == HostMessage::InsertDataPost;
   if (insert && !writeEnabled_) return RefuseInsert(message == HostMessage::InsertDataSend);
   if (a == 0) return 1;
   void* record = reinterpret_cast<void*>(a);
@@ -81,13 +75,12 @@ int CDataStoreModule::HandleSymbolMessage(unsigned int message, HostArg a, HostA
       return OpenSymbol(static_cast<SYMBOL_NAME_PERIOD*>(record), reinterpret_cast<void**>(b));
     case HostMessage::OpenSymbolPath:
       if (b == 0) return 1;
-      return OpenSymbol(static_cast<SYMBOL_NAME_PERIOD_PATH*>(record), reinterpret_cast<void**>(b), true);
-    case HostMessage::CloseSymbol:
-      return CloseSymbol(record);
+      return OpenSymbol(static_cast<SYMBOL_NAME_PERIOD_PATH*>(record), reinterpret_cast<void**>(b),
+                        true);
+    case HostMessage::CloseSymbol: return CloseSymbol(record);
     case HostMessage::InsertDataPost:
       return InsertSymbolDataPost(static_cast<INSERT_SYMBOL_DATA_REQUEST*>(record));
-    default:
-      break;
+    default: break;
   }
   if (!isExistSymbol(handleOf())) return 1;
   switch (message) {
@@ -97,8 +90,7 @@ int CDataStoreModule::HandleSymbolMessage(unsigned int message, HostArg a, HostA
       return GetSymbolDataSend(static_cast<GET_SYMBOL_DATA_REQUEST*>(record));
     case HostMessage::GetDataPost:
       return GetSymbolDataPost(static_cast<GET_SYMBOL_DATA_REQUEST*>(record));
-    default:
-      return GetSymbolDataCountSend(static_cast<GET_SYMBOL_DATA_REQUEST*>(record));
+    default: return GetSymbolDataCountSend(static_cast<GET_SYMBOL_DATA_REQUEST*>(record));
   }
 }
 
@@ -109,8 +101,11 @@ int CDataStoreModule::RefuseInsert(bool synchronous) {
   if (readOnlyReason_.isEmpty()) return 0;  // Compat: "EnableWrite" 0 answers 0, not an error
   constexpr long kRefusalsPerLine = 1000;
   if (insertsRefused_++ % kRefusalsPerLine == 0) {
-    ReportFailure(QStringLiteral("Insert refused (%1 so far): %2").arg(insertsRefused_).arg(readOnlyReason_)
-                      .toLocal8Bit().toStdString());
+    ReportFailure(QStringLiteral("Insert refused (%1 so far): %2")
+                      .arg(insertsRefused_)
+                      .arg(readOnlyReason_)
+                      .toLocal8Bit()
+                      .toStdString());
   }
   return synchronous ? 1 : 0;
 }
@@ -157,11 +152,16 @@ void CDataStoreModule::StopRequestThread() {
   requests_.reset();
   if (report.getsDropped > 0 || report.insertsDropped > 0) {
     ReportFailure(QStringLiteral("Stop: %1 queued get(s) and %2 queued insert(s) dropped")
-                      .arg(report.getsDropped).arg(report.insertsDropped).toLocal8Bit().toStdString());
+                      .arg(report.getsDropped)
+                      .arg(report.insertsDropped)
+                      .toLocal8Bit()
+                      .toStdString());
   }
   if (report.workerLeft) {
-    DsLog(QStringLiteral("Stop: a completion call holds the worker past %1 ms; it ends when the call returns")
-              .arg(kStopBudget.count()), MESS_CRITICAL);
+    DsLog(QStringLiteral(
+              "Stop: a completion call holds the worker past %1 ms; it ends when the call returns")
+              .arg(kStopBudget.count()),
+          MESS_CRITICAL);
   }
 }
 
@@ -201,7 +201,8 @@ void CDataStoreModule::EventDataStoreGetHandle() {
 }
 
 void CDataStoreModule::EventDataStoreEmit() {
-  CallHost(HostMessage::EmitEvent, static_cast<HostArg>(eventHandle_), reinterpret_cast<HostArg>(&eventSender_));
+  CallHost(HostMessage::EmitEvent, static_cast<HostArg>(eventHandle_),
+           reinterpret_cast<HostArg>(&eventSender_));
 }
 
 int CDataStoreModule::coreReceiveEvent(HostArg address) {

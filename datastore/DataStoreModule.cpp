@@ -38,12 +38,24 @@ constexpr int kConfigValueSize = 1024;
 
 // Default texts of the data store's translation keys, in the order they are sent.
 constexpr const char* kTranslations[][2] = {
-    {"C0110", "Look in"},        {"C0111", "Invert selected"}, {"M0150", "Data Import"},
-    {"Tr0019Reject", "Reject"},  {"C0028Name", "Name"},        {"M0176", "Period"},
-    {"Tra0010", "First Date"},   {"Tra0011", "Last Date"},     {"C0075Type", "Type"},
-    {"M0177", "Select all"},     {"C0042SelectOff", "Deselect"}, {"C0049Ok", "OK"},
-    {"M0053", "Undo"},           {"M0054", "Redo"},            {"C0109", "Cut"},
-    {"C0107", "Copy"},           {"C0108", "Paste"},           {"M0264", "Clear"},
+    {"C0110", "Look in"},
+    {"C0111", "Invert selected"},
+    {"M0150", "Data Import"},
+    {"Tr0019Reject", "Reject"},
+    {"C0028Name", "Name"},
+    {"M0176", "Period"},
+    {"Tra0010", "First Date"},
+    {"Tra0011", "Last Date"},
+    {"C0075Type", "Type"},
+    {"M0177", "Select all"},
+    {"C0042SelectOff", "Deselect"},
+    {"C0049Ok", "OK"},
+    {"M0053", "Undo"},
+    {"M0054", "Redo"},
+    {"C0109", "Cut"},
+    {"C0107", "Copy"},
+    {"C0108", "Paste"},
+    {"M0264", "Clear"},
     {"M0177", "Select all"},
 };
 
@@ -73,7 +85,8 @@ CDataStoreModule theDataStoreModule(kModuleName, kNumber1, kNumber2, kNumber3);
 
 CDataStoreModule::CDataStoreModule(char const* name, unsigned number1, unsigned number2,
                                    unsigned number3)
-    : CModule(name, number1, number2, number3, kClassName, QString::fromLatin1(kTranslationContext)),
+    : CModule(name, number1, number2, number3, kClassName,
+              QString::fromLatin1(kTranslationContext)),
       registry_(this, OpenFileCache::kDefaultCapacity),
       fileSystem_(&FileSystem::Default()) {
   MODULE_INFO& info = mutableInfo();
@@ -106,8 +119,8 @@ int CDataStoreModule::ChangeGlobalParameters(coreChangeGlobalParameters* paramet
 }
 
 bool CDataStoreModule::MakePath(QString const& path) {
-  for (qsizetype slash = path.indexOf(QLatin1Char('/'), 1);
-       slash >= 0 && slash < path.size() - 1; slash = path.indexOf(QLatin1Char('/'), slash + 1)) {
+  for (qsizetype slash = path.indexOf(QLatin1Char('/'), 1); slash >= 0 && slash < path.size() - 1;
+       slash = path.indexOf(QLatin1Char('/'), slash + 1)) {
     const QString prefix = path.left(slash + 1);
     if (!QFileInfo::exists(prefix) && !QDir().mkdir(prefix)) return false;
   }
@@ -135,7 +148,8 @@ void WarnOfBareLineFeeds(QString const& configPath) {
   if (!file.open(QIODevice::ReadOnly)) return;
   const QByteArray text = file.readAll();
   if (text.count('\n') > text.count("\r\n")) {
-    DsLog(QStringLiteral("%1: lines end in LF, not CR LF: its keys are not read").arg(configPath), MESS_CRITICAL);
+    DsLog(QStringLiteral("%1: lines end in LF, not CR LF: its keys are not read").arg(configPath),
+          MESS_CRITICAL);
   }
 }
 }  // namespace
@@ -147,22 +161,34 @@ void CDataStoreModule::ReadConfiguration(QString const& configPath) {
   writeEnabled_ = config.ReadBool(kConfigSection, kEnableWriteKey, true);
   const DurabilitySettings defaults;
   const long level = config.ReadInteger(kConfigSection, kDurabilityKey, defaults.level);
-  const long interval = config.ReadInteger(kConfigSection, kSyncIntervalKey, defaults.syncIntervalMs);
-  const long openFiles = config.ReadInteger(kConfigSection, kOpenFilesKey, OpenFileCache::kDefaultCapacity);
-  durability_.level = level >= DurabilitySettings::kNoSync && level <= DurabilitySettings::kEveryInsert
-                          ? static_cast<int>(level) : defaults.level;
-  durability_.syncIntervalMs = interval > 0 && interval <= kMaxSyncIntervalMs ? static_cast<int>(interval)
-                                                                               : defaults.syncIntervalMs;
+  const long interval =
+      config.ReadInteger(kConfigSection, kSyncIntervalKey, defaults.syncIntervalMs);
+  const long openFiles =
+      config.ReadInteger(kConfigSection, kOpenFilesKey, OpenFileCache::kDefaultCapacity);
+  durability_.level =
+      level >= DurabilitySettings::kNoSync && level <= DurabilitySettings::kEveryInsert
+          ? static_cast<int>(level)
+          : defaults.level;
+  durability_.syncIntervalMs = interval > 0 && interval <= kMaxSyncIntervalMs
+                                   ? static_cast<int>(interval)
+                                   : defaults.syncIntervalMs;
   if (level != durability_.level || interval != durability_.syncIntervalMs) {
     DsLog(QStringLiteral("%1: Durability is 0, 1 or 2 and SyncInterval 1 to %2 ms; using %3 and %4")
-              .arg(configPath).arg(kMaxSyncIntervalMs).arg(durability_.level).arg(durability_.syncIntervalMs),
+              .arg(configPath)
+              .arg(kMaxSyncIntervalMs)
+              .arg(durability_.level)
+              .arg(durability_.syncIntervalMs),
           MESS_CRITICAL);
   }
   const bool openFilesValid = openFiles >= 1 && openFiles <= kMaxOpenFiles;
-  registry_.openFiles().setCapacity(openFilesValid ? std::size_t(openFiles) : OpenFileCache::kDefaultCapacity);
+  registry_.openFiles().setCapacity(openFilesValid ? std::size_t(openFiles)
+                                                   : OpenFileCache::kDefaultCapacity);
   if (!openFilesValid) {
-    DsLog(QStringLiteral("%1: OpenFiles is 1 to %2; using %3").arg(configPath).arg(kMaxOpenFiles)
-              .arg(OpenFileCache::kDefaultCapacity), MESS_CRITICAL);
+    DsLog(QStringLiteral("%1: OpenFiles is 1 to %2; using %3")
+              .arg(configPath)
+              .arg(kMaxOpenFiles)
+              .arg(OpenFileCache::kDefaultCapacity),
+          MESS_CRITICAL);
   }
   // An empty value would put the provider folder at the file system's root.
   if (pathData[0] == kHostDataFolderMark || pathData[0] == '\0') {
@@ -182,7 +208,8 @@ void CDataStoreModule::OpenWriteLog() {
   const std::string folder = qDataPath.toLocal8Bit().toStdString();
   Status status = FolderLock::Acquire(folder, &folderLock_);
   RecoveryReport report;
-  if (status.ok()) status = WriteAheadLog::Open(*fileSystem_, folder, durability_, &writeLog_, &report);
+  if (status.ok())
+    status = WriteAheadLog::Open(*fileSystem_, folder, durability_, &writeLog_, &report);
   if (!status.ok()) {
     readOnlyReason_ = QString::fromLocal8Bit(status.ToString().c_str());
     ReportFailure("The data folder is read-only for this instance: " + status.ToString());
@@ -197,11 +224,15 @@ void CDataStoreModule::OpenWriteLog() {
     return;
   }
   if (report.framesReplayed > 0 || report.filesCut > 0) {
-    DsLog(QStringLiteral("Recovered %1 change(s) of %2 file(s) from the log; %3 file(s) cut back to their last "
-                         "whole append, %4 change(s) after it dropped")
-              .arg(report.framesReplayed).arg(report.filesTouched.size()).arg(report.filesCut)
-              .arg(report.framesVoided),
-          MESS_CRITICAL);
+    DsLog(
+        QStringLiteral(
+            "Recovered %1 change(s) of %2 file(s) from the log; %3 file(s) cut back to their last "
+            "whole append, %4 change(s) after it dropped")
+            .arg(report.framesReplayed)
+            .arg(report.filesTouched.size())
+            .arg(report.filesCut)
+            .arg(report.framesVoided),
+        MESS_CRITICAL);
   }
 }
 
@@ -222,7 +253,8 @@ void CDataStoreModule::CloseWriteLog() {
 // stored under the provider folder and starts the worker.
 void CDataStoreModule::CreateFolders() {
   qDataPath = GetPathByFolderType(this, VD_FOLDER_DATA);
-  const QString configPath = GetPathByFolderType(this, VD_FOLDER_CONFIG) + QLatin1String(kConfigFile);
+  const QString configPath =
+      GetPathByFolderType(this, VD_FOLDER_CONFIG) + QLatin1String(kConfigFile);
   pa = qobject_cast<QApplication*>(QCoreApplication::instance());
   KeepFileLogOpen(true);
   ReadConfiguration(configPath);
@@ -240,8 +272,10 @@ void CDataStoreModule::CreateFolders() {
 // The current data provider, from the host's source record.
 QString CDataStoreModule::RequestProvider() {
   SOURCE_RECORD source{};
-  CallHost(HostMessage::GetDataSource, static_cast<HostArg>(hostId_), reinterpret_cast<HostArg>(&source));
-  return QString::fromLocal8Bit(source.provider, qsizetype(strnlen(source.provider, sizeof(source.provider))));
+  CallHost(HostMessage::GetDataSource, static_cast<HostArg>(hostId_),
+           reinterpret_cast<HostArg>(&source));
+  return QString::fromLocal8Bit(source.provider,
+                                qsizetype(strnlen(source.provider, sizeof(source.provider))));
 }
 
 void CDataStoreModule::addDateToTranslate() const {

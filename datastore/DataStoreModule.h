@@ -55,12 +55,16 @@ class CConvertor;
 class QApplication;
 struct coreChangeGlobalParameters;
 
-class CDataStoreModule : public CModule, public SymbolOwner, public ImportTarget, private RequestServer {
+class CDataStoreModule : public CModule,
+                         public SymbolOwner,
+                         public ImportTarget,
+                         private RequestServer {
  public:
-  static constexpr std::uint32_t kModuleExtra = 38;                      // MODULE_INFO::extra of the data store
-  static constexpr std::chrono::milliseconds kStopBudget{5000};          // longest wait for the worker on 3005
-  static constexpr long kMaxSyncIntervalMs = 3'600'000;                  // longest "SyncInterval" taken
-  static constexpr long kMaxOpenFiles = 1'000'000;                       // largest "OpenFiles" taken
+  static constexpr std::uint32_t kModuleExtra = 38;  // MODULE_INFO::extra of the data store
+  static constexpr std::chrono::milliseconds kStopBudget{
+      5000};                                             // longest wait for the worker on 3005
+  static constexpr long kMaxSyncIntervalMs = 3'600'000;  // longest "SyncInterval" taken
+  static constexpr long kMaxOpenFiles = 1'000'000;       // largest "OpenFiles" taken
 
   CDataStoreModule(char const* name, unsigned number1, unsigned number2, unsigned number3);
   ~CDataStoreModule() override;
@@ -133,7 +137,8 @@ class CDataStoreModule : public CModule, public SymbolOwner, public ImportTarget
   void OpenWriteLog();
   // The change mutex, then the data mutex.
   struct ChangeLock {
-    explicit ChangeLock(CDataStoreModule& module) : change(module.changeMutex_), data(module.dataMutex_) {}
+    explicit ChangeLock(CDataStoreModule& module)
+        : change(module.changeMutex_), data(module.dataMutex_) {}
     std::unique_lock<std::mutex> change;  // taken first
     std::unique_lock<std::mutex> data;    // released by a checkpoint during its syncs
   };
@@ -148,39 +153,39 @@ class CDataStoreModule : public CModule, public SymbolOwner, public ImportTarget
   Status UseForReading(CSymbol& symbol, std::unique_lock<std::mutex>& data);
   bool LogHasUnapplied();
 
-  HostWord hostId_ = 0;                                 // identifier used in host calls
-  bool running_ = false;                                // between 3007 and 3005
-  std::shared_ptr<RequestQueue> requests_;              // posted requests and their worker, while running
-  std::mutex changeMutex_;                              // kept by changes and checkpoints; before dataMutex_
-  std::mutex dataMutex_;                                // serialises symbols, file cache and log
-  bool writeEnabled_ = true;                            // "EnableWrite", and this instance holds the lock
-  QString readOnlyReason_;                              // why inserts are refused though "EnableWrite" allows them
-  long insertsRefused_ = 0;                             // inserts refused for readOnlyReason_
-  int gameMode_ = 0;                                    // 1 while the host is in game mode
-  QStringList stringList_;                              // cleared at tear-down
-  QStringList sourceNames_;                             // providers seen, first seen first
-  QString lastFolderInside_;                            // the last request folder found inside the data folder
-  QSet<QString> foldersMade_;                           // symbol folders made (or found) since 3007
-  SymbolRegistry registry_;                             // every symbol, its handle and its open file
-  int symbolCount_ = 0;                                 // symbols ever appended
-  VDEvent eventSender_{};                               // sent with "DataStoreEvent"
-  HostWord eventHandle_ = 0;                            // handle of "DataStoreEvent"
-  CConvertor* convertor_ = nullptr;                     // the import controller
-  FileSystem* fileSystem_;                              // where symbol files live
-  DurabilitySettings durability_;                       // "Durability", "SyncInterval"
-  std::unique_ptr<FolderLock> folderLock_;              // held while this instance writes the data folder
-  std::unique_ptr<WriteAheadLog> writeLog_;             // the data folder's log; null while not its writer
-  std::unique_ptr<LoggedFileSystem> logView_;           // reads after a recovery that could not finish
+  HostWord hostId_ = 0;                     // identifier used in host calls
+  bool running_ = false;                    // between 3007 and 3005
+  std::shared_ptr<RequestQueue> requests_;  // posted requests and their worker, while running
+  std::mutex changeMutex_;                  // kept by changes and checkpoints; before dataMutex_
+  std::mutex dataMutex_;                    // serialises symbols, file cache and log
+  bool writeEnabled_ = true;                // "EnableWrite", and this instance holds the lock
+  QString readOnlyReason_;           // why inserts are refused though "EnableWrite" allows them
+  long insertsRefused_ = 0;          // inserts refused for readOnlyReason_
+  int gameMode_ = 0;                 // 1 while the host is in game mode
+  QStringList stringList_;           // cleared at tear-down
+  QStringList sourceNames_;          // providers seen, first seen first
+  QString lastFolderInside_;         // the last request folder found inside the data folder
+  QSet<QString> foldersMade_;        // symbol folders made (or found) since 3007
+  SymbolRegistry registry_;          // every symbol, its handle and its open file
+  int symbolCount_ = 0;              // symbols ever appended
+  VDEvent eventSender_{};            // sent with "DataStoreEvent"
+  HostWord eventHandle_ = 0;         // handle of "DataStoreEvent"
+  CConvertor* convertor_ = nullptr;  // the import controller
+  FileSystem* fileSystem_;           // where symbol files live
+  DurabilitySettings durability_;    // "Durability", "SyncInterval"
+  std::unique_ptr<FolderLock> folderLock_;     // held while this instance writes the data folder
+  std::unique_ptr<WriteAheadLog> writeLog_;    // the data folder's log; null while not its writer
+  std::unique_ptr<LoggedFileSystem> logView_;  // reads after a recovery that could not finish
 };
 
-extern CDataStoreModule* pDSModule;   // the one module object
-extern void* pGlobalCore;             // host context, set on 3007 and 3004
-extern QString qDataPath;             // the data folder
-extern messLog dsLog;                 // the module's own file log
+extern CDataStoreModule* pDSModule;  // the one module object
+extern void* pGlobalCore;            // host context, set on 3007 and 3004
+extern QString qDataPath;            // the data folder
+extern messLog dsLog;                // the module's own file log
 
 // Adds a line to dsLog; safe from the host's thread and the worker alike.
 void DsLog(QString const& text, CriticalLevel level);
 void KeepFileLogOpen(bool keep);
-extern QApplication* pa;              // the running QApplication, or null
+extern QApplication* pa;  // the running QApplication, or null
 
 #endif  // DATASTORE_DATASTORE_DATASTOREMODULE_H_

@@ -23,11 +23,13 @@ std::size_t PointBytes(CSymbol const& symbol, int count) {
 // request still has one. Empty when either allocation fails.
 template <typename Request>
 QueuedCopy<Request> CopyRequest(Request const& request, HostWord callerPoints, std::size_t bytes) {
-  QueuedCopy<Request> copy{std::unique_ptr<Request, FreeDeleter>(static_cast<Request*>(std::malloc(sizeof(Request)))),
-                           std::unique_ptr<void, FreeDeleter>(std::malloc(bytes > 0 ? bytes : 1))};
+  QueuedCopy<Request> copy{
+      std::unique_ptr<Request, FreeDeleter>(static_cast<Request*>(std::malloc(sizeof(Request)))),
+      std::unique_ptr<void, FreeDeleter>(std::malloc(bytes > 0 ? bytes : 1))};
   if (!copy.record || !copy.points) return {};
   *copy.record = request;
-  if (callerPoints != 0) std::memcpy(copy.points.get(), reinterpret_cast<void*>(callerPoints), bytes);
+  if (callerPoints != 0)
+    std::memcpy(copy.points.get(), reinterpret_cast<void*>(callerPoints), bytes);
   return copy;
 }
 
@@ -62,7 +64,8 @@ void CDataStoreModule::CheckpointIfDue(ChangeLock& lock) {
 // whose file the writer has not made yet reads as empty until it exists.
 Status CDataStoreModule::UseSymbol(CSymbol& symbol) {
   Status status = registry_.Use(symbol);
-  if (!status.ok() && symbol.writeDisabled() && !fileSystem_->Exists(symbol.file()->path())) return Status();
+  if (!status.ok() && symbol.writeDisabled() && !fileSystem_->Exists(symbol.file()->path()))
+    return Status();
   return status;
 }
 
@@ -110,7 +113,8 @@ int CDataStoreModule::InsertSymbolDataSend(INSERT_SYMBOL_DATA_REQUEST* request) 
   ChangeLock lock(*this);
   CSymbol* symbol = SymbolOf(request->handle);
   Status status = UseSymbol(*symbol);
-  if (status.ok()) status = symbol->InsertData(request->number, reinterpret_cast<unsigned char*>(request->data));
+  if (status.ok())
+    status = symbol->InsertData(request->number, reinterpret_cast<unsigned char*>(request->data));
   LogStatus(status);
   CommitLog();
   CheckpointIfDue(lock);
@@ -131,7 +135,8 @@ int CDataStoreModule::GetSymbolDataPost(GET_SYMBOL_DATA_REQUEST* request) {
 
 int CDataStoreModule::InsertSymbolDataPost(INSERT_SYMBOL_DATA_REQUEST* request) {
   LogMessage("InsertSymbolDataPost");
-  if (!isExistSymbol(reinterpret_cast<void*>(request->handle))) throw AddDataException(kPostUnknownSymbol);
+  if (!isExistSymbol(reinterpret_cast<void*>(request->handle)))
+    throw AddDataException(kPostUnknownSymbol);
   const std::size_t bytes = PointBytes(*SymbolOf(request->handle), request->number);
   QueuedInsert copy = CopyRequest(*request, request->data, bytes);
   if (!copy) throw AddDataException(kPostBufferFailed);
@@ -148,7 +153,8 @@ void CDataStoreModule::ServeInsert(INSERT_SYMBOL_DATA_REQUEST& copy) {
   ChangeLock lock(*this);
   CSymbol* symbol = SymbolOf(copy.handle);
   Status status = UseSymbol(*symbol);
-  if (status.ok()) status = symbol->InsertData(copy.number, reinterpret_cast<unsigned char*>(copy.data));
+  if (status.ok())
+    status = symbol->InsertData(copy.number, reinterpret_cast<unsigned char*>(copy.data));
   LogStatus(status);
 }
 

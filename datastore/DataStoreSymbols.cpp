@@ -11,16 +11,20 @@
 
 namespace {
 
-constexpr int kHeaderNotWritten = 2;  // CSymbol::Create: the file exists and does not load, or a write failed
+constexpr int kHeaderNotWritten =
+    2;  // CSymbol::Create: the file exists and does not load, or a write failed
 
 // Texts of a request, never read past their fields.
 QString RequestName(SYMBOL_NAME_PERIOD const& request) {
   return QString::fromStdU16String(hostfield::WideText(&request.name));
 }
 QString RequestProviderName(SYMBOL_NAME_PERIOD const& request) {
-  return QString::fromLocal8Bit(request.provider, qsizetype(strnlen(request.provider, sizeof(request.provider))));
+  return QString::fromLocal8Bit(request.provider,
+                                qsizetype(strnlen(request.provider, sizeof(request.provider))));
 }
-std::string RequestCode(SYMBOL_NAME_PERIOD const& request) { return hostfield::Text(request.code, sizeof(request.code)); }
+std::string RequestCode(SYMBOL_NAME_PERIOD const& request) {
+  return hostfield::Text(request.code, sizeof(request.code));
+}
 QString RequestPath(SYMBOL_NAME_PERIOD_PATH const& request) {
   return QString::fromStdU16String(hostfield::WideText(&request.path));
 }
@@ -78,7 +82,8 @@ bool CDataStoreModule::IsInsideDataFolder(QString const& folder) {
   const QString root = QDir::cleanPath(QDir(qDataPath).absolutePath());
   // Files are made where the folder names them, so it is resolved as they are.
   const QString cleaned = QDir::cleanPath(QDir(folder).absolutePath());
-  const QString rootPrefix = root.endsWith(QLatin1Char('/')) ? root : root + QLatin1Char('/');  // "/" itself
+  const QString rootPrefix =
+      root.endsWith(QLatin1Char('/')) ? root : root + QLatin1Char('/');  // "/" itself
   const bool inside = cleaned == root || cleaned.startsWith(rootPrefix);
   if (inside) lastFolderInside_ = folder;
   return inside;
@@ -88,9 +93,10 @@ CSymbol* CDataStoreModule::CreateSymbol(QString const& key, SYMBOL_NAME_PERIOD c
   const std::u16string name = RequestName(request).toStdU16String();
   const std::u16string provider = RequestProviderName(request).toStdU16String();
   std::string code = RequestCode(request);
-  auto symbol = std::make_unique<CSymbol>(this, reinterpret_cast<const unsigned short*>(name.c_str()),
-                                          request.period, reinterpret_cast<const unsigned short*>(name.c_str()),
-                                          code.data(), reinterpret_cast<const unsigned short*>(provider.c_str()));
+  auto symbol = std::make_unique<CSymbol>(
+      this, reinterpret_cast<const unsigned short*>(name.c_str()), request.period,
+      reinterpret_cast<const unsigned short*>(name.c_str()), code.data(),
+      reinterpret_cast<const unsigned short*>(provider.c_str()));
   AddDefaultViews(*symbol);
   QString folder = key;
   AddProvider(folder, ProviderFolderName(QString::fromStdU16String(provider)));

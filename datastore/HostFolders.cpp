@@ -16,7 +16,8 @@ QString FromUtf16Field(const char16_t* units, int capacity) {
 
 QString AskWorkFolder(HostCallback callback, void* context, int* result) {
   std::vector<char16_t> buffer(kWorkFolderUnits, 0);
-  *result = callback(context, HostMessage::GetWorkFolder, reinterpret_cast<HostArg>(buffer.data()), 0);
+  *result =
+      callback(context, HostMessage::GetWorkFolder, reinterpret_cast<HostArg>(buffer.data()), 0);
   return FromUtf16Field(buffer.data(), kWorkFolderUnits);
 }
 
@@ -24,14 +25,17 @@ QString AskWorkFolder(HostCallback callback, void* context, int* result) {
 
 QString ApplicationFolder() {
   if (QCoreApplication::instance() != nullptr) return QCoreApplication::applicationDirPath();
-  return QFileInfo(QStringLiteral("/proc/self/exe")).canonicalFilePath().section(QLatin1Char('/'), 0, -2);
+  return QFileInfo(QStringLiteral("/proc/self/exe"))
+      .canonicalFilePath()
+      .section(QLatin1Char('/'), 0, -2);
 }
 
 QString GetPathByFolderType(HostCallback callback, void* context, VD_FOLDERS type) {
   FOLDER_REQUEST_RECORD record{};
   record.folderType = type;
-  const int result =
-      callback == nullptr ? 1 : callback(context, HostMessage::GetFolder, reinterpret_cast<HostArg>(&record), 0);
+  const int result = callback == nullptr ? 1
+                                         : callback(context, HostMessage::GetFolder,
+                                                    reinterpret_cast<HostArg>(&record), 0);
   if (result != 0) return ApplicationFolder();
   return FromUtf16Field(record.path, kFolderPathUnits);
 }

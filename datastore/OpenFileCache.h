@@ -40,9 +40,10 @@ class OpenFileCache {
  private:
   void CloseBeyondCapacity();
 
-  std::size_t capacity_;                                                  // files held open at most
-  std::list<CSymbol*> recency_;                                           // most recently used first
-  std::unordered_map<CSymbol*, std::list<CSymbol*>::iterator> positions_; // each held symbol's place
+  std::size_t capacity_;         // files held open at most
+  std::list<CSymbol*> recency_;  // most recently used first
+  std::unordered_map<CSymbol*, std::list<CSymbol*>::iterator>
+      positions_;  // each held symbol's place
 };
 
 #endif  // DATASTORE_DATASTORE_OPENFILECACHE_H_

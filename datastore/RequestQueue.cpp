@@ -75,7 +75,9 @@ bool RequestQueue::WaitForWork() {
   if (StopRequested()) return true;
   const Clock::duration untilDue = server_->UntilWorkDue();
   std::unique_lock<std::mutex> lock(mutex_);
-  auto ready = [this] { return stopRequested_ || dueWorkWaiting_ || getCount_ != 0 || insertCount_ != 0; };
+  auto ready = [this] {
+    return stopRequested_ || dueWorkWaiting_ || getCount_ != 0 || insertCount_ != 0;
+  };
   if (untilDue == Clock::duration::max()) {
     requestCondition_.wait(lock, ready);
   } else {

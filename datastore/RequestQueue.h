@@ -106,22 +106,22 @@ class RequestQueue : public std::enable_shared_from_this<RequestQueue> {
   bool WaitForWorker(std::unique_lock<std::mutex>& lock);
   StopReport DropQueued();
 
-  RequestServer* const server_;                 // serves the requests; not owned
-  const HostCallback completion_;               // where completion calls go
-  mutable std::mutex mutex_;                    // guards everything below
-  std::condition_variable requestCondition_;    // wakes the worker
-  std::condition_variable workerCondition_;     // wakes Stop
-  std::deque<QueuedGet> getQueue_;              // posted gets, oldest first
-  int insertCount_ = 0;                         // entries in insertQueue_
-  std::deque<QueuedInsert> insertQueue_;        // posted inserts, oldest first
-  int getCount_ = 0;                            // entries in getQueue_
-  bool dueWorkWaiting_ = false;                 // WakeForDueWork since the worker last looked
-  bool stopRequested_ = false;                  // the worker winds down
-  Clock::time_point stopDeadline_;              // end of the stop budget
-  bool inHostCall_ = false;                     // the worker is in a completion call
-  bool workerLeft_ = false;                     // Stop returned without it: no more host calls
-  bool workerDone_ = false;                     // the worker's loop has returned
-  std::thread worker_;                          // joined or detached by Stop
+  RequestServer* const server_;               // serves the requests; not owned
+  const HostCallback completion_;             // where completion calls go
+  mutable std::mutex mutex_;                  // guards everything below
+  std::condition_variable requestCondition_;  // wakes the worker
+  std::condition_variable workerCondition_;   // wakes Stop
+  std::deque<QueuedGet> getQueue_;            // posted gets, oldest first
+  int insertCount_ = 0;                       // entries in insertQueue_
+  std::deque<QueuedInsert> insertQueue_;      // posted inserts, oldest first
+  int getCount_ = 0;                          // entries in getQueue_
+  bool dueWorkWaiting_ = false;               // WakeForDueWork since the worker last looked
+  bool stopRequested_ = false;                // the worker winds down
+  Clock::time_point stopDeadline_;            // end of the stop budget
+  bool inHostCall_ = false;                   // the worker is in a completion call
+  bool workerLeft_ = false;                   // Stop returned without it: no more host calls
+  bool workerDone_ = false;                   // the worker's loop has returned
+  std::thread worker_;                        // joined or detached by Stop
 };
 
 #endif  // DATASTORE_DATASTORE_REQUESTQUEUE_H_

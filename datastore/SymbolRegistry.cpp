@@ -17,8 +17,9 @@ namespace {
 
 constexpr char kStoredSuffix[] = ".cjd";
 
-
-std::int32_t ComparedLength(SYMBOL_PERIOD period) { return period::LengthOf(period.kind, period.length); }
+std::int32_t ComparedLength(SYMBOL_PERIOD period) {
+  return period::LengthOf(period.kind, period.length);
+}
 
 // Reads stored headers without the log: at start-up recovery has put
 // everything into the files.
@@ -43,9 +44,10 @@ std::vector<QString> StoredFileNames(QString const& folder) {
     const std::string_view name(entry->d_name);
     if (name.starts_with('.') || !name.ends_with(kStoredSuffix)) continue;
     struct stat info {};
-    const bool regular = entry->d_type == DT_REG ||
-                         (entry->d_type == DT_UNKNOWN && ::fstatat(::dirfd(directory), entry->d_name, &info,
-                                                                   AT_SYMLINK_NOFOLLOW) == 0 && S_ISREG(info.st_mode));
+    const bool regular = entry->d_type == DT_REG || (entry->d_type == DT_UNKNOWN &&
+                                                     ::fstatat(::dirfd(directory), entry->d_name,
+                                                               &info, AT_SYMLINK_NOFOLLOW) == 0 &&
+                                                     S_ISREG(info.st_mode));
     if (regular) names.push_back(QString::fromLocal8Bit(entry->d_name));
   }
   ::closedir(directory);
@@ -67,9 +69,8 @@ SymbolKey SymbolKey::Of(QString const& folder, SYMBOL_NAME_PERIOD const& request
   key.folder = folder;
   key.name = hostfield::WideText(&request.name);
   key.code = hostfield::Text(request.code, sizeof(request.code));
-  key.provider =
-      QString::fromLocal8Bit(hostfield::Text(request.provider, sizeof(request.provider)))
-          .toStdU16String();
+  key.provider = QString::fromLocal8Bit(hostfield::Text(request.provider, sizeof(request.provider)))
+                     .toStdU16String();
   key.kind = request.period.kind;
   key.length = ComparedLength(request.period);
   return key;
@@ -91,15 +92,18 @@ std::size_t SymbolKeyHash::operator()(SymbolKey const& key) const {
   MixHash(seed, std::hash<std::u16string>()(key.name));
   MixHash(seed, std::hash<std::string>()(key.code));
   MixHash(seed, std::hash<std::u16string>()(key.provider));
-  MixHash(seed, std::size_t(static_cast<unsigned char>(key.kind)) << 32 | static_cast<std::uint32_t>(key.length));
+  MixHash(seed, std::size_t(static_cast<unsigned char>(key.kind)) << 32 |
+                    static_cast<std::uint32_t>(key.length));
   return seed;
 }
 
-SymbolRegistry::SymbolRegistry(SymbolOwner* owner, std::size_t openFiles) : owner_(owner), openFiles_(openFiles) {}
+SymbolRegistry::SymbolRegistry(SymbolOwner* owner, std::size_t openFiles)
+    : owner_(owner), openFiles_(openFiles) {}
 
 SymbolRegistry::~SymbolRegistry() { Clear(); }
 
-CSymbol* SymbolRegistry::Find(QString const& folder, SYMBOL_NAME_PERIOD const& request, Status* status) {
+CSymbol* SymbolRegistry::Find(QString const& folder, SYMBOL_NAME_PERIOD const& request,
+                              Status* status) {
   const auto found = entries_.find(SymbolKey::Of(folder, request));
   if (found == entries_.end()) return nullptr;
   Entry& entry = found->second;
@@ -137,7 +141,8 @@ int SymbolRegistry::AddStoredFiles(QString const& folder, RefusalSink const& ref
       refused(filePath, status);
       continue;
     }
-    const bool first = entries_.try_emplace(SymbolKey::Of(folder, header), Entry{nullptr, path}).second;
+    const bool first =
+        entries_.try_emplace(SymbolKey::Of(folder, header), Entry{nullptr, path}).second;
     if (!first) ++unreachable_;
     ++added;
   }

@@ -37,12 +37,12 @@ class SymbolOwner;
 
 // What the match rules compare.
 struct SymbolKey {
-  QString folder;          // the request's path, exactly
-  std::u16string name;     // UTF-16 units
-  std::string code;        // bytes
-  std::u16string provider; // UTF-16 units
-  char kind = 0;           // period kind
-  std::int32_t length = 0; // period length for "I", else 0
+  QString folder;           // the request's path, exactly
+  std::u16string name;      // UTF-16 units
+  std::string code;         // bytes
+  std::u16string provider;  // UTF-16 units
+  char kind = 0;            // period kind
+  std::int32_t length = 0;  // period length for "I", else 0
 
   static SymbolKey Of(QString const& folder, SYMBOL_NAME_PERIOD const& request);
   static SymbolKey Of(QString const& folder, CSymbol const& symbol);
@@ -89,11 +89,12 @@ class SymbolRegistry {
   };
   CSymbol* Load(Entry& entry, Status* status);
 
-  SymbolOwner* owner_;                                               // not owned
-  std::unordered_map<SymbolKey, Entry, SymbolKeyHash> entries_;      // the first symbol of each key
-  std::unordered_map<const void*, std::unique_ptr<CSymbol>> owned_;  // every loaded symbol, by handle
-  std::size_t unreachable_ = 0;                                      // registered after another of their key
-  OpenFileCache openFiles_;                                          // the files held open
+  SymbolOwner* owner_;                                           // not owned
+  std::unordered_map<SymbolKey, Entry, SymbolKeyHash> entries_;  // the first symbol of each key
+  std::unordered_map<const void*, std::unique_ptr<CSymbol>>
+      owned_;                    // every loaded symbol, by handle
+  std::size_t unreachable_ = 0;  // registered after another of their key
+  OpenFileCache openFiles_;      // the files held open
 };
 
 #endif  // DATASTORE_DATASTORE_SYMBOLREGISTRY_H_

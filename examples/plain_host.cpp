@@ -39,7 +39,7 @@ namespace M = HostMessage;
 using Clock = std::chrono::steady_clock;
 using Ms = std::chrono::milliseconds;
 
-constexpr char kProvider[] = "PlainHost";        // our 3012 answer; the symbol's folder
+constexpr char kProvider[] = "PlainHost";  // our 3012 answer; the symbol's folder
 constexpr char16_t kSymbolName[] = u"EURUSD";
 constexpr char kSymbolCode[] = "EURUSD";
 constexpr char kPeriodKind = 'I';                // intraday bars ...
@@ -91,23 +91,26 @@ void Check(bool ok, const std::string& what) {
   std::fprintf(stderr, "FAILED: %s\n", what.c_str());
 }
 
-HostArg Arg(const void* record) { return reinterpret_cast<HostArg>(record); }      // a message argument
-HostWord Word(const void* address) { return reinterpret_cast<HostWord>(address); }  // a record field
+HostArg Arg(const void* record) { return reinterpret_cast<HostArg>(record); }  // a message argument
+HostWord Word(const void* address) {
+  return reinterpret_cast<HostWord>(address);
+}  // a record field
 template <typename Record>
-Record* As(HostArg address) { return reinterpret_cast<Record*>(address); }
+Record* As(HostArg address) {
+  return reinterpret_cast<Record*>(address);
+}
 
 void CopyText(char* field, std::size_t size, const char* text) {
   std::strncpy(field, text, size - 1);
   field[size - 1] = 0;
 }
 
-
 // ---- The host side ---------------------------------------------------------
 // The module keeps our callback and its context until the process exits, and
 // a completion call may still run during the exit: gHost is never destroyed.
 struct HostState {
-  fs::path dataFolder;                  // our 3128 answer for every folder type (no pelto.cfg there: defaults)
-  int slowCompletionMs = 0;             // how long a held completion call sleeps
+  fs::path dataFolder;       // our 3128 answer for every folder type (no pelto.cfg there: defaults)
+  int slowCompletionMs = 0;  // how long a held completion call sleeps
   std::atomic<bool> holdNext = false;   // the next completion call sleeps slowCompletionMs
   std::mutex mu;                        // guards the members below
   std::condition_variable changed;      // a completion call entered or returned
@@ -145,10 +148,12 @@ int HostCallbackFunction(void* context, unsigned int message, HostArg a, HostArg
   HostState& host = *static_cast<HostState*>(context);
   switch (message) {
     case M::RegisterModule: As<REGISTRATION_RECORD>(a)->moduleOrHandle = kModuleHandle; break;
-    case M::GetDataSource: CopyText(As<SOURCE_RECORD>(b)->provider, kHostNameField, kProvider); break;
+    case M::GetDataSource:
+      CopyText(As<SOURCE_RECORD>(b)->provider, kHostNameField, kProvider);
+      break;
     case M::GetFolder:
-      hostfield::SetWideText(As<char>(a) + offsetof(FOLDER_REQUEST_RECORD, path), host.dataFolder.u16string(),
-                             kFolderPathUnits);
+      hostfield::SetWideText(As<char>(a) + offsetof(FOLDER_REQUEST_RECORD, path),
+                             host.dataFolder.u16string(), kFolderPathUnits);
       break;
     case M::GetLogSink: *As<HostWord>(a) = reinterpret_cast<HostWord>(&PrintLogRecord); break;
     case M::CreateEvent: As<EVENT_CREATION_RECORD>(a)->handle = kEventHandle; break;
@@ -165,15 +170,20 @@ struct Module {
   InitializeFunction initialize = nullptr;
   ReceiveMessageFunction receive = nullptr;
 
-  int send(unsigned int message, HostArg a = 0, HostArg b = 0) const { return receive(&gHost, message, a, b); }
+  int send(unsigned int message, HostArg a = 0, HostArg b = 0) const {
+    return receive(&gHost, message, a, b);
+  }
 };
 
 bool Load(const std::string& path, Module& module) {
   module.library = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
-  const auto find = [&](const char* name) { return module.library ? dlsym(module.library, name) : nullptr; };
+  const auto find = [&](const char* name) {
+    return module.library ? dlsym(module.library, name) : nullptr;
+  };
   module.initialize = reinterpret_cast<InitializeFunction>(find(kExportInitialize));
   module.receive = reinterpret_cast<ReceiveMessageFunction>(find(kExportReceiveMessage));
-  const bool all = module.initialize && module.receive && find(kExportGetModuleInfo) && find(kExportGetModule);
+  const bool all =
+      module.initialize && module.receive && find(kExportGetModuleInfo) && find(kExportGetModule);
   Check(all, "dlopen " + path + " and its four exports " + (module.library ? "" : dlerror()));
   return all;
 }
@@ -206,21 +216,24 @@ int CountStored(const Module& module, HostWord handle) {  // -1 if refused
 // The symbol holds the first `expected` records of the series and nothing more.
 void CheckStored(const Module& module, HostWord handle, int expected) {
   const int counted = CountStored(module, handle);
-  Check(counted == expected, "6007 counts " + std::to_string(counted) + " records, not " + std::to_string(expected));
+  Check(counted == expected,
+        "6007 counts " + std::to_string(counted) + " records, not " + std::to_string(expected));
   std::vector<Candle> buffer(static_cast<std::size_t>(expected) + 1);  // room for one too many
-  GET_SYMBOL_DATA_REQUEST request = GetRequest(handle, static_cast<std::int32_t>(buffer.size()), buffer.data());
+  GET_SYMBOL_DATA_REQUEST request =
+      GetRequest(handle, static_cast<std::int32_t>(buffer.size()), buffer.data());
   Check(module.send(M::GetDataSend, Arg(&request)) == 0, "6005 answers 0");
   buffer.resize(static_cast<std::size_t>(std::max(request.count, 0)));
-  Check(buffer == Series(0, expected), "6005 reads back the " + std::to_string(expected) + " records inserted");
+  Check(buffer == Series(0, expected),
+        "6005 reads back the " + std::to_string(expected) + " records inserted");
 }
 
 // ---- The session -----------------------------------------------------------
 
 struct Run {
-  std::string library;               // from the command line ...
+  std::string library;  // from the command line ...
   int cycles = 1;
-  int stopWithinMs = 0;              // 0: no limit
-  int expectStored = -1;             // -1: whatever the folder holds
+  int stopWithinMs = 0;   // 0: no limit
+  int expectStored = -1;  // -1: whatever the folder holds
   bool restart = false, noStop = false, badInput = false;
   int stored = -1;                   // records the symbol must hold; -1 until first opened
   HostWord handle = 0;               // the symbol's handle of the last round
@@ -231,7 +244,8 @@ struct Run {
 // 6003 stores at once; 6004 copies the records and queues them, and the
 // completion call, when asked for, comes from the worker once they are stored.
 void Insert(const Module& module, Run& run, unsigned int message, bool completion = false) {
-  std::vector<Candle> candles = Series(run.stored, message == M::InsertDataSend ? kSyncBatch : kPostBatch);
+  std::vector<Candle> candles =
+      Series(run.stored, message == M::InsertDataSend ? kSyncBatch : kPostBatch);
   INSERT_SYMBOL_DATA_REQUEST request = InsertRequest(run.handle, candles);
   if (completion) {
     request.completionContext = Word(&gHost);
@@ -249,9 +263,11 @@ bool AwaitHost(Ms limit, Condition done) {
   return gHost.changed.wait_for(lock, limit, done);
 }
 
-std::ptrdiff_t Entries(const fs::path& folder) {  // the folder and all in it; 0 if it does not exist
+std::ptrdiff_t Entries(
+    const fs::path& folder) {  // the folder and all in it; 0 if it does not exist
   std::error_code error;
-  return fs::exists(folder, error) ? 1 + std::distance(fs::recursive_directory_iterator(folder), {}) : 0;
+  return fs::exists(folder, error) ? 1 + std::distance(fs::recursive_directory_iterator(folder), {})
+                                   : 0;
 }
 
 // Outside 3007..3005 every symbol message answers 1 and makes no file.
@@ -262,10 +278,15 @@ void SymbolMessagesRefused(const Module& module, HostWord handle, const char* wh
   INSERT_SYMBOL_DATA_REQUEST insert = InsertRequest(handle, candles);
   GET_SYMBOL_DATA_REQUEST get = GetRequest(handle, 1, candles.data());
   HostWord opened = 0;
-  const struct { unsigned int message; HostArg a, b; } requests[] = {
-      {M::OpenSymbol, Arg(&symbol), Arg(&opened)}, {M::InsertDataSend, Arg(&insert), 0},
-      {M::InsertDataPost, Arg(&insert), 0},        {M::GetDataSend, Arg(&get), 0},
-      {M::GetDataPost, Arg(&get), 0},              {M::GetDataCountSend, Arg(&get), 0}};
+  const struct {
+    unsigned int message;
+    HostArg a, b;
+  } requests[] = {{M::OpenSymbol, Arg(&symbol), Arg(&opened)},
+                  {M::InsertDataSend, Arg(&insert), 0},
+                  {M::InsertDataPost, Arg(&insert), 0},
+                  {M::GetDataSend, Arg(&get), 0},
+                  {M::GetDataPost, Arg(&get), 0},
+                  {M::GetDataCountSend, Arg(&get), 0}};
   for (const auto& request : requests) {
     Check(module.send(request.message, request.a, request.b) == 1,
           std::to_string(request.message) + " " + when + " answers 1");
@@ -289,11 +310,13 @@ void RunRound(const Module& module, Run& run) {
   Check(module.send(M::InitModule) == 0 && module.send(M::Start) == 0, "3007 and 3004 answer 0");
   SYMBOL_NAME_PERIOD symbol = SymbolRecord();
   run.handle = 0;
-  Check(module.send(M::OpenSymbol, Arg(&symbol), Arg(&run.handle)) == 0 && run.handle != 0, "6001 opens the symbol");
+  Check(module.send(M::OpenSymbol, Arg(&symbol), Arg(&run.handle)) == 0 && run.handle != 0,
+        "6001 opens the symbol");
   if (run.stored < 0) {
     run.stored = std::max(CountStored(module, run.handle), 0);
     Check(run.expectStored < 0 || run.stored == run.expectStored,
-          "the folder holds " + std::to_string(run.stored) + " records, not " + std::to_string(run.expectStored));
+          "the folder holds " + std::to_string(run.stored) + " records, not " +
+              std::to_string(run.expectStored));
   }
   CheckStored(module, run.handle, run.stored);
   Insert(module, run, M::InsertDataSend);
@@ -339,14 +362,22 @@ bool ParseOptions(int argc, char** argv, Run& run) {
   for (int i = 3; i < argc; ++i) {
     const std::string arg = argv[i];
     const bool valued = i + 1 < argc;
-    if (arg == "--restart") run.restart = true;
-    else if (arg == "--no-stop") run.noStop = true;
-    else if (arg == "--bad-input") run.badInput = true;
-    else if (arg == "--cycles" && valued) run.cycles = std::atoi(argv[++i]);
-    else if (arg == "--slow-completion" && valued) gHost.slowCompletionMs = std::atoi(argv[++i]);
-    else if (arg == "--stop-within-ms" && valued) run.stopWithinMs = std::atoi(argv[++i]);
-    else if (arg == "--expect-stored" && valued) run.expectStored = std::atoi(argv[++i]);
-    else return false;
+    if (arg == "--restart")
+      run.restart = true;
+    else if (arg == "--no-stop")
+      run.noStop = true;
+    else if (arg == "--bad-input")
+      run.badInput = true;
+    else if (arg == "--cycles" && valued)
+      run.cycles = std::atoi(argv[++i]);
+    else if (arg == "--slow-completion" && valued)
+      gHost.slowCompletionMs = std::atoi(argv[++i]);
+    else if (arg == "--stop-within-ms" && valued)
+      run.stopWithinMs = std::atoi(argv[++i]);
+    else if (arg == "--expect-stored" && valued)
+      run.expectStored = std::atoi(argv[++i]);
+    else
+      return false;
   }
   return run.cycles >= 1 && gHost.slowCompletionMs >= 0 && run.stopWithinMs >= 0;
 }
@@ -366,12 +397,14 @@ int main(int argc, char** argv) {
   const auto took = std::chrono::duration_cast<Ms>(Clock::now() - start).count();
   // A completion call that 3005 left behind returns before we exit. Without
   // 3005 a held call is still to come: the module's stop at exit waits for it.
-  Check(run.noStop || AwaitHost(Ms(gHost.slowCompletionMs) + kCompletionWait,
-                                [] { return gHost.returned == static_cast<int>(gHost.completed.size()); }),
+  Check(run.noStop ||
+            AwaitHost(Ms(gHost.slowCompletionMs) + kCompletionWait,
+                      [] { return gHost.returned == static_cast<int>(gHost.completed.size()); }),
         "every completion call returned");
-  std::printf("%s: %d cycle(s) in %lld ms; slowest 3005: %lld ms; %d records stored; %d failed checks\n",
-              gFailures == 0 ? "OK" : "FAILED", run.cycles, static_cast<long long>(took),
-              static_cast<long long>(std::chrono::duration_cast<Ms>(run.slowestStop).count()), run.stored,
-              gFailures.load());
+  std::printf(
+      "%s: %d cycle(s) in %lld ms; slowest 3005: %lld ms; %d records stored; %d failed checks\n",
+      gFailures == 0 ? "OK" : "FAILED", run.cycles, static_cast<long long>(took),
+      static_cast<long long>(std::chrono::duration_cast<Ms>(run.slowestStop).count()), run.stored,
+      gFailures.load());
   return gFailures == 0 ? 0 : kExitFailed;
 }

@@ -34,9 +34,9 @@ using Bytes = std::vector<std::uint8_t>;
 using cjdinput::kInsertBytes;
 using cjdinput::Trailer;
 
-constexpr int kModeCount = kGetOldest + 1;          // modes 0 to 2 are valid
+constexpr int kModeCount = kGetOldest + 1;  // modes 0 to 2 are valid
 constexpr int kMaxInsertRecords = 3;
-constexpr std::size_t kMaxBufferBytes = 1 << 20;   // largest get buffer
+constexpr std::size_t kMaxBufferBytes = 1 << 20;  // largest get buffer
 constexpr std::size_t kTrailerSize = sizeof(Trailer);
 constexpr char kDataFolder[] = "data";
 constexpr char kSiblingBytes[] = "beside the data folder";
@@ -101,12 +101,14 @@ Bytes Reseal(const std::uint8_t* log, std::size_t size) {
 
 // Aborts unless the folder holds just these entries, its files with these
 // bytes (a subfolder is named with none).
-void ExpectFolder(std::string const& folder, std::map<std::string, Bytes> const& entries, const char* after) {
+void ExpectFolder(std::string const& folder, std::map<std::string, Bytes> const& entries,
+                  const char* after) {
   std::size_t found = 0;
   for (auto const& entry : std::filesystem::directory_iterator(folder)) {
     const auto expected = entries.find(entry.path().filename().string());
-    const bool same = expected != entries.end() &&
-                      (!entry.is_regular_file() || fuzzsupport::ReadFile(entry.path()) == expected->second);
+    const bool same =
+        expected != entries.end() &&
+        (!entry.is_regular_file() || fuzzsupport::ReadFile(entry.path()) == expected->second);
     if (!same) {
       std::fprintf(stderr, "%s changed %s\n", after, entry.path().c_str());
       std::abort();
@@ -143,7 +145,8 @@ void Get(CSymbol& symbol, Trailer const& trailer, int mode) {
   request.buffer = reinterpret_cast<HostWord>(buffer.data());
   symbol.GetData(&request);
   if (request.count < 0 || request.count > std::max(capacity, 0)) {
-    std::fprintf(stderr, "GetData delivered %d records into a buffer of %d\n", request.count, capacity);
+    std::fprintf(stderr, "GetData delivered %d records into a buffer of %d\n", request.count,
+                 capacity);
     std::abort();
   }
   request.count = trailer.count;
@@ -190,8 +193,9 @@ void Insert(CSymbol& symbol, Trailer const& trailer) {
   std::memcpy(records.data(), trailer.insertBytes, std::min(records.size(), kInsertBytes));
   if (count > 0) symbol.InsertData(count, records.data());
   for (int k = 0; k < cjdinput::kKindedInserts; ++k) {
-    const auto kind = static_cast<cjdinput::InsertKind>((trailer.insertKinds >> (k * cjdinput::kInsertKindBits)) &
-                                                         ((1 << cjdinput::kInsertKindBits) - 1));
+    const auto kind =
+        static_cast<cjdinput::InsertKind>((trailer.insertKinds >> (k * cjdinput::kInsertKindBits)) &
+                                          ((1 << cjdinput::kInsertKindBits) - 1));
     if (kind == cjdinput::kNoInsert) continue;
     const std::int32_t time = InsertTime(symbol, kind, Get<std::int32_t>(records.data()));
     std::memcpy(records.data(), &time, sizeof time);
@@ -246,7 +250,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   fuzzsupport::WriteFile(wal::JoinPath(folder, wal::kLogFileName), log.data(), log.size());
   fuzzsupport::WriteFile(scratch.File(cjdinput::kSiblingName), sibling.data(), sibling.size());
   ReadThroughView(path, trailer);
-  ExpectFolder(folder, {{cjdinput::kFileName, file}, {wal::kLogFileName, log}}, "reading through the log's view");
+  ExpectFolder(folder, {{cjdinput::kFileName, file}, {wal::kLogFileName, log}},
+               "reading through the log's view");
   RecoverAndWrite(folder, path, trailer);
   ExpectFolder(scratch.path(), {{kDataFolder, {}}, {cjdinput::kSiblingName, sibling}}, "recovery");
   scratch.Empty();

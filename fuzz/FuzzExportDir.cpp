@@ -52,9 +52,9 @@ constexpr int kFirstXmasterFile = 256;
 // A MASTER that claims more records than it holds yields runs of zero-filled
 // entries; converting one of a run is enough.
 bool SameRecord(IndexEntry const& a, IndexEntry const& b) {
-  return a.fileNumber == b.fileNumber && a.recordLength == b.recordLength && a.fieldCount == b.fieldCount &&
-         a.periodLetter == b.periodLetter && a.intradaySize == b.intradaySize && a.symbol == b.symbol &&
-         a.source == b.source;
+  return a.fileNumber == b.fileNumber && a.recordLength == b.recordLength &&
+         a.fieldCount == b.fieldCount && a.periodLetter == b.periodLetter &&
+         a.intradaySize == b.intradaySize && a.symbol == b.symbol && a.source == b.source;
 }
 
 void Convert(IndexEntry const& entry, std::size_t k) {
@@ -65,7 +65,8 @@ void Convert(IndexEntry const& entry, std::size_t k) {
   const QString priceType = QString::fromLatin1(kPriceTypes[k % kPriceTypeCount]);
   if (ConvertInstrument(entry, priceType, out) != ConversionOutcome::kConverted) return;
   if (out.points.size() != std::size_t(out.pointCount) * out.pointSize) {
-    std::fprintf(stderr, "%d points of %u bytes in %zu bytes\n", out.pointCount, out.pointSize, out.points.size());
+    std::fprintf(stderr, "%d points of %u bytes in %zu bytes\n", out.pointCount, out.pointSize,
+                 out.points.size());
     std::abort();
   }
 }
@@ -77,10 +78,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   InputCursor input(data, size);
   const std::uint32_t numberA = input.Byte();
   const std::uint32_t numberB = input.Byte();
-  for (const char* index : {"MASTER", "XMASTER", "EMASTER"}) input.WriteNext(scratch.File(index), input.Size());
+  for (const char* index : {"MASTER", "XMASTER", "EMASTER"})
+    input.WriteNext(scratch.File(index), input.Size());
   input.WriteNext(scratch.File("F" + std::to_string(numberA) + ".dat"), input.Size());
   if (input.Left() > 0) {
-    input.WriteNext(scratch.File("f" + std::to_string(kFirstXmasterFile + numberB) + ".mwd"), input.Left());
+    input.WriteNext(scratch.File("f" + std::to_string(kFirstXmasterFile + numberB) + ".mwd"),
+                    input.Left());
   }
 
   const std::vector<IndexEntry> entries = ReadExportIndex(QString::fromStdString(scratch.path()));

@@ -33,29 +33,30 @@
 
 namespace {
 
-constexpr HostWord kModuleHandle = 0x5EED;          // what the host assigns at registration
+constexpr HostWord kModuleHandle = 0x5EED;  // what the host assigns at registration
 constexpr char kProvider[] = "Fuzz";
-constexpr std::uint32_t kDoneCode = 0xD0E;          // completion code of the closing requests
-constexpr int kMaxRecords = 4096;                   // most records a get's buffer or an insert holds
-constexpr std::size_t kMaxStringBytes = 4096;       // largest string a record points to
+constexpr std::uint32_t kDoneCode = 0xD0E;     // completion code of the closing requests
+constexpr int kMaxRecords = 4096;              // most records a get's buffer or an insert holds
+constexpr std::size_t kMaxStringBytes = 4096;  // largest string a record points to
 constexpr std::size_t kPathUnits = kFolderPathUnits - 1;
 
 using namespace hostinput;
 
 constexpr unsigned int kGetMessages[] = {HostMessage::GetDataSend, HostMessage::GetDataPost,
                                          HostMessage::GetDataCountSend};
-constexpr unsigned int kInsertMessages[] = {HostMessage::InsertDataSend, HostMessage::InsertDataPost};
+constexpr unsigned int kInsertMessages[] = {HostMessage::InsertDataSend,
+                                            HostMessage::InsertDataPost};
 
 // The host's side: its context, its folders and the completions it waits for.
 struct Host {
   fuzzsupport::ScratchDir root{"fuzz-host"};
   std::string config = root.File("config");
   std::string data = root.File("data");
-  std::string outside = root.File("current");   // the process's current folder
+  std::string outside = root.File("current");  // the process's current folder
   std::mutex mutex;
   std::condition_variable completed;
   int completions = 0;
-  int doneContext = 0;                             // its address marks the closing requests
+  int doneContext = 0;  // its address marks the closing requests
 };
 
 Host& TheHost() {
@@ -65,7 +66,8 @@ Host& TheHost() {
 
 void CopyPath(char16_t* out, std::string const& path) {
   const QString text = QString::fromStdString(path);
-  std::copy_n(reinterpret_cast<const char16_t*>(text.utf16()), std::min<qsizetype>(text.size(), kPathUnits), out);
+  std::copy_n(reinterpret_cast<const char16_t*>(text.utf16()),
+              std::min<qsizetype>(text.size(), kPathUnits), out);
 }
 
 int AnswerFolder(FOLDER_REQUEST_RECORD* record) {
@@ -98,15 +100,12 @@ int HostCallback(void* context, unsigned int message, HostArg a, HostArg b) {
     case HostMessage::RegisterModule:
       reinterpret_cast<REGISTRATION_RECORD*>(a)->moduleOrHandle = kModuleHandle;
       return 0;
-    case HostMessage::GetFolder:
-      return AnswerFolder(reinterpret_cast<FOLDER_REQUEST_RECORD*>(a));
+    case HostMessage::GetFolder: return AnswerFolder(reinterpret_cast<FOLDER_REQUEST_RECORD*>(a));
     case HostMessage::GetDataSource:
       std::strcpy(reinterpret_cast<SOURCE_RECORD*>(b)->provider, kProvider);
       return 0;
-    case HostMessage::GetDateTimeFormatters:
-      return 1;
-    default:
-      return 0;
+    case HostMessage::GetDateTimeFormatters: return 1;
+    default: return 0;
   }
 }
 
@@ -183,12 +182,9 @@ struct Session {
 
 HostWord ChooseHandle(Session const& session, std::uint8_t choice, HostWord given) {
   switch (choice % kHandleChoices) {
-    case kLastOpened:
-      return session.lastOpened != 0 ? session.lastOpened : session.baseHandle;
-    case kBaseSymbol:
-      return session.baseHandle;
-    default:
-      return given;
+    case kLastOpened: return session.lastOpened != 0 ? session.lastOpened : session.baseHandle;
+    case kBaseSymbol: return session.baseHandle;
+    default: return given;
   }
 }
 
@@ -228,9 +224,11 @@ void Insert(InputCursor& input, Session const& session) {
   auto request = input.Take<INSERT_SYMBOL_DATA_REQUEST>();
   request.handle = ChooseHandle(session, choice, request.handle);
   const unsigned int recordSize = RecordSize(request.handle);
-  const auto available = static_cast<std::int32_t>(std::min<std::size_t>(input.Left() / recordSize, kMaxRecords));
+  const auto available =
+      static_cast<std::int32_t>(std::min<std::size_t>(input.Left() / recordSize, kMaxRecords));
   request.number = std::min(request.number, available);
-  std::unique_ptr<std::uint8_t[]> data = input.TakeBlock(std::size_t(std::max(request.number, 0)) * recordSize);
+  std::unique_ptr<std::uint8_t[]> data =
+      input.TakeBlock(std::size_t(std::max(request.number, 0)) * recordSize);
   request.data = reinterpret_cast<HostWord>(data.get());
   Send(message, &request);
 }
@@ -257,7 +255,8 @@ void HostString(InputCursor& input) {
   auto record = input.Take<coreUncStringType>();
   // The data holds length x charSize bytes and, read as 16-bit units, length units.
   const std::size_t unitBytes = std::max<std::size_t>(record.charSize, sizeof(char16_t));
-  record.length = std::uint32_t(std::min<std::size_t>(record.length, std::min(input.Left(), kMaxStringBytes) / unitBytes));
+  record.length = std::uint32_t(
+      std::min<std::size_t>(record.length, std::min(input.Left(), kMaxStringBytes) / unitBytes));
   std::unique_ptr<std::uint8_t[]> data = input.TakeBlock(record.length * unitBytes);
   record.data = nullData ? 0 : reinterpret_cast<HostWord>(data.get());
   CUnicodeString text(&record);
@@ -268,20 +267,14 @@ void HostString(InputCursor& input) {
 
 void Run(InputCursor& input, Session& session) {
   switch (input.Byte() % kOperationCount) {
-    case kOpenSymbol:
-      return Open<SYMBOL_NAME_PERIOD>(input, session, HostMessage::OpenSymbol);
+    case kOpenSymbol: return Open<SYMBOL_NAME_PERIOD>(input, session, HostMessage::OpenSymbol);
     case kOpenSymbolPath:
       return Open<SYMBOL_NAME_PERIOD_PATH>(input, session, HostMessage::OpenSymbolPath);
-    case kGet:
-      return Get(input, session);
-    case kInsert:
-      return Insert(input, session);
-    case kEvent:
-      return Event(input);
-    case kClose:
-      return Close(input, session);
-    default:
-      return HostString(input);
+    case kGet: return Get(input, session);
+    case kInsert: return Insert(input, session);
+    case kEvent: return Event(input);
+    case kClose: return Close(input, session);
+    default: return HostString(input);
   }
 }
 
@@ -321,7 +314,8 @@ void Settle(Session const& session) {
 
 void CheckNothingOutside() {
   if (std::filesystem::is_empty(TheHost().outside)) return;
-  std::fprintf(stderr, "a request made files outside the data folder, in %s\n", TheHost().outside.c_str());
+  std::fprintf(stderr, "a request made files outside the data folder, in %s\n",
+               TheHost().outside.c_str());
   std::abort();
 }
 

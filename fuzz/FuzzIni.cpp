@@ -23,9 +23,9 @@
 
 namespace {
 
-constexpr std::size_t kMaxTextLength = 300;   // beyond the 253 characters a section name keeps
-constexpr int kMinBufferSize = -1;            // sizes below 1 write nothing
-constexpr int kMaxBufferSize = 1100;          // beyond the 1023 bytes of any formatted text
+constexpr std::size_t kMaxTextLength = 300;  // beyond the 253 characters a section name keeps
+constexpr int kMinBufferSize = -1;           // sizes below 1 write nothing
+constexpr int kMaxBufferSize = 1100;         // beyond the 1023 bytes of any formatted text
 constexpr char kFileName[] = "pelto.cfg";
 
 struct Request {
@@ -42,8 +42,8 @@ struct Request {
 void ReadIntoBuffer(inifiles const& ini, Request const& request) {
   const int size = request.bufferSize;
   std::unique_ptr<char[]> out(new char[std::size_t(std::max(size, 0))]);
-  const int result = ini.ReadString(request.section.c_str(), request.key.c_str(), request.value.c_str(),
-                                    out.get(), size);
+  const int result = ini.ReadString(request.section.c_str(), request.key.c_str(),
+                                    request.value.c_str(), out.get(), size);
   if (size >= 1 && strnlen(out.get(), std::size_t(size)) == std::size_t(size)) {
     std::fprintf(stderr, "ReadString (result %d) left a buffer of %d unterminated\n", result, size);
     std::abort();

@@ -23,7 +23,7 @@ enum InsertKind : std::uint8_t {
   kMiddle,         // halfway between the oldest and the newest
 };
 constexpr int kInsertKindBits = 2;
-constexpr int kKindedInserts = 3;   // fields of insertKinds, lowest first
+constexpr int kKindedInserts = 3;  // fields of insertKinds, lowest first
 
 #pragma pack(push, 1)
 struct Trailer {
@@ -34,8 +34,8 @@ struct Trailer {
   std::uint8_t insertCount;                // records inserted as given, modulo 4
   std::uint8_t insertBytes[kInsertBytes];  // the inserted records, zero-filled
   std::uint8_t insertKinds;                // InsertKind of each single-record insert after them
-  std::uint32_t logBytes;                  // length of the log before the trailer (cut to what is there)
-  std::uint8_t resealLog;                  // odd: the log's checksums are made to hold
+  std::uint32_t logBytes;  // length of the log before the trailer (cut to what is there)
+  std::uint8_t resealLog;  // odd: the log's checksums are made to hold
 };
 #pragma pack(pop)
 
@@ -62,9 +62,9 @@ constexpr std::uint8_t kNullHandleSlot = 2;
 
 // How a request names its symbol.
 enum HandleChoice : std::uint8_t {
-  kLastOpened,      // the last symbol this input opened (else the base symbol)
-  kBaseSymbol,      // the symbol opened at start-up
-  kAsGiven,         // the record's own bytes
+  kLastOpened,  // the last symbol this input opened (else the base symbol)
+  kBaseSymbol,  // the symbol opened at start-up
+  kAsGiven,     // the record's own bytes
   kHandleChoices,
 };
 

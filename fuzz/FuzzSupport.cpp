@@ -14,7 +14,8 @@ extern "C" const char* __ubsan_default_options() { return "halt_on_error=1:print
 namespace fuzzsupport {
 
 ScratchDir::ScratchDir(const char* prefix) {
-  std::string pattern = (std::filesystem::temp_directory_path() / (std::string(prefix) + "-XXXXXX")).string();
+  std::string pattern =
+      (std::filesystem::temp_directory_path() / (std::string(prefix) + "-XXXXXX")).string();
   if (mkdtemp(pattern.data()) == nullptr) {
     std::perror("mkdtemp");
     std::abort();
@@ -45,7 +46,8 @@ void WriteFile(std::string const& path, const std::uint8_t* data, std::size_t si
 
 std::vector<std::uint8_t> ReadFile(std::string const& path) {
   std::ifstream in(path, std::ios::binary);
-  return std::vector<std::uint8_t>(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+  return std::vector<std::uint8_t>(std::istreambuf_iterator<char>(in),
+                                   std::istreambuf_iterator<char>());
 }
 
 std::uint32_t ReadU16(const std::uint8_t* data, std::size_t offset) {

@@ -31,9 +31,9 @@ namespace {
 using Bytes = std::vector<std::uint8_t>;
 using fuzzsupport::ReadFile;
 
-constexpr std::int32_t kFirstTime = 1704164645;   // 2024-01-02T03:04:05Z
+constexpr std::int32_t kFirstTime = 1704164645;  // 2024-01-02T03:04:05Z
 constexpr int kSeedRecords = 20;
-constexpr int kExportSeedRecords = 16;            // data records kept of each sample data file
+constexpr int kExportSeedRecords = 16;  // data records kept of each sample data file
 constexpr int kGetCount = 5;
 constexpr std::int32_t kInvalidMode = 7;
 constexpr std::uint8_t kInsertCount = 2;
@@ -97,7 +97,8 @@ SeedFile WriteSymbolFile(SymbolSeed const& seed, std::string const& folder) {
   const auto* name = reinterpret_cast<const unsigned short*>(seed.name);
   const auto* provider = reinterpret_cast<const unsigned short*>(u"Demo");
   CSymbol symbol(&owner, name, period, name, code, provider);
-  for (const char* view : seed.views) symbol.InsertDataPointView(DATA_POINT_FLOAT, const_cast<char*>(view));
+  for (const char* view : seed.views)
+    symbol.InsertDataPointView(DATA_POINT_FLOAT, const_cast<char*>(view));
   if (seed.described) {
     auto description = std::make_unique<STRING_DESCRIPTION>();
     std::strcpy(description->name, "Source");
@@ -123,7 +124,8 @@ cjdinput::Trailer MakeTrailer(unsigned int recordSize, std::size_t logBytes, boo
   trailer.invalidMode = kInvalidMode;
   trailer.insertCount = kInsertCount;
   const Bytes inserted = Records(kInsertCount, recordSize, kFirstTime + 1);
-  std::memcpy(trailer.insertBytes, inserted.data(), std::min(inserted.size(), cjdinput::kInsertBytes));
+  std::memcpy(trailer.insertBytes, inserted.data(),
+              std::min(inserted.size(), cjdinput::kInsertBytes));
   trailer.insertKinds = cjdinput::kAppend | cjdinput::kReplaceNewest << cjdinput::kInsertKindBits |
                         cjdinput::kMiddle << 2 * cjdinput::kInsertKindBits;
   trailer.logBytes = std::uint32_t(logBytes);
@@ -203,8 +205,10 @@ Bytes EscapeBeside(SeedFile& file) {
 
 void WriteCjdSeeds(std::filesystem::path const& out) {
   const fuzzsupport::ScratchDir scratch("fuzz-seeds");
-  const std::vector<const char*> ticks(std::begin(period::kTickViews), std::end(period::kTickViews));
-  const std::vector<const char*> candles(std::begin(period::kCandleViews), std::end(period::kCandleViews));
+  const std::vector<const char*> ticks(std::begin(period::kTickViews),
+                                       std::end(period::kTickViews));
+  const std::vector<const char*> candles(std::begin(period::kCandleViews),
+                                         std::end(period::kCandleViews));
   const SymbolSeed seeds[] = {
       {u"EURUSD", 'I', 0, ticks, kSeedRecords, false, RewriteLastRecord, true},
       {u"GBPUSD", 'I', 15, candles, kSeedRecords, false, AppendHolding, true},
@@ -232,7 +236,8 @@ Bytes DataFileHead(IndexEntry const& entry) {
 
 // An index file of the directory whatever its case; empty when there is none.
 Bytes IndexFileBytes(std::filesystem::path const& exportDir, const char* name) {
-  const QString path = ExportFolder(QString::fromStdString(exportDir.string())).Find(QString::fromLatin1(name));
+  const QString path =
+      ExportFolder(QString::fromStdString(exportDir.string())).Find(QString::fromLatin1(name));
   return path.isEmpty() ? Bytes{} : ReadFile(path.toStdString());
 }
 
@@ -244,7 +249,8 @@ void AppendSized(Bytes& out, Bytes const& bytes) {
 // The MASTER entry a as F<A>.dat; b's data file as the one of XMASTER's size.
 Bytes ExportSeed(std::filesystem::path const& exportDir, IndexEntry const& a, IndexEntry const& b) {
   Bytes out = {std::uint8_t(a.fileNumber), std::uint8_t(b.fileNumber)};
-  for (const char* index : {"MASTER", "XMASTER", "EMASTER"}) AppendSized(out, IndexFileBytes(exportDir, index));
+  for (const char* index : {"MASTER", "XMASTER", "EMASTER"})
+    AppendSized(out, IndexFileBytes(exportDir, index));
   AppendSized(out, DataFileHead(a));
   const Bytes dataB = DataFileHead(b);
   out.insert(out.end(), dataB.begin(), dataB.end());
@@ -253,15 +259,18 @@ Bytes ExportSeed(std::filesystem::path const& exportDir, IndexEntry const& a, In
 
 // Pairs a daily entry with an intraday one and ticks with a daily one.
 void WriteExportSeeds(std::filesystem::path const& out, std::filesystem::path const& exportDir) {
-  const std::vector<IndexEntry> entries = ReadExportIndex(QString::fromStdString(exportDir.string()));
+  const std::vector<IndexEntry> entries =
+      ReadExportIndex(QString::fromStdString(exportDir.string()));
   const QString periods[][2] = {{"D", "I  5"}, {"I  0", "D"}};
   int number = 0;
   for (auto const& [first, second] : periods) {
     auto find = [&entries](QString const& period) {
-      return std::find_if(entries.begin(), entries.end(), [&](IndexEntry const& e) { return e.periodText() == period; });
+      return std::find_if(entries.begin(), entries.end(),
+                          [&](IndexEntry const& e) { return e.periodText() == period; });
     };
     if (find(first) == entries.end() || find(second) == entries.end()) std::abort();
-    WriteSeed(out / "fuzz_export_dir", "sample" + std::to_string(++number), ExportSeed(exportDir, *find(first), *find(second)));
+    WriteSeed(out / "fuzz_export_dir", "sample" + std::to_string(++number),
+              ExportSeed(exportDir, *find(first), *find(second)));
   }
 }
 
@@ -282,7 +291,8 @@ void WriteIniSeeds(std::filesystem::path const& out) {
     config.WriteInteger("DATASTORE", "EnableWrite", 1);
   }
   const Bytes file = ReadFile(path);
-  const char* requests[][3] = {{"DATASTORE", "PathData", "/srv/data"}, {"DATASTORE", "EnableWrite", "0"}};
+  const char* requests[][3] = {{"DATASTORE", "PathData", "/srv/data"},
+                               {"DATASTORE", "EnableWrite", "0"}};
   int number = 0;
   for (auto const& [section, key, value] : requests) {
     Bytes seed;

@@ -9,14 +9,14 @@
 
 namespace {
 
-constexpr std::size_t kSymbolOperands = 2;           // SYMBOL PERIOD
-constexpr std::size_t kHelpWidth = 79;               // columns of --help text
-constexpr int kHelpIndent = 6;                       // columns before an entry's text
+constexpr std::size_t kSymbolOperands = 2;  // SYMBOL PERIOD
+constexpr std::size_t kHelpWidth = 79;      // columns of --help text
+constexpr int kHelpIndent = 6;              // columns before an entry's text
 
 struct OptionHelp {
-  const char* name;                                  // "--module"
-  const char* value;                                 // "PATH"
-  const char* text;                                  // what it does
+  const char* name;   // "--module"
+  const char* value;  // "PATH"
+  const char* text;   // what it does
 };
 
 const std::vector<std::string> kGlobalOptions = {"--module", "--data", "--config", "--provider"};
@@ -64,43 +64,62 @@ std::vector<std::string> WithOut(std::vector<std::string> options) {
 
 const std::vector<Command>& Commands() {
   static const std::vector<Command> kCommands = {
-      {"info", "",
+      {"info",
+       "",
        "load the module, print its information, send InitModule, Start and Stop, "
        "and print every call it made to the host",
-       {}, 0, &RunInfo},
+       {},
+       0,
+       &RunInfo},
       {"get", "SYMBOL PERIOD [--code C] [--last N | --first N | --from T --to T]",
-       "print the symbol's records as CSV (6007, then 6005); all of them by default",
-       kQueryOptions, kSymbolOperands, &RunGet},
+       "print the symbol's records as CSV (6007, then 6005); all of them by default", kQueryOptions,
+       kSymbolOperands, &RunGet},
       {"count", "SYMBOL PERIOD [--code C] [--last N | --first N | --from T --to T]",
-       "print how many records the selection holds (6007); all of them by default",
-       kQueryOptions, kSymbolOperands, &RunCount},
-      {"insert", "SYMBOL PERIOD [--code C] < CSV",
+       "print how many records the selection holds (6007); all of them by default", kQueryOptions,
+       kSymbolOperands, &RunCount},
+      {"insert",
+       "SYMBOL PERIOD [--code C] < CSV",
        "insert the records of the CSV on standard input (6004, posted) and print how many; "
        "its header names epoch or time and every value column, in any order",
-       {"--code"}, kSymbolOperands, &RunInsert},
+       {"--code"},
+       kSymbolOperands,
+       &RunInsert},
       {"chart", "SYMBOL PERIOD [--code C] [--last N | --first N | --from T --to T] --out FILE",
        "draw the records get would print as candles (a line of Value for ticks) under a "
        "title of symbol, period and code, with a time axis in UTC and a price axis, into a "
        "picture (offscreen); exit 1 when there is no record",
        WithOut(kQueryOptions), kSymbolOperands, &RunChart, CommandDisplay::kOffscreen},
-      {"import", "EXPORT_DIR",
+      {"import",
+       "EXPORT_DIR",
        "open the module's import dialog on the folder's index (MASTER, EMASTER, XMASTER; "
        "3066, 5511), press OK with every instrument checked, wait until the worker has "
        "written them, and print the module's report: a line per instrument with its name, "
        "period, price type and points stored, or why it was skipped; exit 1 when nothing "
        "was imported. The provider defaults to the importer's, QUENDAL: read the symbols "
        "back with get --provider QUENDAL",
-       {}, 1, &RunImport, CommandDisplay::kOffscreen},
-      {"gui", "[--grab FILE]",
+       {},
+       1,
+       &RunImport,
+       CommandDisplay::kOffscreen},
+      {"gui",
+       "[--grab FILE]",
        "open a main window that shows the data folder's providers and symbols and, for the "
        "chosen symbol, its chart and its newest records (as get reads them); its Modules "
        "menu holds the module's entry (3066), which opens the import dialog (5511); each "
        "import is reported as by import and shown in the window. The provider defaults to "
        "the importer's, QUENDAL. Runs until the window is closed",
-       {"--grab"}, 0, &RunGui, CommandDisplay::kScreen, "--grab"},
-      {"screenshot", "EXPORT_DIR FILE",
+       {"--grab"},
+       0,
+       &RunGui,
+       CommandDisplay::kScreen,
+       "--grab"},
+      {"screenshot",
+       "EXPORT_DIR FILE",
        "open the import dialog on the folder and save a picture of it (PNG for FILE.png)",
-       {}, 2, &RunScreenshot, CommandDisplay::kOffscreen},
+       {},
+       2,
+       &RunScreenshot,
+       CommandDisplay::kOffscreen},
   };
   return kCommands;
 }
@@ -222,7 +241,8 @@ bool ParseCommandLine(const std::vector<std::string>& args, const Command** comm
 }
 
 CommandDisplay DisplayOf(const Command& command, const Arguments& arguments) {
-  const bool offscreen = command.offscreenOption != nullptr && Has(arguments, command.offscreenOption);
+  const bool offscreen =
+      command.offscreenOption != nullptr && Has(arguments, command.offscreenOption);
   return offscreen ? CommandDisplay::kOffscreen : command.display;
 }
 

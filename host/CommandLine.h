@@ -18,9 +18,9 @@
 #include <string>
 #include <vector>
 
-constexpr int kExitFailure = 1;                      // the command failed
-constexpr int kExitUsage = 2;                        // bad arguments
-constexpr const char* kDefaultProvider = "dshost";   // data source the host reports
+constexpr int kExitFailure = 1;                     // the command failed
+constexpr int kExitUsage = 2;                       // bad arguments
+constexpr const char* kDefaultProvider = "dshost";  // data source the host reports
 
 // What a command needs of the user interface.
 enum class CommandDisplay {
@@ -30,20 +30,20 @@ enum class CommandDisplay {
 };
 
 struct Arguments {
-  const char* command = nullptr;                     // the command's name
-  std::map<std::string, std::string> options;        // "--module" -> value
-  std::vector<std::string> operands;                 // what follows the command name
+  const char* command = nullptr;               // the command's name
+  std::map<std::string, std::string> options;  // "--module" -> value
+  std::vector<std::string> operands;           // what follows the command name
 };
 
 struct Command {
-  const char* name;                                  // first operand
-  const char* synopsis;                              // what follows the name in a usage line
-  const char* summary;                               // what it does
-  std::vector<std::string> options;                  // value options of its own
-  std::size_t operands;                              // operands it needs after its name
+  const char* name;                  // first operand
+  const char* synopsis;              // what follows the name in a usage line
+  const char* summary;               // what it does
+  std::vector<std::string> options;  // value options of its own
+  std::size_t operands;              // operands it needs after its name
   int (*run)(const Arguments& arguments);
-  CommandDisplay display = CommandDisplay::kNone;                  // the application it runs in
-  const char* offscreenOption = nullptr;             // an option that makes it run offscreen
+  CommandDisplay display = CommandDisplay::kNone;  // the application it runs in
+  const char* offscreenOption = nullptr;           // an option that makes it run offscreen
 };
 
 // Parses the arguments after the program name. Returns true with the command

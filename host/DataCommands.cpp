@@ -66,8 +66,8 @@ void PrintRecords(const ModuleHost& host) {
   const auto logs = host.logs();
   std::printf("Log records (%zu)\n", logs.size());
   for (const auto& entry : logs) {
-    std::printf("  %s type %u level %u: %s\n", Utf8(entry.module).c_str(), entry.type,
-                entry.level, Utf8(entry.text).c_str());
+    std::printf("  %s type %u level %u: %s\n", Utf8(entry.module).c_str(), entry.type, entry.level,
+                Utf8(entry.text).c_str());
   }
   const auto translations = host.translations();
   std::printf("Translations (%zu)\n", translations.size());
@@ -122,8 +122,8 @@ bool ParseCount(const std::string& option, const std::string& text, std::int32_t
   const char* end = text.data() + text.size();
   const auto [stop, status] = std::from_chars(text.data(), end, *count);
   if (status == std::errc() && stop == end && *count >= 0) return true;
-  *error = option + " wants a count from 0 to " + std::to_string(kEveryRecord) + ", not '" +
-           text + "'";
+  *error =
+      option + " wants a count from 0 to " + std::to_string(kEveryRecord) + ", not '" + text + "'";
   return false;
 }
 
@@ -159,8 +159,8 @@ bool ParseSelection(const Arguments& arguments, Selection* selection, std::strin
 // error, or 0.
 int ParseQuery(const Arguments& arguments, Target* target, Selection* selection) {
   std::string error;
-  const bool parsed = ParseTarget(arguments, target, &error) &&
-                      ParseSelection(arguments, selection, &error);
+  const bool parsed =
+      ParseTarget(arguments, target, &error) && ParseSelection(arguments, selection, &error);
   return parsed ? 0 : UsageError(error, arguments.command);
 }
 
@@ -178,7 +178,8 @@ bool ReadSelection(const Arguments& arguments, Target& target, const Selection& 
 
 QString TitleOf(const Arguments& arguments) {
   return ChartTitle(QString::fromStdU16String(SymbolName(arguments)),
-                    QString::fromStdString(arguments.operands[1]), QString::fromStdString(Code(arguments)));
+                    QString::fromStdString(arguments.operands[1]),
+                    QString::fromStdString(Code(arguments)));
 }
 
 }  // namespace

@@ -32,20 +32,20 @@ class ChartView : public QWidget {
   }
 
  private:
-  ChartSeries series_;                              // what is drawn
-  QString title_;                                   // above it
+  ChartSeries series_;  // what is drawn
+  QString title_;       // above it
 };
 
 namespace {
 
-constexpr int kProviderRole = Qt::UserRole;       // item data: index into the providers
-constexpr int kSymbolRole = Qt::UserRole + 1;     // item data: index into their symbols
-constexpr int kTreeWidth = 280;                   // the tree's share of the window at first
-constexpr int kViewsWidth = 900;                  // the chart's and the table's
-constexpr int kChartHeight = 360;                 // the chart's share of the right side
-constexpr int kTableHeight = 240;                 // the table's
-constexpr int kValueText = 32;                    // bytes of a float's shortest text
-constexpr int kRowPadding = 6;                    // of a table row, beyond its text
+constexpr int kProviderRole = Qt::UserRole;    // item data: index into the providers
+constexpr int kSymbolRole = Qt::UserRole + 1;  // item data: index into their symbols
+constexpr int kTreeWidth = 280;                // the tree's share of the window at first
+constexpr int kViewsWidth = 900;               // the chart's and the table's
+constexpr int kChartHeight = 360;              // the chart's share of the right side
+constexpr int kTableHeight = 240;              // the table's
+constexpr int kValueText = 32;                 // bytes of a float's shortest text
+constexpr int kRowPadding = 6;                 // of a table row, beyond its text
 
 // The shortest text that reads back as the same float, as get writes it.
 QString ValueText(float value) {
@@ -96,8 +96,8 @@ bool MakeTarget(const std::string& provider, const StoredSymbol& symbol, Target*
 
 }  // namespace
 
-DataWindow::DataWindow(ModuleHost& host, const QString& dataFolder,
-                       const std::string& hostProvider, QWidget* parent)
+DataWindow::DataWindow(ModuleHost& host, const QString& dataFolder, const std::string& hostProvider,
+                       QWidget* parent)
     : QWidget(parent),
       host_(host),
       dataFolder_(dataFolder),
@@ -106,7 +106,8 @@ DataWindow::DataWindow(ModuleHost& host, const QString& dataFolder,
       chart_(new ChartView),
       status_(new QLabel),
       table_(new QTableWidget) {
-  tree_->setHeaderLabels({QStringLiteral("Symbol"), QStringLiteral("Period"), QStringLiteral("Code")});
+  tree_->setHeaderLabels(
+      {QStringLiteral("Symbol"), QStringLiteral("Period"), QStringLiteral("Code")});
   tree_->header()->setSectionResizeMode(QHeaderView::ResizeToContents);
   table_->verticalHeader()->hide();
   table_->verticalHeader()->setDefaultSectionSize(table_->fontMetrics().height() + kRowPadding);
@@ -164,8 +165,9 @@ void DataWindow::list() {
     provider->setFirstColumnSpanned(true);
     for (std::size_t s = 0; s < providers_[p].symbols.size(); ++s) {
       const StoredSymbol& symbol = providers_[p].symbols[s];
-      auto* item = new QTreeWidgetItem(provider, {symbol.name, QString::fromStdString(symbol.period),
-                                                  QString::fromLocal8Bit(symbol.code)});
+      auto* item =
+          new QTreeWidgetItem(provider, {symbol.name, QString::fromStdString(symbol.period),
+                                         QString::fromLocal8Bit(symbol.code)});
       item->setData(0, kProviderRole, qulonglong(p));
       item->setData(0, kSymbolRole, qulonglong(s));
     }
@@ -199,7 +201,8 @@ void DataWindow::showSymbol(const QTreeWidgetItem* item) {
   }
   if (!read) {
     chart_->setChart({}, title);
-    status_->setText(QStringLiteral("Cannot read %1: %2").arg(title, QString::fromStdString(error)));
+    status_->setText(
+        QStringLiteral("Cannot read %1: %2").arg(title, QString::fromStdString(error)));
     return;
   }
   chart_->setChart(SeriesOf(target.layout, records), title);

@@ -48,20 +48,20 @@ class DataWindow : public QWidget {
   QLabel* status() const { return status_; }  // what is shown, or why nothing is
 
  private:
-  void list();                                      // fills the tree from the folder
-  void showSymbol(const QTreeWidgetItem* item);     // the item's symbol, or nothing
+  void list();                                   // fills the tree from the folder
+  void showSymbol(const QTreeWidgetItem* item);  // the item's symbol, or nothing
   const StoredSymbol* symbolOf(const QTreeWidgetItem* item) const;
   const std::string& providerOf(const QTreeWidgetItem* item) const;
 
-  ModuleHost& host_;                                // reads the records
-  const QString dataFolder_;                        // listed by list()
-  const std::string hostProvider_;                  // the host's data source between reads
-  std::vector<ProviderSymbols> providers_;          // as last listed; the tree's items index it
-  QString chosen_;                                  // path of the chosen symbol's file
-  QTreeWidget* tree_;                               // providers and their symbols
-  ChartView* chart_;                                // the chosen symbol's chart
-  QLabel* status_;                                  // above the table
-  QTableWidget* table_;                             // the chosen symbol's records
+  ModuleHost& host_;                        // reads the records
+  const QString dataFolder_;                // listed by list()
+  const std::string hostProvider_;          // the host's data source between reads
+  std::vector<ProviderSymbols> providers_;  // as last listed; the tree's items index it
+  QString chosen_;                          // path of the chosen symbol's file
+  QTreeWidget* tree_;                       // providers and their symbols
+  ChartView* chart_;                        // the chosen symbol's chart
+  QLabel* status_;                          // above the table
+  QTableWidget* table_;                     // the chosen symbol's records
 };
 
 #endif  // DATASTORE_HOST_DATAWINDOW_H_

@@ -18,11 +18,13 @@
 
 namespace {
 
-constexpr const char* kModulesMenu = "&Modules";     // the menu of the modules' entries
-constexpr int kWindowWidth = 1200;                   // the main window
+constexpr const char* kModulesMenu = "&Modules";  // the menu of the modules' entries
+constexpr int kWindowWidth = 1200;                // the main window
 constexpr int kWindowHeight = 720;
 
-QString MenuText(const mm_menu_item& item) { return QString::fromStdU16String(hostfield::WideText(&item.text)); }
+QString MenuText(const mm_menu_item& item) {
+  return QString::fromStdU16String(hostfield::WideText(&item.text));
+}
 
 // The menu of the modules' entries (5508); choosing one sends 5511. The
 // dialog it opens is modal, so an entry is never chosen while it is open.

@@ -34,9 +34,8 @@ std::u16string AbsoluteFolder(const QString& folder) {
 
 bool LoadModule(const Arguments& arguments, const QString& defaultData, ModuleHost* host) {
   const QString data = DataFolder(arguments, defaultData);
-  const QString config = Has(arguments, "--config")
-                             ? QString::fromLocal8Bit(Option(arguments, "--config"))
-                             : data;
+  const QString config =
+      Has(arguments, "--config") ? QString::fromLocal8Bit(Option(arguments, "--config")) : data;
   if (data.isEmpty() || config.isEmpty()) return StepFailed("a folder option is empty");
   if (!host->load(ModulePath(arguments))) return StepFailed(host->error());
   host->setFolder(VD_FOLDER_CONFIG, AbsoluteFolder(config));

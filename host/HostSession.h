@@ -25,7 +25,7 @@
 // Completion code of a posted insert: no message of the host's own, so the
 // host hands the completion call to its user handler.
 constexpr unsigned int kInsertDoneMessage = 7004;
-constexpr std::chrono::seconds kInsertWait{60};      // longest wait for that call
+constexpr std::chrono::seconds kInsertWait{60};  // longest wait for that call
 
 // --module, else $DATASTORE_MODULE, else the installed library, else the build tree's.
 std::string ModulePath(const Arguments& arguments);
@@ -51,10 +51,10 @@ class InsertCompletion {
   bool wait(std::int32_t* number);
 
  private:
-  std::mutex mu_;                                    // guards the members below
-  std::condition_variable done_;                     // signalled with arrived_
-  bool arrived_ = false;                             // a call came and was not waited for
-  std::int32_t number_ = 0;                          // records the module inserted
+  std::mutex mu_;                 // guards the members below
+  std::condition_variable done_;  // signalled with arrived_
+  bool arrived_ = false;          // a call came and was not waited for
+  std::int32_t number_ = 0;       // records the module inserted
 };
 
 // Makes completion the host's handler. REQUIRES: completion outlives the

@@ -15,9 +15,10 @@
 
 namespace {
 
-constexpr const char* kOkKey = "C0049Ok";            // translation key of its OK button
-constexpr const char* kImportedProperty = "importedInstruments";  // the dialog's count of imported instruments
-constexpr std::uint32_t kReportLogLevel = 3;         // host log level of the module's reports
+constexpr const char* kOkKey = "C0049Ok";  // translation key of its OK button
+constexpr const char* kImportedProperty =
+    "importedInstruments";                    // the dialog's count of imported instruments
+constexpr std::uint32_t kReportLogLevel = 3;  // host log level of the module's reports
 
 // The request the importer opens a row's symbol with: the whole symbol as
 // name, the row's price type as code, the importer's provider.
@@ -27,7 +28,8 @@ bool ImportedSymbolOf(const ImportRow& row, Target* target, std::string* error) 
   if (!ParsePeriod(period, &parsed, error)) return false;
   target->layout = LayoutOf(parsed);
   return MakeSymbolRequest(kImportProvider, row.symbol.trimmed().toStdU16String(),
-                           row.priceType.toLocal8Bit().toStdString(), parsed, &target->request, error);
+                           row.priceType.toLocal8Bit().toStdString(), parsed, &target->request,
+                           error);
 }
 
 // Waits until the worker has written every insert posted so far. The
@@ -37,7 +39,8 @@ bool ImportedSymbolOf(const ImportRow& row, Target* target, std::string* error) 
 // served first), so only an insert can follow them: the completion of an
 // insert of no records, which changes nothing, posted after the import to
 // the first row's symbol.
-bool AwaitPostedInserts(ModuleHost& host, const std::vector<ImportRow>& rows, InsertCompletion& completion) {
+bool AwaitPostedInserts(ModuleHost& host, const std::vector<ImportRow>& rows,
+                        InsertCompletion& completion) {
   for (const ImportRow& row : rows) {
     Target target;
     std::string error;
@@ -101,16 +104,18 @@ void ReportImportsOf(QDialog* dialog, ModuleHost& host, InsertCompletion& comple
                      const HostTranslator& translator, std::function<void()> imported) {
   QPushButton* ok = FindButton(dialog, translator.text(kOkKey));
   if (ok == nullptr) return;
-  auto firstLog = std::make_shared<std::size_t>(host.logs().size());  // the next report's first line
-  QObject::connect(ok, &QPushButton::clicked, ok,
-                   [dialog = QPointer<QDialog>(dialog), firstLog, &host, &completion, imported] {
-                     if (dialog.isNull() || !AwaitPostedInserts(host, CheckedRows(dialog), completion)) {
-                       return;
-                     }
-                     PrintModuleLog(host, *firstLog);
-                     *firstLog = host.logs().size();
-                     imported();
-                   });
+  auto firstLog =
+      std::make_shared<std::size_t>(host.logs().size());  // the next report's first line
+  QObject::connect(
+      ok, &QPushButton::clicked, ok,
+      [dialog = QPointer<QDialog>(dialog), firstLog, &host, &completion, imported] {
+        if (dialog.isNull() || !AwaitPostedInserts(host, CheckedRows(dialog), completion)) {
+          return;
+        }
+        PrintModuleLog(host, *firstLog);
+        *firstLog = host.logs().size();
+        imported();
+      });
 }
 
 // Presses OK with every row checked, as they start, waits until the worker

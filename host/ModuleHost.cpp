@@ -537,7 +537,8 @@ int ModuleHost::DeliverLog(int slot, const LogRecord* record) {
 HostLogSink ModuleHost::SinkOf(int slot) {
   static const auto kSinks = []<int... Slots>(std::integer_sequence<int, Slots...>) {
     return std::array<HostLogSink, kSinkSlots>{&SinkTrampoline<Slots>...};
-  }(std::make_integer_sequence<int, kSinkSlots>{});
+  }
+  (std::make_integer_sequence<int, kSinkSlots>{});
   return slot < 0 ? nullptr : kSinks[slot];
 }
 

@@ -47,55 +47,55 @@
 
 class ModuleHost {
  public:
-  static constexpr int kSinkSlots = 16;            // hosts that may hold a log sink at once
-  static constexpr HostWord kFirstEventHandle = 1; // handle of the first created event
+  static constexpr int kSinkSlots = 16;             // hosts that may hold a log sink at once
+  static constexpr HostWord kFirstEventHandle = 1;  // handle of the first created event
   // Handle of the first registration; far from event handles so that a mix-up shows.
   static constexpr HostWord kFirstModuleHandle = 0x100;
   static constexpr std::int32_t kFirstMenuItemId = 1;  // id of the first added menu item
 
   // One call of the host callback.
   struct Call {
-    unsigned int message;                  // message code
-    HostArg a;                             // first argument as given
-    HostArg b;                             // second argument as given
-    std::thread::id thread;                // calling thread
-    std::vector<unsigned char> record;     // the message's record on entry; empty if unknown or null
+    unsigned int message;               // message code
+    HostArg a;                          // first argument as given
+    HostArg b;                          // second argument as given
+    std::thread::id thread;             // calling thread
+    std::vector<unsigned char> record;  // the message's record on entry; empty if unknown or null
   };
 
   // One record handed to the log sink.
   struct LogEntry {
-    std::u16string module;                 // module name
-    std::uint32_t type;                    // coreLogMsgType
-    std::uint32_t level;                   // coreLogMsgLevel
-    std::u16string text;                   // record text
-    std::thread::id thread;                // thread that called the sink
+    std::u16string module;   // module name
+    std::uint32_t type;      // coreLogMsgType
+    std::uint32_t level;     // coreLogMsgLevel
+    std::u16string text;     // record text
+    std::thread::id thread;  // thread that called the sink
   };
 
-  struct Translation {                     // message 3019
-    std::string context;                   // translation context
-    std::string key;                       // key
-    std::string text;                      // default text
+  struct Translation {    // message 3019
+    std::string context;  // translation context
+    std::string key;      // key
+    std::string text;     // default text
   };
 
-  struct CreatedEvent {                    // message 3112
-    std::string name;                      // event name
-    HostWord handle;                       // handle the host assigned
+  struct CreatedEvent {  // message 3112
+    std::string name;    // event name
+    HostWord handle;     // handle the host assigned
   };
 
-  struct Subscription {                    // message 3110
-    std::string name;                      // event name
-    HostWord moduleHandle;                 // module's host-assigned handle
-    HostWord module;                       // module object
+  struct Subscription {     // message 3110
+    std::string name;       // event name
+    HostWord moduleHandle;  // module's host-assigned handle
+    HostWord module;        // module object
   };
 
-  struct Emit {                            // message 3113
-    HostWord handle;                       // event handle (a)
-    VDEvent event;                         // copy of the event record (b)
+  struct Emit {       // message 3113
+    HostWord handle;  // event handle (a)
+    VDEvent event;    // copy of the event record (b)
   };
 
-  struct Language {                        // one entry of the language list
-    std::string name;                      // e.g. "English"
-    bool current;                          // the host's current language
+  struct Language {    // one entry of the language list
+    std::string name;  // e.g. "English"
+    bool current;      // the host's current language
   };
 
   using Handler = std::function<int(unsigned int message, HostArg a, HostArg b)>;
@@ -117,11 +117,11 @@ class ModuleHost {
   void unload();
 
   // The four exports. REQUIRES: loaded().
-  void initialize();                       // callback = this host, callback2 = null
+  void initialize();  // callback = this host, callback2 = null
   int send(unsigned int message, HostArg a = 0, HostArg b = 0);  // param = this host
-  int moduleInfo(MODULE_INFO* out);        // GetModuleInfo as is (out may be null)
-  MODULE_INFO info();                      // a zeroed record filled by GetModuleInfo
-  void* moduleObject();                    // GetModule
+  int moduleInfo(MODULE_INFO* out);  // GetModuleInfo as is (out may be null)
+  MODULE_INFO info();                // a zeroed record filled by GetModuleInfo
+  void* moduleObject();              // GetModule
 
   // Events towards the module (message 3114). raiseEvent addresses every
   // subscriber of name and returns how many it reached.
@@ -135,18 +135,18 @@ class ModuleHost {
                  unsigned int completionCode);
 
   // Configuration of the answers.
-  void setContext2(HostWord value);                       // Initialize's context2 (default 0)
-  void setModuleHandle(HostWord handle);                  // 3000 writes it (default: assigned)
-  void setLanguages(std::vector<Language> languages);     // 3116 / 3117 (default: none)
-  void setDateTimeFormatters(bool provide);               // 3207 (default: provided)
-  void setInterface(const std::string& first, const std::string& second,
-                    const std::string& third, HostWord value);  // 3001 / 3002
+  void setContext2(HostWord value);                    // Initialize's context2 (default 0)
+  void setModuleHandle(HostWord handle);               // 3000 writes it (default: assigned)
+  void setLanguages(std::vector<Language> languages);  // 3116 / 3117 (default: none)
+  void setDateTimeFormatters(bool provide);            // 3207 (default: provided)
+  void setInterface(const std::string& first, const std::string& second, const std::string& third,
+                    HostWord value);                               // 3001 / 3002
   void setFolder(std::uint32_t type, const std::u16string& path);  // 3128
-  void setDataSource(const std::string& provider);        // 3012
-  void setWorkFolder(const std::u16string& path);         // 3503
-  void setUseWorkFolder(std::int32_t value);              // 3506
-  void setMainWindowId(HostWord id);                      // 3502
-  void setHandler(Handler handler);                       // every message without an answer of its own
+  void setDataSource(const std::string& provider);                 // 3012
+  void setWorkFolder(const std::u16string& path);                  // 3503
+  void setUseWorkFolder(std::int32_t value);                       // 3506
+  void setMainWindowId(HostWord id);                               // 3502
+  void setHandler(Handler handler);  // every message without an answer of its own
   // Makes the callback throw for message (after recording the call).
   void throwOn(unsigned int message, std::exception_ptr exception);
   void throwOn(unsigned int message, ExceptionFactory factory);
@@ -155,11 +155,11 @@ class ModuleHost {
   // What was recorded, copied under the lock.
   std::vector<Call> calls() const;
   std::vector<Call> calls(unsigned int message) const;
-  std::vector<unsigned int> messages() const;             // codes of calls(), in order
+  std::vector<unsigned int> messages() const;  // codes of calls(), in order
   std::vector<LogEntry> logs() const;
   std::vector<Translation> translations() const;
   std::vector<CreatedEvent> createdEvents() const;
-  std::vector<Subscription> subscriptions() const;        // current ones
+  std::vector<Subscription> subscriptions() const;  // current ones
   std::vector<Emit> emits() const;
   std::vector<mm_menu_item> menuItems() const;
   // Forgets the history: calls, logs, translations, created events, emits.
@@ -200,43 +200,43 @@ class ModuleHost {
   int answerWorkFolder(char16_t* buffer);
   void addMenuItem(mm_menu_item* item);
 
-  struct Exports {                                         // resolved entry points
-    void* (*getModule)() = nullptr;                        // kExportGetModule
-    InitializeFunction initialize = nullptr;               // kExportInitialize
-    ReceiveMessageFunction receiveMessage = nullptr;       // kExportReceiveMessage
-    GetModuleInfoFunction getModuleInfo = nullptr;         // kExportGetModuleInfo
+  struct Exports {                                    // resolved entry points
+    void* (*getModule)() = nullptr;                   // kExportGetModule
+    InitializeFunction initialize = nullptr;          // kExportInitialize
+    ReceiveMessageFunction receiveMessage = nullptr;  // kExportReceiveMessage
+    GetModuleInfoFunction getModuleInfo = nullptr;    // kExportGetModuleInfo
   };
 
-  mutable std::mutex mu_;                                  // guards everything below but library_, exports_
-  void* library_ = nullptr;                                // dlopen handle
-  Exports exports_;                                        // valid while library_ is set
-  std::string error_;                                      // last load failure
-  int sinkSlot_ = -1;                                      // index into the sink table, -1: none
-  bool running_ = false;                                   // 3007 sent, 3005 not since
+  mutable std::mutex mu_;    // guards everything below but library_, exports_
+  void* library_ = nullptr;  // dlopen handle
+  Exports exports_;          // valid while library_ is set
+  std::string error_;        // last load failure
+  int sinkSlot_ = -1;        // index into the sink table, -1: none
+  bool running_ = false;     // 3007 sent, 3005 not since
 
-  HostWord context2_ = 0;                                  // Initialize's context2
-  std::optional<HostWord> moduleHandle_;                   // fixed 3000 answer, else assigned
-  std::vector<Language> languages_;                        // answered by 3116 / 3117
-  bool provideFormatters_ = true;                          // answered by 3207
-  std::map<InterfaceKey, HostWord> interfaces_;            // answered by 3001 / 3002
-  std::map<std::uint32_t, std::u16string> folders_;        // answered by 3128
-  std::string provider_;                                   // answered by 3012
-  std::optional<std::u16string> workFolder_;               // answered by 3503
-  std::optional<std::int32_t> useWorkFolder_;              // answered by 3506
-  std::optional<HostWord> mainWindowId_;                   // answered by 3502
-  Handler handler_;                                        // other messages
-  std::map<unsigned int, ExceptionFactory> throws_;        // messages that throw
+  HostWord context2_ = 0;                            // Initialize's context2
+  std::optional<HostWord> moduleHandle_;             // fixed 3000 answer, else assigned
+  std::vector<Language> languages_;                  // answered by 3116 / 3117
+  bool provideFormatters_ = true;                    // answered by 3207
+  std::map<InterfaceKey, HostWord> interfaces_;      // answered by 3001 / 3002
+  std::map<std::uint32_t, std::u16string> folders_;  // answered by 3128
+  std::string provider_;                             // answered by 3012
+  std::optional<std::u16string> workFolder_;         // answered by 3503
+  std::optional<std::int32_t> useWorkFolder_;        // answered by 3506
+  std::optional<HostWord> mainWindowId_;             // answered by 3502
+  Handler handler_;                                  // other messages
+  std::map<unsigned int, ExceptionFactory> throws_;  // messages that throw
 
-  std::vector<Call> calls_;                                // every call, in order
-  std::vector<LogEntry> logs_;                             // every sink record
-  std::vector<Translation> translations_;                  // 3019
-  std::vector<CreatedEvent> createdEvents_;                // 3112
-  std::vector<Subscription> subscriptions_;                // 3110 minus 3111
-  std::vector<Emit> emits_;                                // 3113
-  std::vector<mm_menu_item> menuItems_;                    // 5508, with their assigned ids
-  HostWord nextEventHandle_ = kFirstEventHandle;           // next 3112 handle
-  HostWord nextModuleHandle_ = kFirstModuleHandle;         // next assigned 3000 handle
-  std::int32_t nextMenuItemId_ = kFirstMenuItemId;         // next 5508 id
+  std::vector<Call> calls_;                         // every call, in order
+  std::vector<LogEntry> logs_;                      // every sink record
+  std::vector<Translation> translations_;           // 3019
+  std::vector<CreatedEvent> createdEvents_;         // 3112
+  std::vector<Subscription> subscriptions_;         // 3110 minus 3111
+  std::vector<Emit> emits_;                         // 3113
+  std::vector<mm_menu_item> menuItems_;             // 5508, with their assigned ids
+  HostWord nextEventHandle_ = kFirstEventHandle;    // next 3112 handle
+  HostWord nextModuleHandle_ = kFirstModuleHandle;  // next assigned 3000 handle
+  std::int32_t nextMenuItemId_ = kFirstMenuItemId;  // next 5508 id
 };
 
 #endif  // DATASTORE_HOST_MODULEHOST_H_

@@ -13,36 +13,36 @@
 namespace {
 
 // Layout, in pixels.
-constexpr int kMargin = 8;                        // around everything
-constexpr int kTitleHeight = 28;                  // the title line
-constexpr int kTimeAxisHeight = 24;               // below the plot
-constexpr int kPriceAxisWidth = 76;               // right of the plot
-constexpr int kTickLength = 4;                    // of an axis mark
-constexpr double kBodyShare = 0.7;                // of a slot a candle's body takes
-constexpr double kMinBodyWidth = 1.0;             // of a body in a crowded chart
-constexpr double kLineWidth = 1.5;                // of the tick line
-constexpr double kTitleScale = 1.25;              // title font against the labels'
+constexpr int kMargin = 8;             // around everything
+constexpr int kTitleHeight = 28;       // the title line
+constexpr int kTimeAxisHeight = 24;    // below the plot
+constexpr int kPriceAxisWidth = 76;    // right of the plot
+constexpr int kTickLength = 4;         // of an axis mark
+constexpr double kBodyShare = 0.7;     // of a slot a candle's body takes
+constexpr double kMinBodyWidth = 1.0;  // of a body in a crowded chart
+constexpr double kLineWidth = 1.5;     // of the tick line
+constexpr double kTitleScale = 1.25;   // title font against the labels'
 
 // Scale.
-constexpr int kPriceLabels = 6;                   // price labels wanted
-constexpr int kTimeLabels = 6;                    // time labels at most
-constexpr double kPricePadding = 0.05;            // share of the price range added above and below
-constexpr double kFlatPadding = 0.01;             // share of the price added around a flat series
-constexpr double kZeroPadding = 1.0;              // added around a flat series at zero
-constexpr double kNiceSteps[] = {1, 2, 5, 10};    // mantissas of a price step
-constexpr int kMaxDecimals = 9;                   // of a price label
+constexpr int kPriceLabels = 6;                 // price labels wanted
+constexpr int kTimeLabels = 6;                  // time labels at most
+constexpr double kPricePadding = 0.05;          // share of the price range added above and below
+constexpr double kFlatPadding = 0.01;           // share of the price added around a flat series
+constexpr double kZeroPadding = 1.0;            // added around a flat series at zero
+constexpr double kNiceSteps[] = {1, 2, 5, 10};  // mantissas of a price step
+constexpr int kMaxDecimals = 9;                 // of a price label
 
 // Spans of time, in seconds, and the label form from each on.
 constexpr std::int64_t kHour = 3600;
 constexpr std::int64_t kDay = 24 * kHour;
 constexpr std::int64_t kYear = 365 * kDay;
 struct TimeForm {
-  std::int64_t fromSpan;                          // seconds shown, at least
-  const char* format;                             // QDateTime format
+  std::int64_t fromSpan;  // seconds shown, at least
+  const char* format;     // QDateTime format
 };
 constexpr TimeForm kTimeForms[] = {
-    {4 * kYear, "yyyy"},      {120 * kDay, "yyyy-MM"},  {3 * kDay, "yyyy-MM-dd"},
-    {kHour, "MM-dd hh:mm"},   {0, "hh:mm:ss"},
+    {4 * kYear, "yyyy"},    {120 * kDay, "yyyy-MM"}, {3 * kDay, "yyyy-MM-dd"},
+    {kHour, "MM-dd hh:mm"}, {0, "hh:mm:ss"},
 };
 constexpr char kExtentFormat[] = "yyyy-MM-dd hh:mm:ss";  // of the first and last time
 
@@ -73,8 +73,8 @@ bool Finite(const ChartPoint& point) {
 
 // Maps prices to the plot's height.
 struct PriceScale {
-  double low, high;                               // at the bottom and the top of the plot
-  QRectF plot;                                    // where the series is drawn
+  double low, high;  // at the bottom and the top of the plot
+  QRectF plot;       // where the series is drawn
 
   double y(double price) const {
     return plot.bottom() - (price - low) / (high - low) * plot.height();
@@ -111,10 +111,12 @@ QString Extent(const ChartSeries& series) {
   const QString format = QString::fromLatin1(kExtentFormat);
   return QStringLiteral("%1 records, %2 to %3 UTC")
       .arg(series.points.size())
-      .arg(TimeLabel(series.points.front().time, format), TimeLabel(series.points.back().time, format));
+      .arg(TimeLabel(series.points.front().time, format),
+           TimeLabel(series.points.back().time, format));
 }
 
-void DrawTitle(QPainter& painter, const QRect& area, const QString& title, const ChartSeries& series) {
+void DrawTitle(QPainter& painter, const QRect& area, const QString& title,
+               const ChartSeries& series) {
   const QRect line(area.left() + kMargin, area.top() + kMargin, area.width() - 2 * kMargin,
                    kTitleHeight);
   painter.setPen(kText);
@@ -141,7 +143,8 @@ void DrawPriceAxis(QPainter& painter, const PriceScale& scale) {
     painter.drawLine(QPointF(plot.right(), y), QPointF(plot.right() + kTickLength, y));
     const QRectF label(plot.right() + 2 * kTickLength, y - textHeight / 2.0, kPriceAxisWidth,
                        textHeight);
-    painter.drawText(label, Qt::AlignLeft | Qt::AlignVCenter, QString::number(price, 'f', decimals));
+    painter.drawText(label, Qt::AlignLeft | Qt::AlignVCenter,
+                     QString::number(price, 'f', decimals));
   }
 }
 
@@ -166,8 +169,9 @@ void DrawTimeAxis(QPainter& painter, const QRectF& plot, const ChartSeries& seri
     painter.drawLine(QPointF(x, plot.top()), QPointF(x, plot.bottom()));
     painter.setPen(kText);
     painter.drawLine(QPointF(x, plot.bottom()), QPointF(x, plot.bottom() + kTickLength));
-    painter.drawText(QRectF(left, plot.bottom() + kTickLength, width, kTimeAxisHeight - kTickLength),
-                     Qt::AlignCenter, text);
+    painter.drawText(
+        QRectF(left, plot.bottom() + kTickLength, width, kTimeAxisHeight - kTickLength),
+        Qt::AlignCenter, text);
     previous = text;
     freeFrom = left + width;
   }
@@ -184,7 +188,8 @@ void DrawCandles(QPainter& painter, const PriceScale& scale, const ChartSeries& 
     painter.drawLine(QPointF(x, scale.y(point.high)), QPointF(x, scale.y(point.low)));
     const double top = scale.y(std::max(point.open, point.close));
     const double bottom = scale.y(std::min(point.open, point.close));
-    painter.fillRect(QRectF(x - body / 2, top, body, std::max(bottom - top, kMinBodyWidth)), colour);
+    painter.fillRect(QRectF(x - body / 2, top, body, std::max(bottom - top, kMinBodyWidth)),
+                     colour);
   }
 }
 
@@ -235,8 +240,9 @@ std::vector<double> PriceTicks(double low, double high, int wanted) {
   const auto distance = [rough, power](double mantissa) {
     return std::abs(std::log(mantissa * power / rough));
   };
-  const double* nice = std::min_element(std::begin(kNiceSteps), std::end(kNiceSteps),
-                                        [&](double a, double b) { return distance(a) < distance(b); });
+  const double* nice =
+      std::min_element(std::begin(kNiceSteps), std::end(kNiceSteps),
+                       [&](double a, double b) { return distance(a) < distance(b); });
   const double step = *nice * power;
   std::vector<double> ticks;
   for (double k = std::ceil(low / step); k * step <= high; ++k) ticks.push_back(k * step);

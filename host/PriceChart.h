@@ -31,13 +31,13 @@ constexpr QSize kChartSize{960, 540};  // the picture of dshost chart
 
 // One record as the chart draws it; a tick has all four prices alike.
 struct ChartPoint {
-  std::int32_t time;                   // seconds since 1970, UTC
-  float open, high, low, close;        // prices
+  std::int32_t time;             // seconds since 1970, UTC
+  float open, high, low, close;  // prices
 };
 
 struct ChartSeries {
-  std::vector<ChartPoint> points;      // in record order
-  bool candles = false;                // bars as candles; else a line of close
+  std::vector<ChartPoint> points;  // in record order
+  bool candles = false;            // bars as candles; else a line of close
 };
 
 // The chart's title: the symbol's name, period and code.

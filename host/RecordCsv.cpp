@@ -15,13 +15,13 @@ constexpr char kSeparator = ',';
 constexpr std::string_view kBlanks = " \t";
 constexpr std::string_view kTimeColumn = "time";
 constexpr std::string_view kEpochColumn = "epoch";
-constexpr int kNoColumn = -1;                  // a column the header does not name
-constexpr std::size_t kNumberText = 32;        // room for any float or time text
+constexpr int kNoColumn = -1;            // a column the header does not name
+constexpr std::size_t kNumberText = 32;  // room for any float or time text
 constexpr const char* kTimeForms = "expected an epoch number or YYYY-MM-DD[THH:MM:SS][Z]";
 
 // Positions in "YYYY-MM-DDTHH:MM:SSZ".
-constexpr std::size_t kDateLength = 10;        // "YYYY-MM-DD"
-constexpr std::size_t kDateTimeLength = 19;    // "YYYY-MM-DDTHH:MM:SS"
+constexpr std::size_t kDateLength = 10;      // "YYYY-MM-DD"
+constexpr std::size_t kDateTimeLength = 19;  // "YYYY-MM-DDTHH:MM:SS"
 constexpr std::size_t kMonthAt = 5;
 constexpr std::size_t kDayAt = 8;
 constexpr std::size_t kHourAt = 11;
@@ -88,8 +88,8 @@ bool ParseIso(std::string_view text, long long* seconds) {
   const bool withClock = text.size() == kDateTimeLength;
   if (text.size() != kDateLength && !withClock) return false;
   if (text[kMonthAt - 1] != '-' || text[kDayAt - 1] != '-') return false;
-  if (withClock && (text[kHourAt - 1] != 'T' || text[kMinuteAt - 1] != ':' ||
-                    text[kSecondAt - 1] != ':')) {
+  if (withClock &&
+      (text[kHourAt - 1] != 'T' || text[kMinuteAt - 1] != ':' || text[kSecondAt - 1] != ':')) {
     return false;
   }
   const int y = Digits(text, 0, kMonthAt - 1);
@@ -122,10 +122,10 @@ std::string FormatValue(float value) {
 
 // Where each field of a line goes, from the header.
 struct Columns {
-  std::size_t fields = 0;      // fields per line
-  int epoch = kNoColumn;       // column of the epoch, if named
-  int time = kNoColumn;        // column of the time, if named
-  std::vector<int> views;      // column of each view, in layout order
+  std::size_t fields = 0;  // fields per line
+  int epoch = kNoColumn;   // column of the epoch, if named
+  int time = kNoColumn;    // column of the time, if named
+  std::vector<int> views;  // column of each view, in layout order
 };
 
 bool ReadHeader(std::string_view line, const RecordLayout& layout, Columns* columns,

@@ -8,12 +8,14 @@
 
 namespace {
 
-constexpr char kSuffix[] = ".cjd";                // of a symbol file
+constexpr char kSuffix[] = ".cjd";  // of a symbol file
 constexpr char kFilePattern[] = "*.cjd";
-constexpr QChar kSeparator = u'_';                // between name, period and code
+constexpr QChar kSeparator = u'_';  // between name, period and code
 
 // A file name part with its %XX escapes undone, in the local encoding.
-QByteArray Unescaped(const QString& part) { return QByteArray::fromPercentEncoding(part.toLocal8Bit()); }
+QByteArray Unescaped(const QString& part) {
+  return QByteArray::fromPercentEncoding(part.toLocal8Bit());
+}
 
 bool IsPeriod(const QString& field) {
   SYMBOL_PERIOD period{};
@@ -45,8 +47,8 @@ std::vector<ProviderSymbols> ListSymbols(const QString& dataFolder) {
   for (const QString& folder : data.entryList(QDir::Dirs | QDir::NoDotAndDotDot, QDir::Name)) {
     const QDir files(data.filePath(folder));
     ProviderSymbols provider{Unescaped(folder).toStdString(), {}};
-    const QStringList names = files.entryList({QLatin1String(kFilePattern)}, QDir::Files,
-                                              QDir::Name | QDir::IgnoreCase);
+    const QStringList names =
+        files.entryList({QLatin1String(kFilePattern)}, QDir::Files, QDir::Name | QDir::IgnoreCase);
     for (const QString& name : names) {
       StoredSymbol symbol;
       symbol.path = files.filePath(name);

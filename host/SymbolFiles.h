@@ -18,15 +18,15 @@
 #include <vector>
 
 struct StoredSymbol {
-  QString name;                        // the symbol's name
-  std::string period;                  // as dshost writes it: "D", "I5"
-  std::string code;                    // 8-bit, as a request carries it
-  QString path;                        // of the file
+  QString name;        // the symbol's name
+  std::string period;  // as dshost writes it: "D", "I5"
+  std::string code;    // 8-bit, as a request carries it
+  QString path;        // of the file
 };
 
 struct ProviderSymbols {
-  std::string provider;                // 8-bit, as a request carries it
-  std::vector<StoredSymbol> symbols;   // in file name order, ignoring case
+  std::string provider;               // 8-bit, as a request carries it
+  std::vector<StoredSymbol> symbols;  // in file name order, ignoring case
 };
 
 // The provider folders of dataFolder that hold symbol files, by name.

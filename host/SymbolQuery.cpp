@@ -41,7 +41,8 @@ bool CountRecords(ModuleHost& host, HostWord handle, const Selection& selection,
 }
 
 bool GetRecords(ModuleHost& host, HostWord handle, const Selection& selection, std::int32_t count,
-                const RecordLayout& layout, std::vector<unsigned char>* records, std::string* error) {
+                const RecordLayout& layout, std::vector<unsigned char>* records,
+                std::string* error) {
   records->assign(static_cast<std::size_t>(count) * layout.recordSize(), 0);
   GET_SYMBOL_DATA_REQUEST request = MakeGetRequest(handle, selection);
   request.count = count;

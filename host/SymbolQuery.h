@@ -23,16 +23,16 @@ constexpr std::int32_t kEveryRecord = std::numeric_limits<std::int32_t>::max(); 
 
 // A symbol to open and the layout of its records.
 struct Target {
-  SYMBOL_NAME_PERIOD request{};                      // sent with 6001
-  RecordLayout layout;                               // of the symbol's records
+  SYMBOL_NAME_PERIOD request{};  // sent with 6001
+  RecordLayout layout;           // of the symbol's records
 };
 
 // Which records of the symbol: a GET_SYMBOL_DATA_REQUEST's selection.
 struct Selection {
-  GetMode mode = kGetOldest;                         // how the records are chosen
-  std::int32_t firstTime = 0;                        // kGetTimeRange
-  std::int32_t lastTime = 0;                         // kGetTimeRange, exclusive
-  std::int32_t count = kEveryRecord;                 // kGetNewest, kGetOldest
+  GetMode mode = kGetOldest;          // how the records are chosen
+  std::int32_t firstTime = 0;         // kGetTimeRange
+  std::int32_t lastTime = 0;          // kGetTimeRange, exclusive
+  std::int32_t count = kEveryRecord;  // kGetNewest, kGetOldest
 };
 
 // Opens the symbol with 6001 and sets *handle.
@@ -43,7 +43,8 @@ bool CountRecords(ModuleHost& host, HostWord handle, const Selection& selection,
 // Up to count records of the selection (6005) into *records, resized to the
 // whole records delivered.
 bool GetRecords(ModuleHost& host, HostWord handle, const Selection& selection, std::int32_t count,
-                const RecordLayout& layout, std::vector<unsigned char>* records, std::string* error);
+                const RecordLayout& layout, std::vector<unsigned char>* records,
+                std::string* error);
 // The three steps above: the selection's records into *records.
 bool ReadRecords(ModuleHost& host, Target& target, const Selection& selection,
                  std::vector<unsigned char>* records, std::string* error);

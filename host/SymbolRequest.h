@@ -22,7 +22,7 @@
 #include "HostBoundary.h"
 
 constexpr std::size_t kRecordTimeBytes = sizeof(std::int32_t);  // time field of a record
-constexpr std::size_t kRecordValueBytes = sizeof(float);         // one view's value
+constexpr std::size_t kRecordValueBytes = sizeof(float);        // one view's value
 
 // The records of one symbol: a time, then one float per view.
 struct RecordLayout {

@@ -24,8 +24,8 @@ std::unique_ptr<QCoreApplication> MakeApplication(CommandDisplay display, int& a
   if (display == CommandDisplay::kOffscreen && !platformChosen) {
     qputenv("QT_QPA_PLATFORM", kOffscreenPlatform);
   }
-  if (display == CommandDisplay::kScreen && !platformChosen && qEnvironmentVariableIsEmpty("DISPLAY") &&
-      qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY")) {
+  if (display == CommandDisplay::kScreen && !platformChosen &&
+      qEnvironmentVariableIsEmpty("DISPLAY") && qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY")) {
     Failure("no screen: set DISPLAY or WAYLAND_DISPLAY (or QT_QPA_PLATFORM)");
     return nullptr;
   }

@@ -58,19 +58,20 @@ constexpr QRect kProgressBarRect(10, 365, 400, 20);
 constexpr QRect kOkRect(80, 400, 100, 25);
 constexpr QRect kRejectRect(240, 400, 100, 25);
 
-constexpr Qt::WindowFlags kDialogFlags = Qt::Dialog | Qt::WindowTitleHint | Qt::WindowSystemMenuHint |
-                                         Qt::WindowCloseButtonHint | Qt::MSWindowsFixedSizeDialogHint;
+constexpr Qt::WindowFlags kDialogFlags = Qt::Dialog | Qt::WindowTitleHint |
+                                         Qt::WindowSystemMenuHint | Qt::WindowCloseButtonHint |
+                                         Qt::MSWindowsFixedSizeDialogHint;
 
 // Price types offered for a symbol, and for an index symbol (a leading ".").
 constexpr const char* kQuotePriceTypes[] = {"Bid", "Ask"};
 constexpr const char* kIndexPriceTypes[] = {"Last", "Proc"};
 constexpr QChar kIndexSymbolMark = QLatin1Char('.');
 
-constexpr int kPumpMs = 100;  // longest event processing per progress step
-constexpr int kProgressIntervalMs = 50;  // shortest time between two progress steps
-constexpr int kNarrowestSymbolColumn = 60;  // the symbol column gives way down to this
-constexpr char kWidestDate[] = "00.00.00";  // what a date column keeps in view
-constexpr int kCellPadding = 12;            // a cell's margins around its text
+constexpr int kPumpMs = 100;                           // longest event processing per progress step
+constexpr int kProgressIntervalMs = 50;                // shortest time between two progress steps
+constexpr int kNarrowestSymbolColumn = 60;             // the symbol column gives way down to this
+constexpr char kWidestDate[] = "00.00.00";             // what a date column keeps in view
+constexpr int kCellPadding = 12;                       // a cell's margins around its text
 constexpr coreLogMsgLevel kReportLevel = LOG_LEVEL_3;  // the host log's level of the report
 
 template <std::size_t N>
@@ -154,7 +155,9 @@ void CConvertor::CreateMenuConvertor() {
 QString CConvertor::GetUserPath() const {
   std::int32_t useWorkFolder = 0;
   callHost(HostMessage::UseWorkFolder, reinterpret_cast<HostArg>(&useWorkFolder), 0);
-  auto folder = [](std::function<QString()> const& lookup) { return lookup ? lookup() : QString(); };
+  auto folder = [](std::function<QString()> const& lookup) {
+    return lookup ? lookup() : QString();
+  };
   if (useWorkFolder == kHostSaysYes) return folder(folders_.workFolder) + QLatin1Char('/');
   if (module_ == nullptr) return QString();
   return folder(folders_.importFolder);
@@ -185,7 +188,8 @@ void CConvertor::pressMenuItem(mm_menu_item*) {
 
 void CConvertor::buildDialog(QWidget* parent) {
   const QString title = text("M0150");
-  auto* dialog = new CDialogConvertor(this, parent, title.toLocal8Bit().constData(), true, kDialogFlags);
+  auto* dialog =
+      new CDialogConvertor(this, parent, title.toLocal8Bit().constData(), true, kDialogFlags);
   dialog->setAttribute(Qt::WA_DeleteOnClose);
   dialog->setFixedSize(kDialogWidth, kDialogHeight);
   dialog->activateWindow();
@@ -211,8 +215,8 @@ void CConvertor::buildDirectoryRow() {
 void CConvertor::buildTable() {
   auto* table = new QTableWidget(0, kColumnCount, controls_.dialog);
   table->setGeometry(kTableRect);
-  table->setHorizontalHeaderLabels(
-      {QString(), text("C0028Name"), text("M0176"), text("Tra0010"), text("Tra0011"), text("C0075Type")});
+  table->setHorizontalHeaderLabels({QString(), text("C0028Name"), text("M0176"), text("Tra0010"),
+                                    text("Tra0011"), text("C0075Type")});
   table->setShowGrid(false);
   table->setSelectionMode(QAbstractItemView::NoSelection);
   table->setEditTriggers(QAbstractItemView::NoEditTriggers);
@@ -232,7 +236,8 @@ void CConvertor::buildTable() {
 }
 
 void CConvertor::buildButtons() {
-  controls_.selectAllButton = addButton(text("M0177"), kSelectAllRect, &CConvertor::selectAll, false);
+  controls_.selectAllButton =
+      addButton(text("M0177"), kSelectAllRect, &CConvertor::selectAll, false);
   controls_.deselectButton =
       addButton(text("C0042SelectOff"), kDeselectRect, &CConvertor::unSelectAll, false);
   controls_.invertButton = addButton(text("C0111"), kInvertRect, &CConvertor::inversAll, false);
@@ -240,11 +245,12 @@ void CConvertor::buildButtons() {
   controls_.progressBar->setGeometry(kProgressBarRect);
   controls_.progressBar->setAlignment(Qt::AlignCenter);
   controls_.okButton = addButton(text("C0049Ok"), kOkRect, &CConvertor::readFile, false);
-  controls_.rejectButton = addButton(text("Tr0019Reject"), kRejectRect, &CConvertor::closeConvertor, true);
+  controls_.rejectButton =
+      addButton(text("Tr0019Reject"), kRejectRect, &CConvertor::closeConvertor, true);
 }
 
-QPushButton* CConvertor::addButton(QString const& label, QRect const& geometry, void (CConvertor::*slot)(),
-                                   bool enabled) {
+QPushButton* CConvertor::addButton(QString const& label, QRect const& geometry,
+                                   void (CConvertor::*slot)(), bool enabled) {
   auto* button = new QPushButton(label, controls_.dialog);
   button->setGeometry(geometry);
   button->setEnabled(enabled);
@@ -265,7 +271,8 @@ void CConvertor::closeConvertor() {
 // does not open leaves the table as it was.
 void CConvertor::readMakeFile(QString dir) {
   dir_ = dir;
-  if (hasDialog()) controls_.directoryLine->setText(dir.replace(QLatin1Char('\\'), QLatin1Char('/')));
+  if (hasDialog())
+    controls_.directoryLine->setText(dir.replace(QLatin1Char('\\'), QLatin1Char('/')));
   if (!IndexExists(dir_) || !loadIndex()) {
     clearTable();
     sayNothingImports();
@@ -327,14 +334,16 @@ void CConvertor::InitTable() {
   showTable();
   setSelectionButtons(false, true, true);
   controls_.invertButton->setEnabled(true);
-  const bool anyShown = std::any_of(rowProblems_.begin(), rowProblems_.end(),
-                                    [](ConversionOutcome problem) { return problem == ConversionOutcome::kConverted; });
+  const bool anyShown = std::any_of(
+      rowProblems_.begin(), rowProblems_.end(),
+      [](ConversionOutcome problem) { return problem == ConversionOutcome::kConverted; });
   if (!anyShown) sayNothingImports();
 }
 
 void CConvertor::fillRow(int row) {
   const IndexEntry& entry = entries_[static_cast<std::size_t>(row)];
-  const DataFileSpan span = ReadDataFileSpan(entry.dataFile, entry.recordLength, entry.periodLetter);
+  const DataFileSpan span =
+      ReadDataFileSpan(entry.dataFile, entry.recordLength, entry.periodLetter);
   ConversionOutcome& problem = rowProblems_[static_cast<std::size_t>(row)];
   if (entry.dataFile.isEmpty()) {
     problem = ConversionOutcome::kMissingFile;
@@ -357,7 +366,8 @@ void CConvertor::fillRow(int row) {
   symbol->setToolTip(entry.fullName);
   controls_.table->setItem(row, kSymbolColumn, symbol);
   controls_.table->setItem(row, kPeriodColumn, TextItem(entry.periodText()));
-  for (auto [column, text] : {std::pair{kFirstDateColumn, span.first}, std::pair{kLastDateColumn, span.last}}) {
+  for (auto [column, text] :
+       {std::pair{kFirstDateColumn, span.first}, std::pair{kLastDateColumn, span.last}}) {
     QTableWidgetItem* date = TextItem(text);
     date->setToolTip(text);
     controls_.table->setItem(row, column, date);
@@ -371,8 +381,10 @@ void CConvertor::fillRow(int row) {
 void CConvertor::fitColumns() {
   QTableWidget* table = controls_.table;
   table->resizeColumnsToContents();
-  const int dateWidth = table->fontMetrics().horizontalAdvance(QString::fromLatin1(kWidestDate)) + kCellPadding;
-  for (int column : {kFirstDateColumn, kLastDateColumn, kLastDateColumn}) giveWay(column, dateWidth);
+  const int dateWidth =
+      table->fontMetrics().horizontalAdvance(QString::fromLatin1(kWidestDate)) + kCellPadding;
+  for (int column : {kFirstDateColumn, kLastDateColumn, kLastDateColumn})
+    giveWay(column, dateWidth);
   giveWay(kSymbolColumn, kNarrowestSymbolColumn);
 }
 
@@ -414,7 +426,8 @@ void CConvertor::sayNothingImports() {
   for (std::size_t k = 0; k < entries_.size() && k < rowProblems_.size(); ++k) {
     reasons.AddSkipped(entries_[k], rowProblems_[k]);
   }
-  QStringList lines{QStringLiteral("No importable instrument in %1.").arg(QDir::toNativeSeparators(dir_))};
+  QStringList lines{
+      QStringLiteral("No importable instrument in %1.").arg(QDir::toNativeSeparators(dir_))};
   lines += reasons.Lines().mid(0, reasons.skipped());
   for (QString const& line : lines) logReport(line);
   if (!hasDialog()) return;
@@ -501,9 +514,9 @@ void CConvertor::change(int, int column) {
 
 void CConvertor::setControlsEnabled(bool enabled) {
   const ConvertorControls& c = controls_;
-  for (QWidget* control :
-       std::initializer_list<QWidget*>{c.browseButton, c.selectAllButton, c.deselectButton, c.invertButton,
-                                       c.okButton, c.rejectButton, c.directoryLine, c.table}) {
+  for (QWidget* control : std::initializer_list<QWidget*>{
+           c.browseButton, c.selectAllButton, c.deselectButton, c.invertButton, c.okButton,
+           c.rejectButton, c.directoryLine, c.table}) {
     control->setEnabled(enabled);
   }
 }
@@ -511,7 +524,8 @@ void CConvertor::setControlsEnabled(bool enabled) {
 std::int64_t CConvertor::selectedBytes() const {
   std::int64_t total = 0;
   for (int row = 0; row < entryRows(); ++row) {
-    if (isRowSelected(row)) total += QFileInfo(entries_[static_cast<std::size_t>(row)].dataFile).size();
+    if (isRowSelected(row))
+      total += QFileInfo(entries_[static_cast<std::size_t>(row)].dataFile).size();
   }
   return total;
 }
@@ -539,7 +553,8 @@ void CConvertor::readFile() {
 }
 
 QString CConvertor::priceType(int row) const {
-  const auto* box = qobject_cast<const QComboBox*>(controls_.table->cellWidget(row, kPriceTypeColumn));
+  const auto* box =
+      qobject_cast<const QComboBox*>(controls_.table->cellWidget(row, kPriceTypeColumn));
   return box != nullptr ? box->currentText() : QString();
 }
 
@@ -549,10 +564,11 @@ void CConvertor::importRow(int row) {
   ConversionOutcome outcome = ConversionOutcome::kRefusedByStore;
   ConvertedInstrument instrument;
   try {
-    outcome = ConvertInstrument(entry, priceType(row), instrument, [this, &bytesRead](std::int64_t bytes) {
-      bytesRead = bytes;
-      showProgress(progressDone_ + bytes);
-    });
+    outcome = ConvertInstrument(entry, priceType(row), instrument,
+                                [this, &bytesRead](std::int64_t bytes) {
+                                  bytesRead = bytes;
+                                  showProgress(progressDone_ + bytes);
+                                });
     if (outcome == ConversionOutcome::kConverted) outcome = store(instrument);
   } catch (std::bad_alloc const&) {
     outcome = ConversionOutcome::kOutOfMemory;
@@ -603,7 +619,8 @@ void CConvertor::showProgress(std::int64_t bytes) {
 }
 
 void CConvertor::logReport(QString const& line) const {
-  if (module_ != nullptr && module_->GetLog() != nullptr) module_->GetLog()->ShowLogInfo(LOG_TYPE_1, kReportLevel, line);
+  if (module_ != nullptr && module_->GetLog() != nullptr)
+    module_->GetLog()->ShowLogInfo(LOG_TYPE_1, kReportLevel, line);
 }
 
 // The report replaces the table; the user closes the dialog or reads
@@ -615,8 +632,8 @@ void CConvertor::finishImport() {
   controls_.dialog->setProperty(kImportedProperty, report_.imported());
   controls_.progressBar->setValue(controls_.progressBar->maximum());
   showReport(lines);
-  for (QWidget* control : std::initializer_list<QWidget*>{controls_.rejectButton, controls_.directoryLine,
-                                                         controls_.browseButton}) {
+  for (QWidget* control : std::initializer_list<QWidget*>{
+           controls_.rejectButton, controls_.directoryLine, controls_.browseButton}) {
     control->setEnabled(true);
   }
 }

@@ -65,18 +65,18 @@ struct ImportFolders {
 // The dialog's widgets; all but dialog are its children and valid only while
 // dialog is not null.
 struct ConvertorControls {
-  QPointer<CDialogConvertor> dialog;      // null while no dialog is open
-  QLabel* label = nullptr;                // "Look in:"
-  CLineEdit* directoryLine = nullptr;     // the current directory
-  QPushButton* browseButton = nullptr;    // "...", opens the directory chooser
-  QTableWidget* table = nullptr;          // one row per index entry
-  QPlainTextEdit* reportView = nullptr;   // in the table's place: the report, or why nothing imports
-  QPushButton* selectAllButton = nullptr; // checks every visible row
-  QPushButton* deselectButton = nullptr;  // see unSelectAll()
-  QPushButton* invertButton = nullptr;    // inverts every visible row
-  QProgressBar* progressBar = nullptr;    // bytes read during an import
-  QPushButton* okButton = nullptr;        // starts the import
-  QPushButton* rejectButton = nullptr;    // closes the dialog
+  QPointer<CDialogConvertor> dialog;     // null while no dialog is open
+  QLabel* label = nullptr;               // "Look in:"
+  CLineEdit* directoryLine = nullptr;    // the current directory
+  QPushButton* browseButton = nullptr;   // "...", opens the directory chooser
+  QTableWidget* table = nullptr;         // one row per index entry
+  QPlainTextEdit* reportView = nullptr;  // in the table's place: the report, or why nothing imports
+  QPushButton* selectAllButton = nullptr;  // checks every visible row
+  QPushButton* deselectButton = nullptr;   // see unSelectAll()
+  QPushButton* invertButton = nullptr;     // inverts every visible row
+  QProgressBar* progressBar = nullptr;     // bytes read during an import
+  QPushButton* okButton = nullptr;         // starts the import
+  QPushButton* rejectButton = nullptr;     // closes the dialog
 };
 
 class CConvertor : public QObject {
@@ -179,18 +179,18 @@ class CConvertor : public QObject {
 
   // Table.
   void fillRow(int row);
-  void fitColumns();                  // column widths from their contents, within the table
-  int columnsExcess() const;          // pixels the columns take beyond the table's width
+  void fitColumns();                        // column widths from their contents, within the table
+  int columnsExcess() const;                // pixels the columns take beyond the table's width
   void giveWay(int column, int narrowest);  // narrows the column toward the table's width
   void showTable();
   void showReport(QStringList const& lines);  // in the table's place
-  void sayNothingImports();           // why no row can be imported
+  void sayNothingImports();                   // why no row can be imported
   bool isRowChecked(int row) const;
   bool isRowSelected(int row) const;  // visible and checked
   enum class CheckChange { kCheck, kUncheck, kInvert };
   void setCheckStates(CheckChange change);  // of every visible row
   void setSelectionButtons(bool selectAll, bool deselect, bool ok);
-  int entryRows() const;              // rows that stand for an index entry
+  int entryRows() const;  // rows that stand for an index entry
 
   // Import.
   void setControlsEnabled(bool enabled);
@@ -199,25 +199,25 @@ class CConvertor : public QObject {
   void importRow(int row);
   ConversionOutcome store(ConvertedInstrument& instrument);
   void showProgress(std::int64_t bytes);
-  void finishImport();                // shows and logs the report
+  void finishImport();                        // shows and logs the report
   void logReport(QString const& line) const;  // to the host log
 
-  void* hostContext_ = nullptr;                   // first argument of host calls; 0: not connected
-  QString dir_;                                   // current directory
-  std::vector<IndexEntry> entries_;               // the index of dir_
-  std::vector<ConversionOutcome> rowProblems_;    // per entry: why its row is hidden, or kConverted
-  std::uint8_t busy_ = 0;                         // 1 while readFile() runs
-  std::uint8_t loading_ = 0;                      // 1 from opening to the end of the first read
-  ConvertorControls controls_;                    // the open dialog
-  INSERT_SYMBOL_DATA_REQUEST insertRequest_{};    // refilled for every imported row
-  ImportTarget* target_;                          // the store imported into; may be null
-  CModule* module_;                               // translations and the host callback; may be null
-  ImportFolders folders_;                         // default directory lookups
-  DirectoryChooser chooser_;                      // the directory chooser
-  std::int64_t progressDone_ = 0;                 // bytes of the rows already imported
-  std::int64_t progressScale_ = 1;                // bytes per progress bar unit
+  void* hostContext_ = nullptr;                 // first argument of host calls; 0: not connected
+  QString dir_;                                 // current directory
+  std::vector<IndexEntry> entries_;             // the index of dir_
+  std::vector<ConversionOutcome> rowProblems_;  // per entry: why its row is hidden, or kConverted
+  std::uint8_t busy_ = 0;                       // 1 while readFile() runs
+  std::uint8_t loading_ = 0;                    // 1 from opening to the end of the first read
+  ConvertorControls controls_;                  // the open dialog
+  INSERT_SYMBOL_DATA_REQUEST insertRequest_{};  // refilled for every imported row
+  ImportTarget* target_;                        // the store imported into; may be null
+  CModule* module_;                             // translations and the host callback; may be null
+  ImportFolders folders_;                       // default directory lookups
+  DirectoryChooser chooser_;                    // the directory chooser
+  std::int64_t progressDone_ = 0;               // bytes of the rows already imported
+  std::int64_t progressScale_ = 1;              // bytes per progress bar unit
   std::chrono::steady_clock::time_point lastProgress_;  // the bar's last step
-  ImportReport report_;                           // of the last import
+  ImportReport report_;                                 // of the last import
 };
 
 #endif  // DATASTORE_IMPORT_CONVERTOR_H_

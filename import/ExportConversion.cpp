@@ -20,8 +20,8 @@ constexpr char kSymbolKind[] = "CANDLE";
 constexpr char kProviderTag[] = "CANDLE_QUENDAL";   // behind the provider's terminator
 constexpr int kProviderTagOffset = kHostNameField;  // into the provider field
 
-constexpr int kFieldSize = 4;            // one MBF float
-constexpr int kMappedFields = 8;         // no field map reads beyond field 7
+constexpr int kFieldSize = 4;     // one MBF float
+constexpr int kMappedFields = 8;  // no field map reads beyond field 7
 constexpr int kNoField = -1;
 constexpr int kDateField = 0;
 constexpr int kTimeField = 1;
@@ -45,7 +45,6 @@ FieldMap MapFor(char letter, int fields) {
   if (fields == 6 || fields == 7) return {1, 2, 3, 4, 5};
   return kNoPrices;
 }
-
 
 // Turns data records into candles. Only the mapped part of a record is kept,
 // so R and the fields count may disagree in any way: fields beyond R read as
@@ -175,13 +174,15 @@ qint64 ReadPoints(ExportDataFile& file, int recordLength, RecordDecoder& decoder
                   ProgressThrottle& progress) {
   progress.Advance(recordLength);
   const qint64 blockRecords = std::max<qint64>(1, kReadBlockBytes / recordLength);
-  std::vector<unsigned char> block(static_cast<std::size_t>(std::min(blockRecords, file.records()) * recordLength));
+  std::vector<unsigned char> block(
+      static_cast<std::size_t>(std::min(blockRecords, file.records()) * recordLength));
   qint64 done = 0;
   while (done < file.records()) {
     const qint64 wanted = std::min(blockRecords, file.records() - done);
     const qint64 whole = file.Read(done, wanted, block.data());
     progress.Advance(whole * recordLength);
-    for (qint64 k = 0; k < whole; ++k) sink.Add(decoder.Decode(block.data() + std::size_t(k) * recordLength));
+    for (qint64 k = 0; k < whole; ++k)
+      sink.Add(decoder.Decode(block.data() + std::size_t(k) * recordLength));
     done += whole;
     if (whole < wanted) break;  // the file ended early
   }
@@ -212,8 +213,8 @@ void FillRequest(SYMBOL_NAME_PERIOD& request, IndexEntry const& entry, QString c
 
 }  // namespace
 
-ConversionOutcome ConvertInstrument(IndexEntry const& entry, QString const& priceType, ConvertedInstrument& out,
-                                    ConversionProgress const& progress) {
+ConversionOutcome ConvertInstrument(IndexEntry const& entry, QString const& priceType,
+                                    ConvertedInstrument& out, ConversionProgress const& progress) {
   out = ConvertedInstrument{};
   if (!period::IsKnownKind(entry.periodLetter)) return ConversionOutcome::kPeriodNotImported;
   if (entry.dataFile.isEmpty()) return ConversionOutcome::kMissingFile;

@@ -34,11 +34,11 @@ enum class ConversionOutcome {
 
 // One instrument converted for the store.
 struct ConvertedInstrument {
-  SYMBOL_NAME_PERIOD request{};          // what to open the symbol with
-  std::vector<unsigned char> points;     // pointCount records in the symbol's layout
-  int pointCount = 0;                    // records in points
-  unsigned int pointSize = 0;            // 24 for candles, 12 for ticks (intraday size 0)
-  int skippedRecords = 0;                // counted records whose date or time does not decode
+  SYMBOL_NAME_PERIOD request{};       // what to open the symbol with
+  std::vector<unsigned char> points;  // pointCount records in the symbol's layout
+  int pointCount = 0;                 // records in points
+  unsigned int pointSize = 0;         // 24 for candles, 12 for ticks (intraday size 0)
+  int skippedRecords = 0;             // counted records whose date or time does not decode
 };
 
 // Reports the bytes of the data file read so far (header record included);
@@ -49,7 +49,8 @@ using ConversionProgress = std::function<void(std::int64_t bytesRead)>;
 // letter and size, under its whole symbol, with price type `priceType`
 // ("Bid", "Ask", "Last", "Proc"). On any outcome but kConverted, `out` holds
 // no points (its skippedRecords still counts what was skipped).
-ConversionOutcome ConvertInstrument(IndexEntry const& entry, QString const& priceType, ConvertedInstrument& out,
+ConversionOutcome ConvertInstrument(IndexEntry const& entry, QString const& priceType,
+                                    ConvertedInstrument& out,
                                     ConversionProgress const& progress = {});
 
 #endif  // DATASTORE_IMPORT_EXPORTCONVERSION_H_

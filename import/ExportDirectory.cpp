@@ -14,17 +14,17 @@
 namespace {
 
 // Date and time floats.
-constexpr int kIntText = 16;                 // "%d" of any int, with its terminator
-constexpr int kShortDateDigits = 6;          // YYMMDD; fewer is no date
-constexpr int kLongDateYearDigits = 3;       // YYYMMDD
+constexpr int kIntText = 16;            // "%d" of any int, with its terminator
+constexpr int kShortDateDigits = 6;     // YYMMDD; fewer is no date
+constexpr int kLongDateYearDigits = 3;  // YYYMMDD
 constexpr int kShortDateYearDigits = 2;
-constexpr int kDatePartDigits = 2;           // month, day
+constexpr int kDatePartDigits = 2;  // month, day
 constexpr int kYearBase = 1900;
 constexpr int kLastMonth = 12;
 constexpr int kLastDay = 31;
-constexpr int kInvalidTimeDigits = 7;        // neither HHMMSS nor a midnight fallback
-constexpr int kHourScale = 10000;            // HH of HHMMSS
-constexpr int kMinuteScale = 100;            // MM of HHMMSS
+constexpr int kInvalidTimeDigits = 7;  // neither HHMMSS nor a midnight fallback
+constexpr int kHourScale = 10000;      // HH of HHMMSS
+constexpr int kMinuteScale = 100;      // MM of HHMMSS
 constexpr int kLastHour = 23;
 constexpr int kLastMinute = 59;
 constexpr int kLastSecond = 59;
@@ -32,16 +32,16 @@ constexpr int kSecondsPerMinute = 60;
 constexpr int kSecondsPerHour = 3600;
 constexpr std::int64_t kSecondsPerDay = 86400;
 constexpr int kMsPerSecond = 1000;
-constexpr float kIntLimit = 2147483648.0f;   // 2^31
+constexpr float kIntLimit = 2147483648.0f;  // 2^31
 constexpr int kDecimal = 10;
-constexpr int kDecimalPair = 100;            // two decimal digits
+constexpr int kDecimalPair = 100;  // two decimal digits
 
 // Data files.
-constexpr int kHeaderCountOffset = 2;        // u16 of the header record: records + 1
+constexpr int kHeaderCountOffset = 2;  // u16 of the header record: records + 1
 constexpr int kHeaderCountEnd = kHeaderCountOffset + 2;
-constexpr qint64 kHeaderCountModulus = 65536;   // the count is a u16
-constexpr int kFieldSize = 4;                // one MBF float
-constexpr int kLargestRecord = 255;          // R is one byte in every index
+constexpr qint64 kHeaderCountModulus = 65536;  // the count is a u16
+constexpr int kFieldSize = 4;                  // one MBF float
+constexpr int kLargestRecord = 255;            // R is one byte in every index
 constexpr char kIntraday = 'I';
 constexpr char kDateFormat[] = "dd.MM.yy";
 constexpr char kTimeFormat[] = "hh:mm:ss";
@@ -59,7 +59,8 @@ bool MbfToInt(float mbf, int& value) {
 // Length of "%d" of value, counted without printing it.
 int TextLength(int value) {
   int length = value < 0 ? 2 : 1;  // a sign, and the last digit
-  for (std::int64_t rest = std::abs(std::int64_t{value}) / kDecimal; rest > 0; rest /= kDecimal) ++length;
+  for (std::int64_t rest = std::abs(std::int64_t{value}) / kDecimal; rest > 0; rest /= kDecimal)
+    ++length;
   return length;
 }
 
@@ -92,8 +93,10 @@ std::optional<DateDigits> DecodeDateWord(float mbf) {
   DateDigits date{};
   if (value > 0) {  // the digits counted from the left, by division
     date.year = static_cast<int>(value / PowerOfTen(length - yearDigits));
-    date.month = static_cast<int>(value / PowerOfTen(length - yearDigits - kDatePartDigits) % kDecimalPair);
-    date.day = static_cast<int>(value / PowerOfTen(length - yearDigits - 2 * kDatePartDigits) % kDecimalPair);
+    date.month =
+        static_cast<int>(value / PowerOfTen(length - yearDigits - kDatePartDigits) % kDecimalPair);
+    date.day = static_cast<int>(value / PowerOfTen(length - yearDigits - 2 * kDatePartDigits) %
+                                kDecimalPair);
   } else {  // the sign is one of the year's characters
     char text[kIntText];
     std::snprintf(text, sizeof text, "%d", value);
@@ -125,7 +128,8 @@ QString RecordTime(ExportDataFile& file, int recordLength, char period, qint64 k
   const std::optional<int> clock = ExportTimeOfDay(fields[1]);
   if (!clock) return {};
   return text + QLatin1Char(' ') +
-         QTime::fromMSecsSinceStartOfDay(*clock * kMsPerSecond).toString(QString::fromLatin1(kTimeFormat));
+         QTime::fromMSecsSinceStartOfDay(*clock * kMsPerSecond)
+             .toString(QString::fromLatin1(kTimeFormat));
 }
 
 QString RecordTime(QString const& path, int recordLength, char period, bool last) {
@@ -139,7 +143,8 @@ QString RecordTime(QString const& path, int recordLength, char period, bool last
 std::optional<std::chrono::year_month_day> ExportDate(float mbf) {
   const std::optional<DateDigits> digits = DecodeDateWord(mbf);
   if (!digits) return std::nullopt;
-  const std::chrono::year_month_day day{std::chrono::year(digits->year), std::chrono::month(unsigned(digits->month)),
+  const std::chrono::year_month_day day{std::chrono::year(digits->year),
+                                        std::chrono::month(unsigned(digits->month)),
                                         std::chrono::day(unsigned(digits->day))};
   if (!day.ok()) return std::nullopt;
   return day;
@@ -186,7 +191,8 @@ bool ExportDataFile::Open(QString const& path, int recordLength) {
   size_ = file_.size();
   unsigned char header[kHeaderCountEnd] = {};
   int headerCount = 0;  // a header too short to hold the count: the size decides
-  if (recordLength >= kHeaderCountEnd && file_.read(reinterpret_cast<char*>(header), kHeaderCountEnd) == kHeaderCountEnd) {
+  if (recordLength >= kHeaderCountEnd &&
+      file_.read(reinterpret_cast<char*>(header), kHeaderCountEnd) == kHeaderCountEnd) {
     headerCount = header[kHeaderCountOffset] | (header[kHeaderCountOffset + 1] << 8);
   }
   records_ = CountedRecords(size_, recordLength, headerCount);

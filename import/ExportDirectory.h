@@ -63,9 +63,9 @@ class ExportDataFile {
 
  private:
   QFile file_;
-  int recordLength_ = 0;   // R
-  qint64 size_ = 0;        // bytes of the file when opened
-  qint64 records_ = 0;     // data records to read
+  int recordLength_ = 0;  // R
+  qint64 size_ = 0;       // bytes of the file when opened
+  qint64 records_ = 0;    // data records to read
 };
 
 // The records of a data file that the header counts and the file holds.

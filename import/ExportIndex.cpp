@@ -83,7 +83,8 @@ int S16(Bytes record, int offset) { return static_cast<std::int16_t>(U16(record,
 // The text of a field: up to its first zero byte, trailing spaces dropped.
 QString FieldText(Bytes record, int offset, int size) {
   const auto* text = reinterpret_cast<const char*>(record + offset);
-  QString value = QString::fromLatin1(text, static_cast<qsizetype>(strnlen(text, static_cast<std::size_t>(size))));
+  QString value = QString::fromLatin1(
+      text, static_cast<qsizetype>(strnlen(text, static_cast<std::size_t>(size))));
   while (value.endsWith(QLatin1Char(' '))) value.chop(1);
   return value;
 }
@@ -96,10 +97,13 @@ QByteArray ReadAll(QString const& path) {
 }
 
 QString DataFileName(IndexFile source, int fileNumber) {
-  return QString::asprintf(source == IndexFile::kMaster ? kMasterDataFormat : kXmasterDataFormat, fileNumber);
+  return QString::asprintf(source == IndexFile::kMaster ? kMasterDataFormat : kXmasterDataFormat,
+                           fileNumber);
 }
 
-void FindDataFile(ExportFolder const& folder, IndexEntry& entry) { entry.dataFile = folder.Find(entry.dataFileName()); }
+void FindDataFile(ExportFolder const& folder, IndexEntry& entry) {
+  entry.dataFile = folder.Find(entry.dataFileName());
+}
 
 IndexEntry MasterEntry(Bytes record) {
   IndexEntry entry;
@@ -156,7 +160,8 @@ QString IndexEntry::dataFileName() const { return DataFileName(source, fileNumbe
 QString IndexEntry::periodText() const {
   if (periodLetter == 0) return {};
   QString text(QLatin1Char{periodLetter});
-  if (periodLetter == period::kIntraday) text += QLatin1String(kIntradaySeparator) + QString::number(intradaySize);
+  if (periodLetter == period::kIntraday)
+    text += QLatin1String(kIntradaySeparator) + QString::number(intradaySize);
   return text;
 }
 
@@ -184,7 +189,8 @@ bool IndexExists(QString const& dir) {
 std::vector<IndexEntry> ReadMaster(ExportFolder const& folder) {
   const QByteArray file = ReadAll(folder.Find(QString::fromLatin1(kMasterName)));
   unsigned char header[kIndexRecordSize] = {};
-  std::memcpy(header, file.constData(), static_cast<std::size_t>(std::min<qsizetype>(file.size(), kIndexRecordSize)));
+  std::memcpy(header, file.constData(),
+              static_cast<std::size_t>(std::min<qsizetype>(file.size(), kIndexRecordSize)));
   const int count = S16(header, 0);
   if (count < 1) return {};
   std::vector<IndexEntry> entries;
@@ -202,12 +208,14 @@ std::vector<IndexEntry> ReadMaster(ExportFolder const& folder) {
 
 std::vector<IndexEntry> ReadXmaster(ExportFolder const& folder) {
   const QByteArray file = ReadAll(folder.Find(QString::fromLatin1(kXmasterName)));
-  if (file.size() < kXmasterRecordSize || std::memcmp(file.constData(), kXmasterMagic, sizeof kXmasterMagic) != 0) {
+  if (file.size() < kXmasterRecordSize ||
+      std::memcmp(file.constData(), kXmasterMagic, sizeof kXmasterMagic) != 0) {
     return {};
   }
   const auto* bytes = reinterpret_cast<Bytes>(file.constData());
   const int count = U16(bytes, kXmasterCount);
-  const int held = static_cast<int>(std::min<qsizetype>(count, file.size() / kXmasterRecordSize - 1));
+  const int held =
+      static_cast<int>(std::min<qsizetype>(count, file.size() / kXmasterRecordSize - 1));
   std::vector<IndexEntry> entries;
   entries.reserve(static_cast<std::size_t>(held));
   for (int k = 0; k < held; ++k) {
@@ -222,6 +230,7 @@ std::vector<IndexEntry> ReadExportIndex(QString const& dir) {
   std::vector<IndexEntry> entries = ReadMaster(folder);
   AddLongNames(folder, entries);
   std::vector<IndexEntry> extra = ReadXmaster(folder);
-  entries.insert(entries.end(), std::make_move_iterator(extra.begin()), std::make_move_iterator(extra.end()));
+  entries.insert(entries.end(), std::make_move_iterator(extra.begin()),
+                 std::make_move_iterator(extra.end()));
   return entries;
 }

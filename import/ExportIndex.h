@@ -21,26 +21,26 @@
 #include <QString>
 #include <vector>
 
-constexpr int kIndexRecordSize = 53;   // one MASTER record, and its header
-constexpr int kIndexSymbolSize = 17;   // symbol bytes of a MASTER record
+constexpr int kIndexRecordSize = 53;  // one MASTER record, and its header
+constexpr int kIndexSymbolSize = 17;  // symbol bytes of a MASTER record
 
 // The index file an entry comes from.
 enum class IndexFile { kMaster, kXmaster };
 
 // One instrument of the index.
 struct IndexEntry {
-  int fileNumber = 0;                  // n of F<n>.dat (MASTER) or F<n>.MWD (XMASTER)
-  int recordLength = 0;                // R, bytes per data record
-  int fieldCount = 0;                  // four-byte fields per data record
-  char periodLetter = 0;               // 'D', 'W', 'M', 'Y', 'I', or other
-  int intradaySize = 0;                // minutes, for 'I'; 0 means ticks
-  QString symbol;                      // trimmed of leading and trailing spaces
-  QString fullName;                    // EMASTER's or XMASTER's name; empty when none
+  int fileNumber = 0;     // n of F<n>.dat (MASTER) or F<n>.MWD (XMASTER)
+  int recordLength = 0;   // R, bytes per data record
+  int fieldCount = 0;     // four-byte fields per data record
+  char periodLetter = 0;  // 'D', 'W', 'M', 'Y', 'I', or other
+  int intradaySize = 0;   // minutes, for 'I'; 0 means ticks
+  QString symbol;         // trimmed of leading and trailing spaces
+  QString fullName;       // EMASTER's or XMASTER's name; empty when none
   IndexFile source = IndexFile::kMaster;
-  QString dataFile;                    // path of the data file; empty when there is none
+  QString dataFile;  // path of the data file; empty when there is none
 
-  QString dataFileName() const;        // the name the index gives: "F12.dat", "F300.MWD"
-  QString periodText() const;          // the letter, for 'I' followed by two spaces and the size
+  QString dataFileName() const;  // the name the index gives: "F12.dat", "F300.MWD"
+  QString periodText() const;    // the letter, for 'I' followed by two spaces and the size
 };
 
 // An export directory's file names, listed once, found whatever their case.

@@ -22,10 +22,8 @@ QString CompactPeriodText(IndexEntry const& entry) {
 QString SkipReasonText(IndexEntry const& entry, ConversionOutcome outcome) {
   const QString file = entry.dataFileName();
   switch (outcome) {
-    case ConversionOutcome::kMissingFile:
-      return QStringLiteral("missing data file %1").arg(file);
-    case ConversionOutcome::kNoRecords:
-      return QStringLiteral("no records in %1").arg(file);
+    case ConversionOutcome::kMissingFile: return QStringLiteral("missing data file %1").arg(file);
+    case ConversionOutcome::kNoRecords: return QStringLiteral("no records in %1").arg(file);
     case ConversionOutcome::kUnreadableRecords:
       return QStringLiteral("unreadable records in %1").arg(file);
     case ConversionOutcome::kPeriodNotImported:
@@ -34,16 +32,16 @@ QString SkipReasonText(IndexEntry const& entry, ConversionOutcome outcome) {
       return QStringLiteral("%1 does not fit in memory").arg(file);
     case ConversionOutcome::kStoredWithOtherRecordSize:
       return QStringLiteral("stored before with another record size");
-    case ConversionOutcome::kRefusedByStore:
-      return QStringLiteral("refused by the store");
-    case ConversionOutcome::kConverted:
-      break;
+    case ConversionOutcome::kRefusedByStore: return QStringLiteral("refused by the store");
+    case ConversionOutcome::kConverted: break;
   }
   return {};
 }
 
-void ImportReport::AddImported(IndexEntry const& entry, QString const& code, int points, int skippedRecords) {
-  QString line = QStringLiteral("Imported %1 %2: %3 points").arg(Instrument(entry), code).arg(points);
+void ImportReport::AddImported(IndexEntry const& entry, QString const& code, int points,
+                               int skippedRecords) {
+  QString line =
+      QStringLiteral("Imported %1 %2: %3 points").arg(Instrument(entry), code).arg(points);
   if (skippedRecords > 0) {
     line += QStringLiteral(", %1 records skipped (date or time unreadable)").arg(skippedRecords);
   }

@@ -34,7 +34,8 @@ class CLineEdit : public QLineEdit {
   // The name argument is accepted for compatibility and not used.
   explicit CLineEdit(QWidget* parent = nullptr, const char* name = nullptr);
   CLineEdit(const QString& text, QWidget* parent, const char* name = nullptr);
-  CLineEdit(const QString& text, const QString& inputMask, QWidget* parent, const char* name = nullptr);
+  CLineEdit(const QString& text, const QString& inputMask, QWidget* parent,
+            const char* name = nullptr);
 
   // A new menu (parent: this field) that the caller shows and then deletes:
   // undo, redo, separator, cut, copy, paste, clear, separator, select all.

@@ -21,8 +21,8 @@ constexpr int kMbfExponentShift = 24;
 constexpr int kIeeeExponentShift = 23;
 constexpr std::uint32_t kMbfSignBit = 0x00800000;
 constexpr std::uint32_t kIeeeSignBit = 0x80000000;
-constexpr int kSignMove = 8;                   // MBF bit 23 <-> IEEE bit 31
-constexpr std::uint32_t kBiasDifference = 2;   // 129 - 127
+constexpr int kSignMove = 8;                  // MBF bit 23 <-> IEEE bit 31
+constexpr std::uint32_t kBiasDifference = 2;  // 129 - 127
 
 std::uint32_t Load(const float* value) {
   std::uint32_t word;

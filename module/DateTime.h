@@ -28,11 +28,13 @@ class DateTime {
   QString toString(long time, QString const& format, bool flag) const;
   QString toString(QDateTime const& time, QString const& format) const;
 
-  bool hasFormatters() const { return qDateTimeFormatter_ != nullptr || timeValueFormatter_ != nullptr; }
+  bool hasFormatters() const {
+    return qDateTimeFormatter_ != nullptr || timeValueFormatter_ != nullptr;
+  }
 
  private:
-  HostQDateTimeFormatter qDateTimeFormatter_ = nullptr;   // formats a QDateTime
-  HostTimeValueFormatter timeValueFormatter_ = nullptr;   // formats a time value
+  HostQDateTimeFormatter qDateTimeFormatter_ = nullptr;  // formats a QDateTime
+  HostTimeValueFormatter timeValueFormatter_ = nullptr;  // formats a time value
 };
 
 }  // namespace Quendal

@@ -20,7 +20,9 @@ QString Manager::GetFont(elementCode code) const {
   return it == elements_.constEnd() ? QString(kFallbackFamily) : it->family;
 }
 
-void Manager::Add(elementCode code, QString const& family) { elements_.insert(code, Element{family}); }
+void Manager::Add(elementCode code, QString const& family) {
+  elements_.insert(code, Element{family});
+}
 
 DefaultManager::DefaultManager() {
   Add(ELEMENT_5, kTahoma);

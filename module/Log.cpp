@@ -70,7 +70,9 @@ Log& Log::operator<<(unsigned int v) { return *this << QString::number(v); }
 Log& Log::operator<<(long v) { return *this << QString::number(v); }
 Log& Log::operator<<(unsigned long v) { return *this << QString::number(v); }
 Log& Log::operator<<(float v) { return *this << static_cast<double>(v); }
-Log& Log::operator<<(double v) { return *this << QString::number(v, kNumberFormat, kNumberPrecision); }
+Log& Log::operator<<(double v) {
+  return *this << QString::number(v, kNumberFormat, kNumberPrecision);
+}
 Log& Log::operator<<(char const* text) { return *this << QString::fromLatin1(text); }
 
 Log& Log::operator<<(QString const& text) {

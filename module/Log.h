@@ -22,15 +22,15 @@
 
 enum coreLogMsgType : std::uint32_t {
   LOG_TYPE_0 = 0,
-  LOG_TYPE_1 = 1,        // every record the framework writes itself
+  LOG_TYPE_1 = 1,  // every record the framework writes itself
 };
 
 enum coreLogMsgLevel : std::uint32_t {
   LOG_LEVEL_0 = 0,
   LOG_LEVEL_2 = 2,
-  LOG_LEVEL_3 = 3,       // default
-  LOG_LEVEL_4 = 4,       // failed event emission
-  LOG_LEVEL_5 = 5,       // exception reports
+  LOG_LEVEL_3 = 3,  // default
+  LOG_LEVEL_4 = 4,  // failed event emission
+  LOG_LEVEL_5 = 5,  // exception reports
 };
 
 // Stream markers: 0 to 4 set a level, 5 flushes; higher values are ignored.
@@ -47,7 +47,8 @@ class BaseLog {
  public:
   virtual ~BaseLog() = default;
   virtual HostLogSink Create(QString const& name, eLogMsgType type, unsigned int number) = 0;
-  virtual HostLogSink Create(char* name, HostCallback callback, void* context, eLogMsgType type) = 0;
+  virtual HostLogSink Create(char* name, HostCallback callback, void* context,
+                             eLogMsgType type) = 0;
   virtual HostLogSink Create(QString const& name, HostCallback callback, void* context) = 0;
   virtual void ShowLogInfo(coreLogMsgType type, coreLogMsgLevel level, QString const& text) = 0;
   virtual BaseLog& operator<<(coreLogMsgType type) = 0;
@@ -118,15 +119,15 @@ class Log : public BaseLog {
   void Append(QString const& text);  // the growth rule lives here
   void Flush();                      // send, then empty the text
 
-  HostCallback callback_ = nullptr;               // set by Create
-  void* context_ = nullptr;                       // host context, set by Create
-  std::unique_ptr<char16_t[]> moduleName_;        // NUL-terminated, set by Create
-  coreLogMsgType msgType_ = LOG_TYPE_1;           // type of the record being composed
-  coreLogMsgLevel msgLevel_ = LOG_LEVEL_3;        // level of the record being composed
-  std::unique_ptr<char16_t[]> text_;              // the record's text, NUL-terminated
-  std::uint32_t used_ = 1;                        // units in use, counting the terminator
-  std::uint32_t capacity_ = kInitialCapacity;     // units allocated for text_
-  HostLogSink sink_ = nullptr;                    // the host's sink, from Create
+  HostCallback callback_ = nullptr;            // set by Create
+  void* context_ = nullptr;                    // host context, set by Create
+  std::unique_ptr<char16_t[]> moduleName_;     // NUL-terminated, set by Create
+  coreLogMsgType msgType_ = LOG_TYPE_1;        // type of the record being composed
+  coreLogMsgLevel msgLevel_ = LOG_LEVEL_3;     // level of the record being composed
+  std::unique_ptr<char16_t[]> text_;           // the record's text, NUL-terminated
+  std::uint32_t used_ = 1;                     // units in use, counting the terminator
+  std::uint32_t capacity_ = kInitialCapacity;  // units allocated for text_
+  HostLogSink sink_ = nullptr;                 // the host's sink, from Create
 };
 
 #endif  // DATASTORE_MODULE_LOG_H_

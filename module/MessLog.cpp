@@ -8,11 +8,11 @@
 
 namespace {
 
-constexpr char kUnnamedFile[] = "noname.log";    // file name before one is derived
-constexpr char kNoParent[] = "NoParent";         // parent name of the default log
-constexpr char kLogFolder[] = "./Temp/";         // folder of derived file names
-constexpr char kLogSuffix[] = ".log";            // extension of derived file names
-constexpr int kStampBytes = 32;                  // room for "DD.MM hh.mm.ss" and more
+constexpr char kUnnamedFile[] = "noname.log";  // file name before one is derived
+constexpr char kNoParent[] = "NoParent";       // parent name of the default log
+constexpr char kLogFolder[] = "./Temp/";       // folder of derived file names
+constexpr char kLogSuffix[] = ".log";          // extension of derived file names
+constexpr int kStampBytes = 32;                // room for "DD.MM hh.mm.ss" and more
 
 }  // namespace
 

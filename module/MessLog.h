@@ -25,11 +25,11 @@
 // Importance of a line; lower is more important. A line is written when its
 // level is at most the log's level.
 enum CriticalLevel : std::int32_t {
-  MESS_CRITICAL = 0,     // written at every non-negative threshold
+  MESS_CRITICAL = 0,  // written at every non-negative threshold
   MESS_ERROR = 1,
   MESS_WARNING = 2,
-  MESS_INFO = 3,         // the default threshold
-  MESS_DEBUG = 4,        // dropped at the default threshold
+  MESS_INFO = 3,   // the default threshold
+  MESS_DEBUG = 4,  // dropped at the default threshold
 };
 
 class messLog {
@@ -65,12 +65,12 @@ class messLog {
   QMutex& mutex() { return mutex_; }
 
  private:
-  QMutex mutex_;                    // for callers; never locked here
-  QString fileName_;                // file the lines go to
-  QString parentName_;              // owner's name, source of the derived file name
-  CriticalLevel level_ = MESS_INFO; // highest level written
-  bool keepOpen_ = false;           // the file stays open between lines
-  std::unique_ptr<QFile> openFile_; // the file while kept open
+  QMutex mutex_;                     // for callers; never locked here
+  QString fileName_;                 // file the lines go to
+  QString parentName_;               // owner's name, source of the derived file name
+  CriticalLevel level_ = MESS_INFO;  // highest level written
+  bool keepOpen_ = false;            // the file stays open between lines
+  std::unique_ptr<QFile> openFile_;  // the file while kept open
 };
 
 #endif  // DATASTORE_MODULE_MESSLOG_H_

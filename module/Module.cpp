@@ -134,7 +134,8 @@ void CModule::initFonts() {
     CallHost(HostMessage::GetLanguages, reinterpret_cast<HostArg>(&list), 0);
     for (const LANGUAGE_ENTRY& entry : entries) {
       if (entry.isCurrent != 1) continue;
-      language = QString::fromLatin1(entry.name, qsizetype(strnlen(entry.name, sizeof(entry.name))));
+      language =
+          QString::fromLatin1(entry.name, qsizetype(strnlen(entry.name, sizeof(entry.name))));
       break;
     }
   }

@@ -34,9 +34,9 @@ class DateTime;
 
 class CModule {
  public:
-  static constexpr std::uint32_t kModuleKind = 7;       // MODULE_INFO::kind
-  static constexpr std::uint32_t kDefaultExtra = 20;    // MODULE_INFO::extra before a module sets it
-  static constexpr int kContextNameBytes = 20;          // bound of MODULE_INFO::contextName
+  static constexpr std::uint32_t kModuleKind = 7;     // MODULE_INFO::kind
+  static constexpr std::uint32_t kDefaultExtra = 20;  // MODULE_INFO::extra before a module sets it
+  static constexpr int kContextNameBytes = 20;        // bound of MODULE_INFO::contextName
 
   CModule(char const* name, unsigned number1, unsigned number2, unsigned number3,
           std::string const& moduleName, QString const& contextName);
@@ -95,21 +95,21 @@ class CModule {
   int CallHost(unsigned int message, HostArg a, HostArg b) const;
 
  private:
-  void HandleStart();              // message 3004
-  void ReportUnknownThrow();       // the catch-all's host log record
+  void HandleStart();         // message 3004
+  void ReportUnknownThrow();  // the catch-all's host log record
 
-  MODULE_INFO info_{};                                  // what GetModuleInfo copies
-  HostCallback callback_ = nullptr;                     // every call into the host goes here
-  HostCallback callback2_;                              // stored, never called; not cleared
-  void* context_ = nullptr;                             // first argument of every host call
-  void* context2_ = nullptr;                            // passed on in the registration record
-  HostWord moduleHandle_ = 0;                           // host-assigned at registration
-  std::unique_ptr<Log> log_;                            // host log
-  std::unique_ptr<font::Manager> fontManager_;          // null until 3004
-  std::string moduleName_;                              // name used in the host log
-  std::unique_ptr<Quendal::DateTime> dateTime_;         // null until 3004
-  std::unique_ptr<CTranslateManager> translateManager_; // the module's translation context
-  QMap<QString, HostWord> events_;                      // created event names to host handles
+  MODULE_INFO info_{};                                   // what GetModuleInfo copies
+  HostCallback callback_ = nullptr;                      // every call into the host goes here
+  HostCallback callback2_;                               // stored, never called; not cleared
+  void* context_ = nullptr;                              // first argument of every host call
+  void* context2_ = nullptr;                             // passed on in the registration record
+  HostWord moduleHandle_ = 0;                            // host-assigned at registration
+  std::unique_ptr<Log> log_;                             // host log
+  std::unique_ptr<font::Manager> fontManager_;           // null until 3004
+  std::string moduleName_;                               // name used in the host log
+  std::unique_ptr<Quendal::DateTime> dateTime_;          // null until 3004
+  std::unique_ptr<CTranslateManager> translateManager_;  // the module's translation context
+  QMap<QString, HostWord> events_;                       // created event names to host handles
 };
 
 // The library's module object: the first CModule built and not yet destroyed

@@ -24,7 +24,7 @@
 
 namespace period {
 
-constexpr char kIntraday = 'I';                        // the kind whose length counts
+constexpr char kIntraday = 'I';                         // the kind whose length counts
 constexpr std::string_view kEndOfPeriodKinds = "DWMY";  // the kinds written as one letter
 inline constexpr const char* kTickViews[] = {"Value", "Volume"};
 inline constexpr const char* kCandleViews[] = {"Open", "High", "Low", "Close", "Volume"};
@@ -36,7 +36,9 @@ constexpr bool IsKnownKind(char kind) {
 }
 
 // The length that counts: the bar length for 'I', 0 for every other kind.
-constexpr std::int32_t LengthOf(char kind, std::int32_t length) { return kind == kIntraday ? length : 0; }
+constexpr std::int32_t LengthOf(char kind, std::int32_t length) {
+  return kind == kIntraday ? length : 0;
+}
 
 constexpr bool IsTicks(char kind, std::int32_t length) { return kind == kIntraday && length == 0; }
 constexpr bool IsTicks(SYMBOL_PERIOD const& period) { return IsTicks(period.kind, period.length); }
@@ -49,7 +51,8 @@ inline std::vector<std::string> DefaultViews(SYMBOL_PERIOD const& period) {
 
 // Bytes of a record of a new symbol of the period: 12 for ticks, 24 for bars.
 constexpr std::size_t RecordSize(SYMBOL_PERIOD const& period) {
-  return kTimeBytes + (IsTicks(period) ? std::size(kTickViews) : std::size(kCandleViews)) * kValueBytes;
+  return kTimeBytes +
+         (IsTicks(period) ? std::size(kTickViews) : std::size(kCandleViews)) * kValueBytes;
 }
 
 // "I5", "I0", "D": the kind, and for 'I' its length.

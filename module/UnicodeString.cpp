@@ -105,7 +105,8 @@ int CUnicodeStringData::set(unsigned long length, unsigned char charSize,
   }
   unsigned long const bytes = length * charSize;
   auto array = std::make_unique<unsigned char[]>(bytes);
-  for (unsigned long i = 0; i < bytes; i += charSize) array[i] = static_cast<unsigned char>(data[0]);
+  for (unsigned long i = 0; i < bytes; i += charSize)
+    array[i] = static_cast<unsigned char>(data[0]);
   Adopt(length, charSize, std::move(array));
   return 1;
 }

@@ -30,9 +30,9 @@
 // alignas(2) keeps the buffer's 16-bit units aligned inside the packed layout.
 class alignas(2) CUnicodeStringData {
  public:
-  static constexpr int kBufferUnits = 1000;                  // inline buffer, terminator included
-  static constexpr int kBufferBytes = kBufferUnits * 2;      // the same in bytes
-  static constexpr int kMaxInlineChars = kBufferUnits - 1;   // characters the buffer can hold
+  static constexpr int kBufferUnits = 1000;                 // inline buffer, terminator included
+  static constexpr int kBufferBytes = kBufferUnits * 2;     // the same in bytes
+  static constexpr int kMaxInlineChars = kBufferUnits - 1;  // characters the buffer can hold
 
   CUnicodeStringData();
   CUnicodeStringData(CUnicodeStringData const& other);
@@ -78,9 +78,9 @@ class alignas(2) CUnicodeStringData {
   // Clears, then makes data (length x charSize bytes) the record.
   void Adopt(std::uint32_t length, std::uint8_t charSize, std::unique_ptr<unsigned char[]> data);
 
-  std::uint8_t inlineForm_ = 1;               // 1: the string is in buffer_; 0: in record_
-  coreUncStringType record_{};                // counted form; data owned (new[] / delete[])
-  unsigned short buffer_[kBufferUnits]{};     // NUL-terminated form
+  std::uint8_t inlineForm_ = 1;            // 1: the string is in buffer_; 0: in record_
+  coreUncStringType record_{};             // counted form; data owned (new[] / delete[])
+  unsigned short buffer_[kBufferUnits]{};  // NUL-terminated form
 };
 
 #pragma pack(pop)

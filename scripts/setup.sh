@@ -3,7 +3,7 @@
 set -euo pipefail
 
 PACKAGES=(
-  cmake ninja-build g++ g++-multilib binutils clang libclang-rt-14-dev
+  cmake ninja-build g++ g++-multilib binutils clang libclang-rt-14-dev clang-format
   qt6-base-dev libgl-dev
   libgtest-dev libgmock-dev libbenchmark-dev libsqlite3-dev
   xfsprogs tzdata

@@ -1,5 +1,6 @@
 #!/bin/bash
-# Builds everything and runs every test (64-bit and 32-bit layout included);
+# Checks the sources' layout (.clang-format), builds everything and runs every
+# test (64-bit and 32-bit layout included);
 # then builds the concurrency tests under ThreadSanitizer in build-tsan and
 # runs them there (only those targets, so that the tree stays quick); then
 # builds every test under AddressSanitizer and UndefinedBehaviorSanitizer in
@@ -8,6 +9,9 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/setup.sh
+# Every C++ source is laid out as .clang-format says.
+find module common storage import datastore host tools tests bench fuzz examples \
+  \( -name '*.cpp' -o -name '*.h' \) -print0 | xargs -0 clang-format --dry-run --Werror
 bash scripts/build.sh
 ctest --test-dir build --output-on-failure -j "$(nproc)"
 # The counts of the crash-state explorer and the kernel crash test.

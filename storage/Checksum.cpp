@@ -11,7 +11,9 @@ constexpr std::uint64_t kPrime4 = 0x85EBCA77C2B2AE63ULL;
 constexpr std::uint64_t kPrime5 = 0x27D4EB2F165667C5ULL;
 constexpr std::size_t kStripe = 32;  // bytes taken by the four lanes per step
 
-std::uint64_t Rotate(std::uint64_t value, int bits) { return (value << bits) | (value >> (64 - bits)); }
+std::uint64_t Rotate(std::uint64_t value, int bits) {
+  return (value << bits) | (value >> (64 - bits));
+}
 
 std::uint64_t Load64(const unsigned char* bytes) {
   std::uint64_t value;
@@ -50,7 +52,8 @@ std::uint64_t Checksum64(const void* data, std::size_t size, std::uint64_t seed)
     hash = seed + kPrime5;
   }
   hash += size;
-  for (; end - bytes >= 8; bytes += 8) hash = Rotate(hash ^ Round(0, Load64(bytes)), 27) * kPrime1 + kPrime4;
+  for (; end - bytes >= 8; bytes += 8)
+    hash = Rotate(hash ^ Round(0, Load64(bytes)), 27) * kPrime1 + kPrime4;
   if (end - bytes >= 4) {
     hash = Rotate(hash ^ (Load32(bytes) * kPrime1), 23) * kPrime2 + kPrime3;
     bytes += 4;

@@ -41,22 +41,22 @@ constexpr char kFileType[] = "Component Jet Data File";
 constexpr std::uint16_t kVersion = 1;
 constexpr char kFileSuffix[] = "cjd";
 
-constexpr std::uint32_t kTextFieldSize = 256;      // length byte + text bytes
-constexpr std::uint32_t kTextBytes = 255;          // bytes after the length byte
-constexpr std::uint32_t kMaxTextLength = 254;      // longest string a field holds
+constexpr std::uint32_t kTextFieldSize = 256;  // length byte + text bytes
+constexpr std::uint32_t kTextBytes = 255;      // bytes after the length byte
+constexpr std::uint32_t kMaxTextLength = 254;  // longest string a field holds
 
 constexpr std::uint32_t kVersionOffset = 256;
 constexpr std::uint32_t kDescriptionAreaOffsetField = 258;
 constexpr std::uint32_t kDescriptionCountOffset = 262;
 constexpr std::uint32_t kDescriptionsOffset = 264;
 constexpr std::uint32_t kDescriptionSize = 2 * kTextFieldSize;
-constexpr std::uint32_t kDescriptionAreaBase = 2;   // D = n * 512 + 2
-constexpr std::uint32_t kHeaderSizeFieldBase = 262; // H lives at D + 262
+constexpr std::uint32_t kDescriptionAreaBase = 2;    // D = n * 512 + 2
+constexpr std::uint32_t kHeaderSizeFieldBase = 262;  // H lives at D + 262
 constexpr std::uint32_t kViewSize = 1 + kTextFieldSize;
-constexpr std::uint32_t kHeaderSizeBase = 1038;     // H = 1038 + 257 * v
-constexpr std::uint32_t kRecordAreaBase = 266;      // records start at D + H + 266
-constexpr std::uint32_t kTimeSize = 4;              // time field of every record
-constexpr std::uint32_t kMaxViewTypes = 7;          // view types are 0 to 6
+constexpr std::uint32_t kHeaderSizeBase = 1038;  // H = 1038 + 257 * v
+constexpr std::uint32_t kRecordAreaBase = 266;   // records start at D + H + 266
+constexpr std::uint32_t kTimeSize = 4;           // time field of every record
+constexpr std::uint32_t kMaxViewTypes = 7;       // view types are 0 to 6
 // Properties after the views: name, title, kind, length, provider, code, point size.
 constexpr std::uint32_t kPropertiesSize = 4 * kTextFieldSize + 1 + 4 + 4;
 constexpr float kDefaultPointSize = 0.0001f;
@@ -64,7 +64,9 @@ constexpr float kDefaultPointSize = 0.0001f;
 constexpr std::uint32_t DescriptionAreaOffset(std::uint32_t descriptions) {
   return descriptions * kDescriptionSize + kDescriptionAreaBase;
 }
-constexpr std::uint32_t HeaderSize(std::uint32_t views) { return kHeaderSizeBase + kViewSize * views; }
+constexpr std::uint32_t HeaderSize(std::uint32_t views) {
+  return kHeaderSizeBase + kViewSize * views;
+}
 constexpr std::uint64_t FirstRecordOffset(std::uint32_t d, std::uint32_t h) {
   return std::uint64_t{d} + h + kRecordAreaBase;
 }

@@ -13,14 +13,10 @@ constexpr mode_t kNewFileMode = 0644;
 
 int OpenFlags(OpenMode mode) {
   switch (mode) {
-    case OpenMode::ReadOnly:
-      return O_RDONLY;
-    case OpenMode::ReadWrite:
-      return O_RDWR;
-    case OpenMode::CreateNew:
-      return O_RDWR | O_CREAT | O_EXCL;
-    case OpenMode::OpenOrCreate:
-      return O_RDWR | O_CREAT;
+    case OpenMode::ReadOnly: return O_RDONLY;
+    case OpenMode::ReadWrite: return O_RDWR;
+    case OpenMode::CreateNew: return O_RDWR | O_CREAT | O_EXCL;
+    case OpenMode::OpenOrCreate: return O_RDWR | O_CREAT;
   }
   return O_RDONLY;
 }
@@ -35,7 +31,8 @@ class PosixFile : public RandomAccessFile {
   Status ReadAt(std::uint64_t offset, void* buffer, std::size_t n, std::size_t* got) override {
     std::size_t done = 0;
     while (done < n) {
-      const ssize_t part = ::pread(fd_, static_cast<char*>(buffer) + done, n - done, static_cast<off_t>(offset + done));
+      const ssize_t part = ::pread(fd_, static_cast<char*>(buffer) + done, n - done,
+                                   static_cast<off_t>(offset + done));
       if (part < 0 && errno == EINTR) continue;
       if (part < 0) return Status::FromErrno("read", path_, errno);
       if (part == 0) break;
@@ -48,8 +45,8 @@ class PosixFile : public RandomAccessFile {
   Status WriteAt(std::uint64_t offset, const void* data, std::size_t n) override {
     std::size_t done = 0;
     while (done < n) {
-      const ssize_t part =
-          ::pwrite(fd_, static_cast<const char*>(data) + done, n - done, static_cast<off_t>(offset + done));
+      const ssize_t part = ::pwrite(fd_, static_cast<const char*>(data) + done, n - done,
+                                    static_cast<off_t>(offset + done));
       if (part < 0 && errno == EINTR) continue;
       if (part < 0) return Status::FromErrno("write", path_, errno);
       if (part == 0) return Status::Error("write", path_, "no byte written");
@@ -94,7 +91,8 @@ Status SyncThroughFolder(std::string const& folder, int (*sync)(int), const char
 
 class PosixFileSystem : public FileSystem {
  public:
-  Status Open(std::string const& path, OpenMode mode, std::unique_ptr<RandomAccessFile>* file) override {
+  Status Open(std::string const& path, OpenMode mode,
+              std::unique_ptr<RandomAccessFile>* file) override {
     const int fd = ::open(path.c_str(), OpenFlags(mode) | O_CLOEXEC, kNewFileMode);
     if (fd < 0) return Status::FromErrno("open", path, errno);
     *file = std::make_unique<PosixFile>(fd, path);
@@ -109,7 +107,9 @@ class PosixFileSystem : public FileSystem {
   Status SyncAll(std::string const& folder) override {
     return SyncThroughFolder(folder, ::syncfs, "sync the file system of");
   }
-  Status SyncDirectory(std::string const& path) override { return SyncThroughFolder(path, ::fsync, "sync folder"); }
+  Status SyncDirectory(std::string const& path) override {
+    return SyncThroughFolder(path, ::fsync, "sync folder");
+  }
 
   bool Exists(std::string const& path) override {
     struct stat status;
@@ -131,7 +131,8 @@ std::string Status::ToString() const {
 Status RandomAccessFile::ReadExactly(std::uint64_t offset, void* buffer, std::size_t n) {
   std::size_t got = 0;
   Status status = ReadAt(offset, buffer, n, &got);
-  if (status.ok() && got != n) return Status::Error("read", path(), "short read: the file ends early");
+  if (status.ok() && got != n)
+    return Status::Error("read", path(), "short read: the file ends early");
   return status;
 }
 

@@ -22,10 +22,10 @@
 #include "Status.h"
 
 enum class OpenMode {
-  ReadOnly,         // an existing file, reading only
-  ReadWrite,        // an existing file, reading and writing
-  CreateNew,        // created; fails when the path exists
-  OpenOrCreate,     // the existing file, or a new empty one; never emptied
+  ReadOnly,      // an existing file, reading only
+  ReadWrite,     // an existing file, reading and writing
+  CreateNew,     // created; fails when the path exists
+  OpenOrCreate,  // the existing file, or a new empty one; never emptied
 };
 
 class RandomAccessFile {
@@ -52,7 +52,8 @@ class FileSystem {
   // The process's real file system.
   static FileSystem& Default();
 
-  virtual Status Open(std::string const& path, OpenMode mode, std::unique_ptr<RandomAccessFile>* file) = 0;
+  virtual Status Open(std::string const& path, OpenMode mode,
+                      std::unique_ptr<RandomAccessFile>* file) = 0;
   virtual Status Remove(std::string const& path) = 0;
   // Makes the entries of a directory (files created in it) durable.
   virtual Status SyncDirectory(std::string const& path) = 0;

@@ -27,21 +27,23 @@ std::array<unsigned char, kHeaderBytes> EncodeHeader(std::uint64_t salt) {
   std::memcpy(bytes.data(), kMagic, sizeof(kMagic));
   Put<std::uint32_t>(bytes.data() + 8, kFormatVersion);
   Put<std::uint64_t>(bytes.data() + 16, salt);
-  Put<std::uint64_t>(bytes.data() + kHeaderChecksumOffset, Checksum64(bytes.data(), kHeaderChecksumOffset, 0));
+  Put<std::uint64_t>(bytes.data() + kHeaderChecksumOffset,
+                     Checksum64(bytes.data(), kHeaderChecksumOffset, 0));
   return bytes;
 }
 
 std::optional<std::uint64_t> DecodeHeader(const unsigned char* bytes) {
   if (std::memcmp(bytes, kMagic, sizeof(kMagic)) != 0) return std::nullopt;
   if (Get<std::uint32_t>(bytes + 8) != kFormatVersion) return std::nullopt;
-  if (Get<std::uint64_t>(bytes + kHeaderChecksumOffset) != Checksum64(bytes, kHeaderChecksumOffset, 0)) {
+  if (Get<std::uint64_t>(bytes + kHeaderChecksumOffset) !=
+      Checksum64(bytes, kHeaderChecksumOffset, 0)) {
     return std::nullopt;
   }
   return Get<std::uint64_t>(bytes + 16);
 }
 
-std::uint64_t EncodeFrame(Frame const& frame, const void* payload, std::size_t payloadSize, std::uint64_t previous,
-                          std::vector<unsigned char>& out) {
+std::uint64_t EncodeFrame(Frame const& frame, const void* payload, std::size_t payloadSize,
+                          std::uint64_t previous, std::vector<unsigned char>& out) {
   const std::size_t at = out.size();
   out.resize(at + kFrameHeaderBytes + frame.path.size() + payloadSize);
   unsigned char* header = out.data() + at;
@@ -51,7 +53,8 @@ std::uint64_t EncodeFrame(Frame const& frame, const void* payload, std::size_t p
   Put<std::uint64_t>(header + 16, frame.length);
   Put<std::uint64_t>(header + 24, frame.extentChecksum);
   std::memcpy(header + kFrameHeaderBytes, frame.path.data(), frame.path.size());
-  if (payloadSize > 0) std::memcpy(header + kFrameHeaderBytes + frame.path.size(), payload, payloadSize);
+  if (payloadSize > 0)
+    std::memcpy(header + kFrameHeaderBytes + frame.path.size(), payload, payloadSize);
   std::uint64_t checksum = Checksum64(header, kFrameChecksumOffset, previous);
   checksum = Checksum64(frame.path.data(), frame.path.size(), checksum);
   checksum = Checksum64(payload, payloadSize, checksum);

@@ -26,7 +26,8 @@ bool IsKnownKind(std::uint32_t kind) {
 std::optional<Frame> ReadFrame(RandomAccessFile& log, std::uint64_t at, std::uint64_t logSize,
                                std::uint64_t previous, std::uint64_t* checksum) {
   unsigned char header[kFrameHeaderBytes];
-  if (logSize - at < kFrameHeaderBytes || !log.ReadExactly(at, header, sizeof(header)).ok()) return std::nullopt;
+  if (logSize - at < kFrameHeaderBytes || !log.ReadExactly(at, header, sizeof(header)).ok())
+    return std::nullopt;
   Frame frame;
   const auto kind = Get<std::uint32_t>(header);
   const auto pathBytes = Get<std::uint32_t>(header + 4);
@@ -44,9 +45,11 @@ std::optional<Frame> ReadFrame(RandomAccessFile& log, std::uint64_t at, std::uin
   } catch (std::bad_alloc const&) {
     return std::nullopt;  // more than memory holds: the log ends here
   }
-  if (!log.ReadExactly(at + kFrameHeaderBytes, frame.path.data(), pathBytes).ok()) return std::nullopt;
-  if (payloadBytes > 0 &&
-      !log.ReadExactly(at + kFrameHeaderBytes + pathBytes, frame.payload.data(), frame.payload.size()).ok()) {
+  if (!log.ReadExactly(at + kFrameHeaderBytes, frame.path.data(), pathBytes).ok())
+    return std::nullopt;
+  if (payloadBytes > 0 && !log.ReadExactly(at + kFrameHeaderBytes + pathBytes, frame.payload.data(),
+                                           frame.payload.size())
+                               .ok()) {
     return std::nullopt;
   }
   std::uint64_t sum = Checksum64(header, kFrameChecksumOffset, previous);
@@ -65,7 +68,8 @@ bool ExtentHolds(RandomAccessFile* file, Frame const& done) {
   std::vector<unsigned char> piece(std::min<std::uint64_t>(done.length, kExtentPieceBytes));
   std::uint64_t sum = 0;
   for (std::uint64_t at = 0; at < done.length; at += piece.size()) {
-    const std::size_t n = static_cast<std::size_t>(std::min<std::uint64_t>(piece.size(), done.length - at));
+    const std::size_t n =
+        static_cast<std::size_t>(std::min<std::uint64_t>(piece.size(), done.length - at));
     if (!file->ReadExactly(done.offset + at, piece.data(), n).ok()) return false;
     sum = ExtentChecksum(piece.data(), n, sum);
   }
@@ -73,12 +77,12 @@ bool ExtentHolds(RandomAccessFile* file, Frame const& done) {
 }
 
 struct FileWalk {
-  FilePlan plan;                             // what is decided so far
-  std::uint64_t reach = 0;                   // the file's size so far: on disk, then grown by its frames
-  std::optional<std::uint64_t> soundUpTo;    // after an intent: where the sound bytes end
-  std::uint64_t vouchedUpTo = 0;             // the largest intent of the file anywhere in the log
-  bool broken = false;                       // an append did not hold
-  std::unique_ptr<RandomAccessFile> file;    // the data file, read only, when it exists
+  FilePlan plan;            // what is decided so far
+  std::uint64_t reach = 0;  // the file's size so far: on disk, then grown by its frames
+  std::optional<std::uint64_t> soundUpTo;  // after an intent: where the sound bytes end
+  std::uint64_t vouchedUpTo = 0;           // the largest intent of the file anywhere in the log
+  bool broken = false;                     // an append did not hold
+  std::unique_ptr<RandomAccessFile> file;  // the data file, read only, when it exists
 };
 
 void Vouch(FileWalk& walk, std::uint64_t size) {
@@ -113,9 +117,7 @@ void Walk(FileWalk& walk, Frame const& frame) {
       walk.plan.writes.push_back(&frame);
       if (walk.soundUpTo) walk.soundUpTo = std::max(*walk.soundUpTo, frame.offset + frame.length);
       break;
-    case FrameKind::AppendIntent:
-      Vouch(walk, frame.offset);
-      break;
+    case FrameKind::AppendIntent: Vouch(walk, frame.offset); break;
     case FrameKind::AppendDone:
       if (AppendStands(walk, frame)) {
         Vouch(walk, frame.offset + frame.length);
@@ -175,7 +177,8 @@ Status PlanRecovery(FileSystem& fileSystem, std::string const& folder, LogConten
       if (walks.back().file != nullptr) walks.back().file->Size(&walks.back().reach);
     }
     FileWalk& walk = walks[found->second];
-    if (frame.kind == FrameKind::AppendIntent) walk.vouchedUpTo = std::max(walk.vouchedUpTo, frame.offset);
+    if (frame.kind == FrameKind::AppendIntent)
+      walk.vouchedUpTo = std::max(walk.vouchedUpTo, frame.offset);
   }
   for (Frame const& frame : contents.frames) {
     if (!IsSafeRelativePath(frame.path)) continue;

@@ -33,12 +33,12 @@ struct LogContents {
 Status ReadLog(RandomAccessFile& log, LogContents* contents);
 
 struct FilePlan {
-  std::string path;                       // relative to the data folder
-  std::vector<const Frame*> writes;       // write frames to put back, in order
-  std::optional<std::uint64_t> cutTo;     // the file ends no later than this
+  std::string path;                         // relative to the data folder
+  std::vector<const Frame*> writes;         // write frames to put back, in order
+  std::optional<std::uint64_t> cutTo;       // the file ends no later than this
   std::optional<std::uint64_t> appendedTo;  // where its appends found sound end
-  int appendsKept = 0;                    // appended extents whose checksum holds
-  int framesVoided = 0;                   // frames after an append that did not hold
+  int appendsKept = 0;                      // appended extents whose checksum holds
+  int framesVoided = 0;                     // frames after an append that did not hold
 };
 
 // What recovery does to each file the frames name, in order of first

@@ -26,7 +26,8 @@ Status SizeOf(RandomAccessFile* disk, wal::FilePlan const& plan, PlannedSize* si
     if (!status.ok()) return status;
   }
   size->grown = size->disk;
-  for (const wal::Frame* frame : plan.writes) size->grown = std::max(size->grown, frame->offset + frame->payload.size());
+  for (const wal::Frame* frame : plan.writes)
+    size->grown = std::max(size->grown, frame->offset + frame->payload.size());
   size->shown = plan.cutTo ? std::min(size->grown, *plan.cutTo) : size->grown;
   return Status();
 }
@@ -44,7 +45,8 @@ bool DiskHolds(RandomAccessFile* disk, wal::Frame const& frame) {
 // A file the log names, as recovery would leave it.
 class PlannedFile : public RandomAccessFile {
  public:
-  PlannedFile(std::unique_ptr<RandomAccessFile> disk, wal::FilePlan const& plan, PlannedSize size, std::string path)
+  PlannedFile(std::unique_ptr<RandomAccessFile> disk, wal::FilePlan const& plan, PlannedSize size,
+              std::string path)
       : disk_(std::move(disk)), plan_(plan), size_(size), path_(std::move(path)) {}
 
   Status ReadAt(std::uint64_t offset, void* buffer, std::size_t n, std::size_t* got) override {
@@ -53,23 +55,29 @@ class PlannedFile : public RandomAccessFile {
     n = static_cast<std::size_t>(std::min<std::uint64_t>(n, size_.shown - offset));
     if (n == 0) return Status();
     auto* bytes = static_cast<unsigned char*>(buffer);
-    std::memset(bytes, 0, n);  // between the disk's end and a write, as in a file written past its end
+    std::memset(bytes, 0,
+                n);  // between the disk's end and a write, as in a file written past its end
     if (disk_ != nullptr && offset < size_.disk) {
       std::size_t read = 0;
-      Status status = disk_->ReadAt(offset, bytes, std::min<std::uint64_t>(n, size_.disk - offset), &read);
+      Status status =
+          disk_->ReadAt(offset, bytes, std::min<std::uint64_t>(n, size_.disk - offset), &read);
       if (!status.ok()) return status;
     }
     const std::uint64_t end = offset + n;
     for (const wal::Frame* frame : plan_.writes) {
       const std::uint64_t from = std::max(offset, frame->offset);
       const std::uint64_t to = std::min(end, frame->offset + frame->payload.size());
-      if (from < to) std::memcpy(bytes + (from - offset), frame->payload.data() + (from - frame->offset), to - from);
+      if (from < to)
+        std::memcpy(bytes + (from - offset), frame->payload.data() + (from - frame->offset),
+                    to - from);
     }
     *got = n;
     return Status();
   }
 
-  Status WriteAt(std::uint64_t, const void*, std::size_t) override { return ReadOnly("write", path_); }
+  Status WriteAt(std::uint64_t, const void*, std::size_t) override {
+    return ReadOnly("write", path_);
+  }
   Status Size(std::uint64_t* size) override {
     *size = size_.shown;
     return Status();
@@ -96,7 +104,8 @@ std::string AbsolutePath(std::string const& path) {
 std::string DataFolderOf(FileSystem& fileSystem, std::string const& path) {
   std::filesystem::path folder = std::filesystem::path(path).parent_path();
   for (;;) {
-    if (fileSystem.Exists(wal::JoinPath(folder.string(), wal::kLogFileName))) return folder.string();
+    if (fileSystem.Exists(wal::JoinPath(folder.string(), wal::kLogFileName)))
+      return folder.string();
     if (!folder.has_relative_path()) return {};
     folder = folder.parent_path();
   }
@@ -112,7 +121,9 @@ LoggedFileSystem::FolderLog& LoggedFileSystem::LogOf(std::string const& folder) 
   Status status = disk_.Open(path, OpenMode::ReadOnly, &file);
   if (status.ok()) status = wal::ReadLog(*file, &log->contents);
   if (status.ok()) status = wal::PlanRecovery(disk_, folder, log->contents, &log->plans);
-  if (!status.ok()) log->status = Status::Error("read", path, "the log " + path + " cannot be read: " + status.reason());
+  if (!status.ok())
+    log->status =
+        Status::Error("read", path, "the log " + path + " cannot be read: " + status.reason());
   return *log;
 }
 
@@ -123,14 +134,17 @@ Status LoggedFileSystem::PlanOf(std::string const& path, const wal::FilePlan** p
   if (folder.empty()) return Status();
   FolderLog const& log = LogOf(folder);
   if (!log.status.ok()) return log.status;
-  const std::string relative = std::filesystem::path(absolute).lexically_relative(folder).generic_string();
-  const auto found = std::find_if(log.plans.begin(), log.plans.end(),
-                                  [&](wal::FilePlan const& candidate) { return candidate.path == relative; });
+  const std::string relative =
+      std::filesystem::path(absolute).lexically_relative(folder).generic_string();
+  const auto found =
+      std::find_if(log.plans.begin(), log.plans.end(),
+                   [&](wal::FilePlan const& candidate) { return candidate.path == relative; });
   if (found != log.plans.end()) *plan = &*found;
   return Status();
 }
 
-Status LoggedFileSystem::Open(std::string const& path, OpenMode mode, std::unique_ptr<RandomAccessFile>* file) {
+Status LoggedFileSystem::Open(std::string const& path, OpenMode mode,
+                              std::unique_ptr<RandomAccessFile>* file) {
   if (mode != OpenMode::ReadOnly) return ReadOnly("open", path);
   const wal::FilePlan* plan = nullptr;
   Status status = PlanOf(path, &plan);
@@ -149,12 +163,17 @@ Status LoggedFileSystem::Open(std::string const& path, OpenMode mode, std::uniqu
 
 Status LoggedFileSystem::Remove(std::string const& path) { return ReadOnly("remove", path); }
 
-Status LoggedFileSystem::SyncDirectory(std::string const& path) { return ReadOnly("sync folder", path); }
-Status LoggedFileSystem::SyncAll(std::string const& folder) { return ReadOnly("sync the file system of", folder); }
+Status LoggedFileSystem::SyncDirectory(std::string const& path) {
+  return ReadOnly("sync folder", path);
+}
+Status LoggedFileSystem::SyncAll(std::string const& folder) {
+  return ReadOnly("sync the file system of", folder);
+}
 
 bool LoggedFileSystem::Exists(std::string const& path) {
   const wal::FilePlan* plan = nullptr;
-  return disk_.Exists(path) || (PlanOf(path, &plan).ok() && plan != nullptr && !plan->writes.empty());
+  return disk_.Exists(path) ||
+         (PlanOf(path, &plan).ok() && plan != nullptr && !plan->writes.empty());
 }
 
 Status LoggedFileSystem::ChangesOf(std::string const& path, LoggedChanges* changes) {

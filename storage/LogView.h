@@ -37,9 +37,9 @@ std::string DataFolderOf(FileSystem& fileSystem, std::string const& path);
 
 // What the log still changes in one file.
 struct LoggedChanges {
-  int unapplied = 0;          // write frames whose bytes the file does not hold yet
-  std::uint64_t cutFrom = 0;  // where recovery cuts the file, when cutBytes > 0
-  std::uint64_t cutBytes = 0; // bytes of an unfinished append it cuts
+  int unapplied = 0;           // write frames whose bytes the file does not hold yet
+  std::uint64_t cutFrom = 0;   // where recovery cuts the file, when cutBytes > 0
+  std::uint64_t cutBytes = 0;  // bytes of an unfinished append it cuts
 };
 
 class LoggedFileSystem : public FileSystem {
@@ -47,7 +47,8 @@ class LoggedFileSystem : public FileSystem {
   explicit LoggedFileSystem(FileSystem& disk = FileSystem::Default()) : disk_(disk) {}
 
   // ReadOnly only; a file the log names reads as recovery would leave it.
-  Status Open(std::string const& path, OpenMode mode, std::unique_ptr<RandomAccessFile>* file) override;
+  Status Open(std::string const& path, OpenMode mode,
+              std::unique_ptr<RandomAccessFile>* file) override;
   Status Remove(std::string const& path) override;
   Status SyncDirectory(std::string const& path) override;
   Status SyncAll(std::string const& folder) override;
@@ -60,17 +61,17 @@ class LoggedFileSystem : public FileSystem {
 
  private:
   struct FolderLog {
-    std::string folder;                 // the data folder
-    Status status;                      // of reading the log
-    wal::LogContents contents;          // its sound frames
-    std::vector<wal::FilePlan> plans;   // what recovery does to each file
+    std::string folder;                // the data folder
+    Status status;                     // of reading the log
+    wal::LogContents contents;         // its sound frames
+    std::vector<wal::FilePlan> plans;  // what recovery does to each file
   };
   // The recovery plan of the file at path; null when no log names it.
   Status PlanOf(std::string const& path, const wal::FilePlan** plan);
   FolderLog& LogOf(std::string const& folder);
 
-  FileSystem& disk_;                                         // the real files
-  std::map<std::string, std::unique_ptr<FolderLog>> logs_;   // by data folder
+  FileSystem& disk_;                                        // the real files
+  std::map<std::string, std::unique_ptr<FolderLog>> logs_;  // by data folder
 };
 
 #endif  // DATASTORE_STORAGE_LOGVIEW_H_

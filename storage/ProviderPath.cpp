@@ -41,7 +41,8 @@ QString EscapeFileNameBytes(QByteArray const& text) {
   QString escaped;
   for (char byte : text) {
     const auto unit = static_cast<unsigned char>(byte);
-    escaped += unit < kFirstNonAscii ? EscapeFileNamePart(QString(QChar(unit))) : PercentEscaped(unit);
+    escaped +=
+        unit < kFirstNonAscii ? EscapeFileNamePart(QString(QChar(unit))) : PercentEscaped(unit);
   }
   return escaped;
 }

@@ -5,7 +5,8 @@
 
 bool IsStrictlyIncreasing(const unsigned char* records, int count, unsigned int recordSize) {
   for (int i = 1; i < count; ++i) {
-    if (RecordTime(records + std::size_t(i) * recordSize) <= RecordTime(records + std::size_t(i - 1) * recordSize)) {
+    if (RecordTime(records + std::size_t(i) * recordSize) <=
+        RecordTime(records + std::size_t(i - 1) * recordSize)) {
       return false;
     }
   }
@@ -39,7 +40,8 @@ int MergeRecords(const unsigned char* stored, int storedCount, const unsigned ch
     const unsigned char* record = batch + std::size_t(b) * recordSize;
     const std::int32_t time = RecordTime(record);
     for (; s < storedCount && RecordTime(stored + std::size_t(s) * recordSize) < time; ++s) {
-      out.insert(out.end(), stored + std::size_t(s) * recordSize, stored + std::size_t(s + 1) * recordSize);
+      out.insert(out.end(), stored + std::size_t(s) * recordSize,
+                 stored + std::size_t(s + 1) * recordSize);
     }
     out.insert(out.end(), record, record + recordSize);
     if (s < storedCount && RecordTime(stored + std::size_t(s) * recordSize) == time) {
@@ -48,6 +50,7 @@ int MergeRecords(const unsigned char* stored, int storedCount, const unsigned ch
       ++added;
     }
   }
-  out.insert(out.end(), stored + std::size_t(s) * recordSize, stored + std::size_t(storedCount) * recordSize);
+  out.insert(out.end(), stored + std::size_t(s) * recordSize,
+             stored + std::size_t(storedCount) * recordSize);
   return added;
 }

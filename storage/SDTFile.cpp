@@ -50,14 +50,16 @@ Status CSDTFile::Open(bool readOnly) {
   logKey_ = log_ != nullptr ? log_->RelativePath(path_) : std::string();
   logged_ = log_ != nullptr && !logKey_.empty() ? log_->Entry(logKey_) : nullptr;
   changesSeen_ = logged_ != nullptr ? logged_->changes : 0;
-  Status status = fileSystem_->Open(path_, readOnly ? OpenMode::ReadOnly : OpenMode::ReadWrite, &file_);
+  Status status =
+      fileSystem_->Open(path_, readOnly ? OpenMode::ReadOnly : OpenMode::ReadWrite, &file_);
   writeRefusal_ = Status();
   // Only a missing file is made: one that exists but would not open (no
   // permission, no descriptor left) is never emptied. One that may no
   // longer be written is still read; its writes fail as its opening did.
   if (!status.ok() && !readOnly && !fileSystem_->Exists(path_)) {
     status = CreateWithHeader();
-  } else if (!status.ok() && !readOnly && fileSystem_->Open(path_, OpenMode::ReadOnly, &file_).ok()) {
+  } else if (!status.ok() && !readOnly &&
+             fileSystem_->Open(path_, OpenMode::ReadOnly, &file_).ok()) {
     writeRefusal_ = status;
     readOnly_ = true;
     status = Status();
@@ -128,7 +130,8 @@ long CSDTFile::Seek(long offset, int whence) {
 long CSDTFile::Tell() const { return IsOpen() ? static_cast<long>(position_) : 0; }
 
 long CSDTFile::SeekToDataPoint(int index) {
-  return Seek(static_cast<long>(FirstRecordOffset() + std::int64_t{index} * RecordSize()), SEEK_SET);
+  return Seek(static_cast<long>(FirstRecordOffset() + std::int64_t{index} * RecordSize()),
+              SEEK_SET);
 }
 
 std::uint64_t CSDTFile::FirstRecordOffset() const {
@@ -147,7 +150,9 @@ void CSDTFile::DropCachesIfChangedElsewhere() {
   indexedRecords_ = 0;
 }
 
-const PendingTail* CSDTFile::Tail() const { return logged_ != nullptr ? logged_->tail.get() : nullptr; }
+const PendingTail* CSDTFile::Tail() const {
+  return logged_ != nullptr ? logged_->tail.get() : nullptr;
+}
 
 std::int64_t CSDTFile::FileSize() {
   if (!IsOpen()) return -1;
@@ -170,9 +175,11 @@ Status CSDTFile::ReadAt(std::uint64_t offset, void* out, std::size_t n) {
   if (offset < tail->offset) status = file_->ReadExactly(offset, bytes, tail->offset - offset);
   const std::uint64_t from = std::max(offset, tail->offset);
   const std::uint64_t to = std::min(end, tail->end());
-  if (from < to) std::memcpy(bytes + (from - offset), tail->bytes.data() + (from - tail->offset), to - from);
+  if (from < to)
+    std::memcpy(bytes + (from - offset), tail->bytes.data() + (from - tail->offset), to - from);
   const std::uint64_t beyond = std::max(offset, tail->end());
-  if (status.ok() && beyond < end) status = file_->ReadExactly(beyond, bytes + (beyond - offset), end - beyond);
+  if (status.ok() && beyond < end)
+    status = file_->ReadExactly(beyond, bytes + (beyond - offset), end - beyond);
   return status;
 }
 
@@ -180,7 +187,8 @@ Status CSDTFile::WriteAt(std::uint64_t offset, const void* data, std::size_t n, 
   if (!writeRefusal_.ok()) return writeRefusal_;
   if (!IsOpen() || readOnly_) return Error("write", "the file is not open for writing");
   if (log_ == nullptr) return file_->WriteAt(offset, data, n);
-  Status status = append ? log_->Append(logKey_, *file_, offset, data, n) : log_->Write(logKey_, *file_, offset, data, n);
+  Status status = append ? log_->Append(logKey_, *file_, offset, data, n)
+                         : log_->Write(logKey_, *file_, offset, data, n);
   if (logged_ != nullptr) changesSeen_ = logged_->changes;
   return status;
 }
@@ -212,7 +220,8 @@ Status CSDTFile::LastRecordTime(int total, std::int64_t size, std::int32_t* time
     return Status();
   }
   if (total < 1) return Error("read the last record of", "the file holds no record");
-  Status status = ReadAt(FirstRecordOffset() + std::uint64_t(total - 1) * RecordSize(), time, sizeof(*time));
+  Status status =
+      ReadAt(FirstRecordOffset() + std::uint64_t(total - 1) * RecordSize(), time, sizeof(*time));
   if (!status.ok()) return status;
   lastTimeSize_ = size;
   lastTime_ = *time;
@@ -227,13 +236,15 @@ std::optional<int> CSDTFile::FirstOfLastTime(std::int64_t size) const {
 
 // Records [index, index + count) now end the file at `size` bytes; the
 // record before them, if any, is earlier than the first of them.
-void CSDTFile::RememberLastRecords(int index, const unsigned char* records, int count, std::int64_t size) {
+void CSDTFile::RememberLastRecords(int index, const unsigned char* records, int count,
+                                   std::int64_t size) {
   const std::uint32_t recordSize = RecordSize();
   lastTimeSize_ = -1;
   if (count < 1 || CountRecords(size) != index + count) return;
   const unsigned char* last = records + std::size_t(count - 1) * recordSize;
   int first = count - 1;
-  while (first > 0 && RecordTime(records + std::size_t(first - 1) * recordSize) == RecordTime(last)) --first;
+  while (first > 0 && RecordTime(records + std::size_t(first - 1) * recordSize) == RecordTime(last))
+    --first;
   lastTime_ = RecordTime(last);
   lastTimeFirst_ = index + first;  // the record before `index` is earlier than all of them
   lastTimeSize_ = size;
@@ -283,12 +294,15 @@ void CSDTFile::ExtendIndex(std::int64_t size) {
     index_.Reset(recordSize, size, count);
     indexedRecords_ = 0;
   }
-  const int stepRecords = std::max<int>(kIndexStepBytes / (std::size_t(index_.stride()) * recordSize), 1) *
-                          index_.stride();
+  const int stepRecords =
+      std::max<int>(kIndexStepBytes / (std::size_t(index_.stride()) * recordSize), 1) *
+      index_.stride();
   const int records = std::min(stepRecords, count - indexedRecords_);
   if (records <= 0) return;
   std::vector<unsigned char> chunk(std::size_t(records) * recordSize);
-  if (!ReadAt(FirstRecordOffset() + std::uint64_t(indexedRecords_) * recordSize, chunk.data(), chunk.size()).ok()) {
+  if (!ReadAt(FirstRecordOffset() + std::uint64_t(indexedRecords_) * recordSize, chunk.data(),
+              chunk.size())
+           .ok()) {
     index_.Drop();
     indexedRecords_ = 0;
     return;
@@ -305,7 +319,8 @@ Status CSDTFile::ProbeSearch(long time, int count, TimeIndex::Span* span) {
   while (lo < hi) {
     const std::size_t mid = lo + (hi - lo) / 2;
     std::int32_t probe = 0;
-    Status status = ReadAt(FirstRecordOffset() + std::uint64_t(mid) * stride * RecordSize(), &probe, sizeof(probe));
+    Status status = ReadAt(FirstRecordOffset() + std::uint64_t(mid) * stride * RecordSize(), &probe,
+                           sizeof(probe));
     if (!status.ok()) return status;
     if (probe < time) {
       lo = mid + 1;
@@ -324,7 +339,8 @@ Status CSDTFile::SearchBlock(long time, TimeIndex::Span span, int* index) {
   *index = span.end;
   if (bytes == 0) return Status();
   if (searchBlock_.size() < bytes) searchBlock_.resize(bytes);
-  Status status = ReadAt(FirstRecordOffset() + std::uint64_t(span.first) * recordSize, searchBlock_.data(), bytes);
+  Status status = ReadAt(FirstRecordOffset() + std::uint64_t(span.first) * recordSize,
+                         searchBlock_.data(), bytes);
   if (!status.ok()) return status;
   for (int i = span.first; i < span.end; ++i) {
     if (RecordTime(searchBlock_.data() + std::size_t(i - span.first) * recordSize) >= time) {
@@ -351,11 +367,13 @@ Status CSDTFile::AppendRecords(int total, const void* records, int count, std::i
   return WriteRecords(total, records, std::size_t(count) * RecordSize(), sizeBefore, true);
 }
 
-Status CSDTFile::RewriteFrom(int index, const void* bytes, std::size_t size, std::int64_t sizeBefore) {
+Status CSDTFile::RewriteFrom(int index, const void* bytes, std::size_t size,
+                             std::int64_t sizeBefore) {
   return WriteRecords(index, bytes, size, sizeBefore, false);
 }
 
-Status CSDTFile::WriteRecords(int index, const void* bytes, std::size_t size, std::int64_t sizeBefore, bool append) {
+Status CSDTFile::WriteRecords(int index, const void* bytes, std::size_t size,
+                              std::int64_t sizeBefore, bool append) {
   lastTimeSize_ = -1;
   if (sizeBefore < 0) return Error("size", "cannot find the file's size");
   const std::uint64_t start = FirstRecordOffset() + std::uint64_t(index) * RecordSize();
@@ -366,7 +384,8 @@ Status CSDTFile::WriteRecords(int index, const void* bytes, std::size_t size, st
   }
   const std::int64_t sizeAfter = std::max<std::int64_t>(sizeBefore, start + size);
   NoteWritten({start, bytes, size}, sizeBefore, sizeAfter);
-  RememberLastRecords(index, static_cast<const unsigned char*>(bytes), static_cast<int>(size / RecordSize()), sizeAfter);
+  RememberLastRecords(index, static_cast<const unsigned char*>(bytes),
+                      static_cast<int>(size / RecordSize()), sizeAfter);
   return Status();
 }
 
@@ -374,13 +393,16 @@ Status CSDTFile::WriteRecords(int index, const void* bytes, std::size_t size, st
 // starts at a record boundary no later than the first record the index
 // lacks, and it changes no time of a whole record that it does not hold in
 // full: it holds whole records, or ends in a partial record at the file's end.
-void CSDTFile::NoteWritten(WrittenBytes const& write, std::int64_t sizeBefore, std::int64_t sizeAfter) {
+void CSDTFile::NoteWritten(WrittenBytes const& write, std::int64_t sizeBefore,
+                           std::int64_t sizeAfter) {
   const std::uint32_t recordSize = RecordSize();
   const std::uint64_t first = FirstRecordOffset();
   const bool aligned = write.offset >= first && (write.offset - first) % recordSize == 0;
   const std::uint64_t index = aligned ? (write.offset - first) / recordSize : 0;
-  const bool endsWell = write.size % recordSize == 0 || write.offset + write.size == std::uint64_t(sizeAfter);
-  if (!index_.Holds(sizeBefore, recordSize) || !aligned || !endsWell || index > std::uint64_t(index_.count())) {
+  const bool endsWell =
+      write.size % recordSize == 0 || write.offset + write.size == std::uint64_t(sizeAfter);
+  if (!index_.Holds(sizeBefore, recordSize) || !aligned || !endsWell ||
+      index > std::uint64_t(index_.count())) {
     index_.Drop();
     indexedRecords_ = 0;
     return;
@@ -389,6 +411,7 @@ void CSDTFile::NoteWritten(WrittenBytes const& write, std::int64_t sizeBefore, s
   index_.Note(static_cast<int>(index), static_cast<const unsigned char*>(write.data),
               static_cast<int>(write.size / recordSize));
   if (indexedRecords_ >= static_cast<int>(index)) {
-    indexedRecords_ = std::max<int>(indexedRecords_, static_cast<int>(index + write.size / recordSize));
+    indexedRecords_ =
+        std::max<int>(indexedRecords_, static_cast<int>(index + write.size / recordSize));
   }
 }

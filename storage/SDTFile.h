@@ -44,7 +44,8 @@ class CSDTFile {
   static constexpr std::size_t kIndexStepBytes = 32 * 1024;  // index built per search, at most
 
   CSDTFile(CSymbol* owner, FileSystem* fileSystem = nullptr, WriteAheadLog* log = nullptr);
-  CSDTFile(CSymbol* owner, const char* path, FileSystem* fileSystem = nullptr, WriteAheadLog* log = nullptr);
+  CSDTFile(CSymbol* owner, const char* path, FileSystem* fileSystem = nullptr,
+           WriteAheadLog* log = nullptr);
   ~CSDTFile();
   CSDTFile(const CSDTFile&) = delete;
   CSDTFile& operator=(const CSDTFile&) = delete;
@@ -124,7 +125,8 @@ class CSDTFile {
   std::uint32_t RecordSize() const;
   Status ReadAt(std::uint64_t offset, void* out, std::size_t n);
   const PendingTail* Tail() const;
-  Status WriteRecords(int index, const void* bytes, std::size_t size, std::int64_t sizeBefore, bool append);
+  Status WriteRecords(int index, const void* bytes, std::size_t size, std::int64_t sizeBefore,
+                      bool append);
   void RememberLastRecords(int index, const unsigned char* records, int count, std::int64_t size);
   Status WriteAt(std::uint64_t offset, const void* data, std::size_t n, bool append);
   void DropCachesIfChangedElsewhere();
@@ -145,28 +147,28 @@ class CSDTFile {
   Status WriteHeader();
   Status TakeStoredRecordArea();
 
-  CSymbol* owner_;                          // not owned
-  FileSystem* fileSystem_;                  // not owned
-  WriteAheadLog* log_;                      // not owned; null: changes go straight to the file
-  std::string path_;                        // the file
-  std::string logKey_;                      // the file's name in the log
+  CSymbol* owner_;          // not owned
+  FileSystem* fileSystem_;  // not owned
+  WriteAheadLog* log_;      // not owned; null: changes go straight to the file
+  std::string path_;        // the file
+  std::string logKey_;      // the file's name in the log
   const WriteAheadLog::FileEntry* logged_ = nullptr;  // what the log keeps of it; null: nothing
-  std::string fileType_;                    // "Component Jet Data File"
-  unsigned short version_;                  // written and required
-  std::unique_ptr<RandomAccessFile> file_;  // null while closed
-  bool readOnly_ = false;                   // how file_ was opened
-  Status writeRefusal_;                     // why file_ is read-only though writing was asked
-  bool created_ = false;                    // the last Open made the file
-  std::int64_t position_ = 0;               // stream position of Read/Write/Seek
-  std::uint64_t changesSeen_ = 0;           // the log's change count that the caches reflect
-  std::int64_t lastTimeSize_ = -1;          // file size for which lastTime_ holds
-  std::int32_t lastTime_ = 0;               // time of the last record at that size
-  int lastTimeFirst_ = -1;                  // first record with that time; -1: not known
-  TimeIndex index_;                         // sparse times of the records, built a step per search
-  int indexedRecords_ = 0;                  // records whose block starts the index has noted
-  std::vector<unsigned char> searchBlock_;  // the block a search reads, kept to spare allocations
-  std::uint32_t descriptionAreaOffset_ = 0; // D
-  std::uint32_t headerSize_ = 0;            // H
+  std::string fileType_;                              // "Component Jet Data File"
+  unsigned short version_;                            // written and required
+  std::unique_ptr<RandomAccessFile> file_;            // null while closed
+  bool readOnly_ = false;                             // how file_ was opened
+  Status writeRefusal_;                      // why file_ is read-only though writing was asked
+  bool created_ = false;                     // the last Open made the file
+  std::int64_t position_ = 0;                // stream position of Read/Write/Seek
+  std::uint64_t changesSeen_ = 0;            // the log's change count that the caches reflect
+  std::int64_t lastTimeSize_ = -1;           // file size for which lastTime_ holds
+  std::int32_t lastTime_ = 0;                // time of the last record at that size
+  int lastTimeFirst_ = -1;                   // first record with that time; -1: not known
+  TimeIndex index_;                          // sparse times of the records, built a step per search
+  int indexedRecords_ = 0;                   // records whose block starts the index has noted
+  std::vector<unsigned char> searchBlock_;   // the block a search reads, kept to spare allocations
+  std::uint32_t descriptionAreaOffset_ = 0;  // D
+  std::uint32_t headerSize_ = 0;             // H
 };
 
 #endif  // DATASTORE_STORAGE_SDTFILE_H_

@@ -38,7 +38,8 @@ class ByteReader {
     const std::uint8_t length = Number<std::uint8_t>();
     if (length > cjd::kMaxTextLength) ok_ = false;
     if (!Take(cjd::kTextBytes) || !ok_) return std::string();
-    return std::string(reinterpret_cast<const char*>(bytes_.data() + offset_ - cjd::kTextBytes), length);
+    return std::string(reinterpret_cast<const char*>(bytes_.data() + offset_ - cjd::kTextBytes),
+                       length);
   }
 
  private:
@@ -91,9 +92,9 @@ struct ParsedView {
 };
 
 struct ParsedHeader {
-  std::uint16_t descriptionCount = 0;                 // n
-  std::uint32_t descriptionAreaOffset = 0;            // D
-  std::uint32_t headerSize = 0;                       // H
+  std::uint16_t descriptionCount = 0;       // n
+  std::uint32_t descriptionAreaOffset = 0;  // D
+  std::uint32_t headerSize = 0;             // H
   std::vector<std::pair<std::string, std::string>> descriptions;
   std::vector<ParsedView> views;
   std::string name, title, provider, code;
@@ -118,7 +119,8 @@ class HeaderReader {
   std::optional<std::vector<unsigned char>> Block(std::uint64_t offset, std::uint64_t n) {
     if (offset > size_ || n > size_ - offset) return std::nullopt;
     if (offset + n <= prefix_.size()) {
-      return std::vector<unsigned char>(prefix_.begin() + long(offset), prefix_.begin() + long(offset + n));
+      return std::vector<unsigned char>(prefix_.begin() + long(offset),
+                                        prefix_.begin() + long(offset + n));
     }
     std::vector<unsigned char> bytes(static_cast<std::size_t>(n));
     if (!file_.ReadExactly(offset, bytes.data(), bytes.size()).ok()) return std::nullopt;
@@ -128,9 +130,9 @@ class HeaderReader {
   std::uint64_t size() const { return size_; }
 
  private:
-  RandomAccessFile& file_;            // the open data file
-  const std::uint64_t size_;          // its size when reading began
-  std::vector<unsigned char> prefix_; // its first bytes; empty when they could not be read
+  RandomAccessFile& file_;             // the open data file
+  const std::uint64_t size_;           // its size when reading began
+  std::vector<unsigned char> prefix_;  // its first bytes; empty when they could not be read
 };
 
 // A data file as reads see it, its pending tail over the bytes on disk, for
@@ -157,39 +159,42 @@ class LogicalFile : public RandomAccessFile {
  private:
   Status ReadOnly() const { return Status::Error("change", path_, "a view for reading"); }
 
-  std::string const& path_;  // the data file's
-  const std::uint64_t size_; // as reads see it
-  Reader read_;              // reads as the data file's reads
+  std::string const& path_;   // the data file's
+  const std::uint64_t size_;  // as reads see it
+  Reader read_;               // reads as the data file's reads
 };
 
 bool ReadDescriptions(HeaderReader& reader, std::uint16_t count, ParsedHeader& header);
 bool ReadViewsAndProperties(HeaderReader& reader, ParsedHeader& header);
-Status ParseHeader(RandomAccessFile& file, std::string const& fileType, unsigned short expectedVersion,
-                   ParsedHeader* header);
+Status ParseHeader(RandomAccessFile& file, std::string const& fileType,
+                   unsigned short expectedVersion, ParsedHeader* header);
 
 }  // namespace
 
 namespace {
 
 // Parses the header of an open file; the owner is not touched.
-Status ParseHeader(RandomAccessFile& file, std::string const& fileType, unsigned short expectedVersion,
-                   ParsedHeader* header) {
+Status ParseHeader(RandomAccessFile& file, std::string const& fileType,
+                   unsigned short expectedVersion, ParsedHeader* header) {
   std::uint64_t size = 0;
   Status status = file.Size(&size);
   if (!status.ok()) return status;
   HeaderReader reader(file, size);
   auto fixed = reader.Block(0, kFixedPartSize);
-  if (!fixed) return Status::Error("read the header of", file.path(), "the file is shorter than a header");
+  if (!fixed)
+    return Status::Error("read the header of", file.path(), "the file is shorter than a header");
   ByteReader bytes(*fixed);
   const std::string type = bytes.Text();
   const auto version = bytes.Number<std::uint16_t>();
   header->descriptionAreaOffset = bytes.Number<std::uint32_t>();
   const auto descriptionCount = bytes.Number<std::uint16_t>();
   if (!bytes.ok() || type != fileType || version != expectedVersion) {
-    return Status::Error("read the header of", file.path(), "not a data file of this type and version");
+    return Status::Error("read the header of", file.path(),
+                         "not a data file of this type and version");
   }
   header->descriptionCount = descriptionCount;
-  if (!ReadDescriptions(reader, descriptionCount, *header) || !ReadViewsAndProperties(reader, *header)) {
+  if (!ReadDescriptions(reader, descriptionCount, *header) ||
+      !ReadViewsAndProperties(reader, *header)) {
     return Status::Error("read the header of", file.path(), "the header is damaged");
   }
   return Status();
@@ -251,7 +256,8 @@ bool ReadDescriptions(HeaderReader& reader, std::uint16_t count, ParsedHeader& h
 }
 
 bool ReadViewsAndProperties(HeaderReader& reader, ParsedHeader& header) {
-  const std::uint64_t viewArea = std::uint64_t{header.descriptionAreaOffset} + cjd::kHeaderSizeFieldBase;
+  const std::uint64_t viewArea =
+      std::uint64_t{header.descriptionAreaOffset} + cjd::kHeaderSizeFieldBase;
   auto counts = reader.Block(viewArea, kViewCountFieldSize);
   if (!counts) return false;
   ByteReader countBytes(*counts);
@@ -298,8 +304,10 @@ std::vector<unsigned char> CSDTFile::EncodeHeader() {
   out.Number<std::uint32_t>(descriptionAreaOffset_);
   out.Number<std::uint16_t>(descriptionCount);
   for (auto const& description : descriptions) {
-    out.Text(QByteArray(description->name, static_cast<qsizetype>(strnlen(description->name, sizeof(description->name)))));
-    out.Text(QByteArray(description->value, static_cast<qsizetype>(strnlen(description->value, sizeof(description->value)))));
+    out.Text(QByteArray(description->name, static_cast<qsizetype>(strnlen(
+                                               description->name, sizeof(description->name)))));
+    out.Text(QByteArray(description->value, static_cast<qsizetype>(strnlen(
+                                                description->value, sizeof(description->value)))));
   }
   headerSize_ = owner_->GetHeaderSize();
   out.Number<std::uint32_t>(headerSize_);
@@ -313,7 +321,8 @@ std::vector<unsigned char> CSDTFile::EncodeHeader() {
   out.Number<char>(owner_->period().kind);
   out.Number<std::int32_t>(owner_->period().length);
   out.Text(WideToLocal(owner_->providerName()));
-  out.Text(QByteArray(owner_->code(), static_cast<qsizetype>(strnlen(owner_->code(), kSymbolTextSize))));
+  out.Text(
+      QByteArray(owner_->code(), static_cast<qsizetype>(strnlen(owner_->code(), kSymbolTextSize))));
   out.Number<float>(owner_->pointSize());
   owner_->setDescriptionCount(descriptionCount);
   return out.bytes();
@@ -329,10 +338,13 @@ Status CSDTFile::WriteHeader() {
   const std::vector<unsigned char> bytes = EncodeHeader();
   if (size == 0) return WriteNewHeader(bytes);
   std::vector<unsigned char> held(bytes.size());
-  if (size >= std::int64_t(bytes.size()) && ReadAt(0, held.data(), held.size()).ok() && held == bytes) return Status();
+  if (size >= std::int64_t(bytes.size()) && ReadAt(0, held.data(), held.size()).ok() &&
+      held == bytes)
+    return Status();
   ParsedHeader stored;
   Status status = ParseStoredHeader(&stored);
-  if (!status.ok()) return Error("write the header of", status.reason() + "; the file is left as it is");
+  if (!status.ok())
+    return Error("write the header of", status.reason() + "; the file is left as it is");
   if (log_ == nullptr) return file_->WriteAt(0, bytes.data(), bytes.size());
   return log_->WriteHeader(logKey_, *file_, bytes.data(), bytes.size());
 }

@@ -35,8 +35,7 @@ CSymbol::CSymbol(SymbolOwner* owner, const unsigned short* name, SYMBOL_PERIOD p
 }
 
 CSymbol::CSymbol(SymbolOwner* owner, const char* fileName)
-    : owner_(owner),
-      writeDisabled_(owner == nullptr || !owner->IsWriteEnabled()) {
+    : owner_(owner), writeDisabled_(owner == nullptr || !owner->IsWriteEnabled()) {
   file_ = std::make_unique<CSDTFile>(this, fileName, fileSystem(), writeLog());
 }
 
@@ -67,7 +66,8 @@ int CSymbol::Create(QString const& folder, Status* status) {
   AddProvider(path, ProviderFolderName(QString::fromUtf16(providerName_)));
   path += EscapeFileNamePart(QString::fromUtf16(name_)) + QLatin1Char('_') + MakeFileName() +
           QLatin1String(kFileExtension);
-  file_ = std::make_unique<CSDTFile>(this, path.toLocal8Bit().constData(), fileSystem(), writeLog());
+  file_ =
+      std::make_unique<CSDTFile>(this, path.toLocal8Bit().constData(), fileSystem(), writeLog());
   Status opened = file_->Open(writeDisabled_);
   if (!opened.ok()) {
     if (status != nullptr) *status = opened;

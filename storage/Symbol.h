@@ -41,7 +41,7 @@ class SymbolOwner {
   virtual WriteAheadLog* GetWriteLog() const { return nullptr; }
 };
 
-constexpr int kSymbolTextSize = 255;   // characters of each text property, terminator included
+constexpr int kSymbolTextSize = 255;  // characters of each text property, terminator included
 
 class CSymbol {
  public:
@@ -80,7 +80,9 @@ class CSymbol {
 
   // Properties.
   std::vector<CDATA_POINT_VIEW> const& views() const { return views_; }
-  std::vector<std::unique_ptr<STRING_DESCRIPTION>> const& descriptions() const { return descriptions_; }
+  std::vector<std::unique_ptr<STRING_DESCRIPTION>> const& descriptions() const {
+    return descriptions_;
+  }
   std::vector<std::unique_ptr<STRING_DESCRIPTION>>& descriptions() { return descriptions_; }
   unsigned short descriptionCount() const { return descriptionCount_; }
   void setDescriptionCount(unsigned short count) { descriptionCount_ = count; }
@@ -107,19 +109,19 @@ class CSymbol {
   WriteAheadLog* writeLog() const;
   Status MergeIntoStored(const unsigned char* batch, int batchCount, int total, std::int64_t size);
 
-  std::vector<CDATA_POINT_VIEW> views_;                        // in insertion order
-  unsigned int valueWidth_ = 0;                                // sum of the views' widths
-  std::unique_ptr<CSDTFile> file_;                             // null until there is one
-  char16_t name_[kSymbolTextSize] = {};                        // instrument name
-  char16_t title_[kSymbolTextSize] = {};                       // second name
-  SYMBOL_PERIOD period_{};                                     // kind, length, extra
-  char code_[kSymbolTextSize] = {};                            // forms the file's base name
-  char16_t providerName_[kSymbolTextSize] = {};                // data provider
+  std::vector<CDATA_POINT_VIEW> views_;                            // in insertion order
+  unsigned int valueWidth_ = 0;                                    // sum of the views' widths
+  std::unique_ptr<CSDTFile> file_;                                 // null until there is one
+  char16_t name_[kSymbolTextSize] = {};                            // instrument name
+  char16_t title_[kSymbolTextSize] = {};                           // second name
+  SYMBOL_PERIOD period_{};                                         // kind, length, extra
+  char code_[kSymbolTextSize] = {};                                // forms the file's base name
+  char16_t providerName_[kSymbolTextSize] = {};                    // data provider
   std::vector<std::unique_ptr<STRING_DESCRIPTION>> descriptions_;  // owned
-  unsigned short descriptionCount_ = 0;                        // written to and read from the header
-  SymbolOwner* owner_;                                         // not owned
-  float pointSize_ = 0.0001f;                                  // price step
-  bool writeDisabled_;                                         // no owner, or writes disabled
+  unsigned short descriptionCount_ = 0;  // written to and read from the header
+  SymbolOwner* owner_;                   // not owned
+  float pointSize_ = 0.0001f;            // price step
+  bool writeDisabled_;                   // no owner, or writes disabled
 };
 
 #endif  // DATASTORE_STORAGE_SYMBOL_H_

@@ -10,8 +10,8 @@
 namespace {
 
 struct Selection {
-  int start = 0;   // first record
-  int count = 0;   // records selected
+  int start = 0;  // first record
+  int count = 0;  // records selected
 };
 
 // The records a request selects, the file sized once. A time range selects
@@ -26,9 +26,7 @@ Status Select(CSDTFile& file, GET_SYMBOL_DATA_REQUEST const& request, Selection*
       *selection = {total - count, count};
       return Status();
     }
-    case kGetOldest:
-      *selection = {0, std::clamp(request.count, 0, total)};
-      return Status();
+    case kGetOldest: *selection = {0, std::clamp(request.count, 0, total)}; return Status();
     case kGetTimeRange: {
       int first = 0;
       int end = 0;
@@ -39,8 +37,7 @@ Status Select(CSDTFile& file, GET_SYMBOL_DATA_REQUEST const& request, Selection*
       *selection = {start, std::max(end - start, 0)};
       return Status();
     }
-    default:
-      return Status();
+    default: return Status();
   }
 }
 
@@ -65,7 +62,8 @@ int CSymbol::GetData(GET_SYMBOL_DATA_REQUEST* request, Status* status) {
   request->count = 0;
   selection.count = std::min(selection.count, capacity);
   if (selection.count == 0) return 0;
-  Status read = file_->ReadRecords(selection.start, selection.count, reinterpret_cast<void*>(request->buffer));
+  Status read = file_->ReadRecords(selection.start, selection.count,
+                                   reinterpret_cast<void*>(request->buffer));
   if (!read.ok()) {
     Report(read, status);
     return 0;
@@ -87,13 +85,15 @@ Status CSymbol::InsertData(int count, unsigned char* records) {
     batchCount = static_cast<int>(normalized.size() / recordSize);
   }
   const std::int64_t size = file_->FileSize();
-  Status status = size < 0 ? Status::Error("size", file_->path(), "the file is not open") : file_->CheckWholeHeader(size);
+  Status status = size < 0 ? Status::Error("size", file_->path(), "the file is not open")
+                           : file_->CheckWholeHeader(size);
   if (!status.ok()) return status;
   const int total = file_->CountRecords(size);
   std::int32_t lastTime = 0;
   if (total > 0) status = file_->LastRecordTime(total, size, &lastTime);
   if (!status.ok()) return status;
-  if (total == 0 || RecordTime(batch) > lastTime) return file_->AppendRecords(total, batch, batchCount, size);
+  if (total == 0 || RecordTime(batch) > lastTime)
+    return file_->AppendRecords(total, batch, batchCount, size);
   return MergeIntoStored(batch, batchCount, total, size);
 }
 
@@ -101,12 +101,14 @@ Status CSymbol::InsertData(int count, unsigned char* records) {
 // (for an update of the newest record, known without a search). A batch that
 // only replaces stored records keeps a partial last record, as overwriting
 // them in place would.
-Status CSymbol::MergeIntoStored(const unsigned char* batch, int batchCount, int total, std::int64_t size) {
+Status CSymbol::MergeIntoStored(const unsigned char* batch, int batchCount, int total,
+                                std::int64_t size) {
   const unsigned int recordSize = GetDataPointSize();
   int first = 0;
   std::int32_t lastTime = 0;
   Status status = file_->LastRecordTime(total, size, &lastTime);
-  const std::optional<int> known = RecordTime(batch) == lastTime ? file_->FirstOfLastTime(size) : std::nullopt;
+  const std::optional<int> known =
+      RecordTime(batch) == lastTime ? file_->FirstOfLastTime(size) : std::nullopt;
   if (known) {
     first = *known;
   } else if (status.ok()) {
@@ -120,8 +122,9 @@ Status CSymbol::MergeIntoStored(const unsigned char* batch, int batchCount, int 
     stored.resize(std::size_t(storedCount) * recordSize);
     merged.reserve(stored.size() + std::size_t(batchCount) * recordSize);
   } catch (std::bad_alloc const&) {
-    return Status::Error("insert into", file_->path(),
-                         "not enough memory to move the " + std::to_string(storedCount) + " records after it");
+    return Status::Error(
+        "insert into", file_->path(),
+        "not enough memory to move the " + std::to_string(storedCount) + " records after it");
   }
   if (storedCount > 0) status = file_->ReadRecords(first, storedCount, stored.data());
   if (!status.ok()) return status;

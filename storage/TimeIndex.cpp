@@ -6,7 +6,9 @@
 
 namespace {
 
-std::size_t BlocksFor(int count, int stride) { return count > 0 ? std::size_t(count - 1) / stride + 1 : 0; }
+std::size_t BlocksFor(int count, int stride) {
+  return count > 0 ? std::size_t(count - 1) / stride + 1 : 0;
+}
 
 }  // namespace
 
@@ -33,10 +35,13 @@ void TimeIndex::Resize(std::int64_t size, int count) {
 
 void TimeIndex::Note(int first, const unsigned char* records, int count) {
   const std::int64_t end = std::min<std::int64_t>(std::int64_t(first) + count, count_);
-  if (end > first) blockTimes_.resize(std::max(blockTimes_.size(), BlocksFor(static_cast<int>(end), stride_)));
+  if (end > first)
+    blockTimes_.resize(std::max(blockTimes_.size(), BlocksFor(static_cast<int>(end), stride_)));
   // From the first block start at or after `first`.
-  for (std::int64_t start = (std::int64_t(first) + stride_ - 1) / stride_ * stride_; start < end; start += stride_) {
-    blockTimes_[std::size_t(start / stride_)] = RecordTime(records + std::size_t(start - first) * recordSize_);
+  for (std::int64_t start = (std::int64_t(first) + stride_ - 1) / stride_ * stride_; start < end;
+       start += stride_) {
+    blockTimes_[std::size_t(start / stride_)] =
+        RecordTime(records + std::size_t(start - first) * recordSize_);
   }
 }
 
@@ -55,12 +60,14 @@ TimeIndex::Span TimeIndex::Find(std::int64_t time) const {
 }
 
 int TimeIndex::StrideFor(std::uint32_t recordSize) {
-  return static_cast<int>(std::max<std::uint32_t>(kBlockBytes / std::max<std::uint32_t>(recordSize, 1), 1));
+  return static_cast<int>(
+      std::max<std::uint32_t>(kBlockBytes / std::max<std::uint32_t>(recordSize, 1), 1));
 }
 
 TimeIndex::Span TimeIndex::SpanAfterBlocks(std::size_t earlier, int stride, int count) {
   if (earlier == 0) return {};
   // Block earlier - 1 starts earlier than the time; block `earlier` (if any) does not.
   const int blockStart = static_cast<int>(earlier - 1) * stride;
-  return {blockStart + 1, static_cast<int>(std::min<std::int64_t>(std::int64_t(blockStart) + stride, count))};
+  return {blockStart + 1,
+          static_cast<int>(std::min<std::int64_t>(std::int64_t(blockStart) + stride, count))};
 }

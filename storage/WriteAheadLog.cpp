@@ -37,15 +37,18 @@ bool SplitPath(std::string const& path, std::vector<std::string>* parts) {
 
 }  // namespace
 
-WriteAheadLog::WriteAheadLog(FileSystem& fileSystem, std::string folder, DurabilitySettings settings)
+WriteAheadLog::WriteAheadLog(FileSystem& fileSystem, std::string folder,
+                             DurabilitySettings settings)
     : fileSystem_(fileSystem), folder_(std::move(folder)), settings_(settings) {}
 
 WriteAheadLog::~WriteAheadLog() { Checkpoint(); }
 
-Status WriteAheadLog::Open(FileSystem& fileSystem, std::string const& folder, DurabilitySettings settings,
-                           std::unique_ptr<WriteAheadLog>* log, RecoveryReport* report) {
+Status WriteAheadLog::Open(FileSystem& fileSystem, std::string const& folder,
+                           DurabilitySettings settings, std::unique_ptr<WriteAheadLog>* log,
+                           RecoveryReport* report) {
   std::unique_ptr<WriteAheadLog> opened(new WriteAheadLog(fileSystem, folder, settings));
-  Status status = fileSystem.Open(wal::JoinPath(folder, wal::kLogFileName), OpenMode::OpenOrCreate, &opened->log_);
+  Status status = fileSystem.Open(wal::JoinPath(folder, wal::kLogFileName), OpenMode::OpenOrCreate,
+                                  &opened->log_);
   if (status.ok()) status = opened->Recover(report);
   if (status.ok()) *log = std::move(opened);
   return status;
@@ -54,7 +57,8 @@ Status WriteAheadLog::Open(FileSystem& fileSystem, std::string const& folder, Du
 std::string WriteAheadLog::RelativePath(std::string const& path) const {
   std::vector<std::string> folderParts, pathParts;
   if (!SplitPath(folder_, &folderParts) || !SplitPath(path, &pathParts)) return {};
-  const bool sameRoot = (!folder_.empty() && folder_.front() == '/') == (!path.empty() && path.front() == '/');
+  const bool sameRoot =
+      (!folder_.empty() && folder_.front() == '/') == (!path.empty() && path.front() == '/');
   if (!sameRoot || pathParts.size() <= folderParts.size() ||
       !std::equal(folderParts.begin(), folderParts.end(), pathParts.begin())) {
     return {};
@@ -113,7 +117,8 @@ Status WriteAheadLog::ApplyPlan(wal::FilePlan const& plan, RecoveryReport& repor
   std::unique_ptr<RandomAccessFile> file;
   Status status = fileSystem_.Open(path, OpenMode::OpenOrCreate, &file);
   for (const wal::Frame* frame : plan.writes) {
-    if (status.ok()) status = file->WriteAt(frame->offset, frame->payload.data(), frame->payload.size());
+    if (status.ok())
+      status = file->WriteAt(frame->offset, frame->payload.data(), frame->payload.size());
   }
   std::uint64_t size = 0;
   if (status.ok()) status = file->Size(&size);
@@ -143,9 +148,11 @@ Status WriteAheadLog::StartNewLog() {
   return Status();
 }
 
-Status WriteAheadLog::AppendFrame(wal::Frame const& frame, const void* payload, std::size_t payloadSize) {
+Status WriteAheadLog::AppendFrame(wal::Frame const& frame, const void* payload,
+                                  std::size_t payloadSize) {
   frameBuffer_.clear();
-  const std::uint64_t checksum = wal::EncodeFrame(frame, payload, payloadSize, previousChecksum_, frameBuffer_);
+  const std::uint64_t checksum =
+      wal::EncodeFrame(frame, payload, payloadSize, previousChecksum_, frameBuffer_);
   Status status = log_->WriteAt(writeOffset_, frameBuffer_.data(), frameBuffer_.size());
   if (!status.ok()) return status;
   writeOffset_ += frameBuffer_.size();
@@ -154,8 +161,8 @@ Status WriteAheadLog::AppendFrame(wal::Frame const& frame, const void* payload, 
   return Status();
 }
 
-Status WriteAheadLog::AppendWriteFrame(std::string const& key, std::uint64_t offset, const void* data,
-                                       std::size_t n) {
+Status WriteAheadLog::AppendWriteFrame(std::string const& key, std::uint64_t offset,
+                                       const void* data, std::size_t n) {
   wal::Frame frame;
   frame.kind = wal::FrameKind::Write;
   frame.path = key;
@@ -184,9 +191,10 @@ void WriteAheadLog::NoteChange(FileState& state) {
   unapplied_ = true;
 }
 
-Status WriteAheadLog::Write(std::string const& key, RandomAccessFile& file, std::uint64_t offset, const void* data,
-                            std::size_t n) {
-  if (key.empty()) return Status::Error("log a write to", file.path(), "the file lies outside the data folder");
+Status WriteAheadLog::Write(std::string const& key, RandomAccessFile& file, std::uint64_t offset,
+                            const void* data, std::size_t n) {
+  if (key.empty())
+    return Status::Error("log a write to", file.path(), "the file lies outside the data folder");
   FileState& state = files_[key];
   std::uint64_t diskSize = 0;
   Status status;
@@ -220,7 +228,8 @@ Status WriteAheadLog::Write(std::string const& key, RandomAccessFile& file, std:
 // The data file waits for the next checkpoint; a file that cannot be written
 // at all (no permission, immutable, a read-only mount) is found out now, by
 // writing back one byte it holds, so that the insert is refused at once.
-Status WriteAheadLog::ProbeWritable(RandomAccessFile& file, std::uint64_t offset, std::uint64_t* size) {
+Status WriteAheadLog::ProbeWritable(RandomAccessFile& file, std::uint64_t offset,
+                                    std::uint64_t* size) {
   Status status = file.Size(size);
   if (!status.ok() || *size == 0) return status;
   const std::uint64_t at = std::min(offset, *size - 1);
@@ -232,8 +241,8 @@ Status WriteAheadLog::ProbeWritable(RandomAccessFile& file, std::uint64_t offset
 
 // The tail runs from the lowest pending offset to the end of the highest
 // pending write. A write apart from it takes the file's bytes between them.
-void WriteAheadLog::MergeIntoTail(FileState& state, RandomAccessFile& file, std::uint64_t offset, const void* data,
-                                  std::size_t n) {
+void WriteAheadLog::MergeIntoTail(FileState& state, RandomAccessFile& file, std::uint64_t offset,
+                                  const void* data, std::size_t n) {
   const auto* bytes = static_cast<const unsigned char*>(data);
   PendingTail& tail = *state.tail;
   pendingBytes_ -= tail.bytes.size();
@@ -243,7 +252,8 @@ void WriteAheadLog::MergeIntoTail(FileState& state, RandomAccessFile& file, std:
     if (held < at + n) tail.bytes.resize(at + n);
     if (held < at) {
       std::size_t got = 0;
-      file.ReadAt(tail.offset + held, tail.bytes.data() + held, at - held, &got);  // a hole reads as zeros
+      file.ReadAt(tail.offset + held, tail.bytes.data() + held, at - held,
+                  &got);  // a hole reads as zeros
     }
     std::memcpy(tail.bytes.data() + at, bytes, n);
   } else {
@@ -256,7 +266,8 @@ void WriteAheadLog::MergeIntoTail(FileState& state, RandomAccessFile& file, std:
     }
     const std::uint64_t keepFrom = std::max(end, tail.offset);
     if (keepFrom < tail.end()) {
-      merged.insert(merged.end(), tail.bytes.begin() + static_cast<std::ptrdiff_t>(keepFrom - tail.offset),
+      merged.insert(merged.end(),
+                    tail.bytes.begin() + static_cast<std::ptrdiff_t>(keepFrom - tail.offset),
                     tail.bytes.end());
     }
     tail.offset = offset;
@@ -265,9 +276,10 @@ void WriteAheadLog::MergeIntoTail(FileState& state, RandomAccessFile& file, std:
   pendingBytes_ += tail.bytes.size();
 }
 
-Status WriteAheadLog::Append(std::string const& key, RandomAccessFile& file, std::uint64_t offset, const void* data,
-                             std::size_t n) {
-  if (key.empty()) return Status::Error("log an append to", file.path(), "the file lies outside the data folder");
+Status WriteAheadLog::Append(std::string const& key, RandomAccessFile& file, std::uint64_t offset,
+                             const void* data, std::size_t n) {
+  if (key.empty())
+    return Status::Error("log an append to", file.path(), "the file lies outside the data folder");
   FileState& state = files_[key];
   if (n < kDirectAppendBytes || state.tail) return Write(key, file, offset, data, n);
   return AppendDirect(state, key, file, offset, data, n);
@@ -305,8 +317,10 @@ Status WriteAheadLog::AppendDirect(FileState& state, std::string const& key, Ran
 
 // The header's frame is durable before the header is written over the
 // stored one, so a torn header is repaired from it.
-Status WriteAheadLog::WriteHeader(std::string const& key, RandomAccessFile& file, const void* data, std::size_t n) {
-  if (key.empty()) return Status::Error("log a header", folder_, "the file lies outside the data folder");
+Status WriteAheadLog::WriteHeader(std::string const& key, RandomAccessFile& file, const void* data,
+                                  std::size_t n) {
+  if (key.empty())
+    return Status::Error("log a header", folder_, "the file lies outside the data folder");
   Status status = AppendWriteFrame(key, 0, data, n);
   if (status.ok() && Syncs()) status = SyncLog();
   if (status.ok()) status = file.WriteAt(0, data, n);
@@ -315,7 +329,8 @@ Status WriteAheadLog::WriteHeader(std::string const& key, RandomAccessFile& file
 }
 
 // The folder is noted first: a checkpoint that Write may run syncs it.
-Status WriteAheadLog::WriteNewFile(std::string const& key, RandomAccessFile& file, const void* data, std::size_t n) {
+Status WriteAheadLog::WriteNewFile(std::string const& key, RandomAccessFile& file, const void* data,
+                                   std::size_t n) {
   newFolders_.insert(DirectoryOf(file.path()));
   return Write(key, file, 0, data, n);
 }
@@ -438,16 +453,19 @@ Status WriteAheadLog::ApplyTail(std::string const& key, FileState& state) {
   if (status.ok()) status = file->Size(&size);
   if (status.ok() && state.tail->CutBelow(size)) {
     state.tail.reset();
-    return Status::Error("write pending records into", file->path(),
-                         "the file was cut short behind the module's back; the pending records are dropped");
+    return Status::Error(
+        "write pending records into", file->path(),
+        "the file was cut short behind the module's back; the pending records are dropped");
   }
-  if (status.ok()) status = file->WriteAt(state.tail->offset, state.tail->bytes.data(), state.tail->bytes.size());
+  if (status.ok())
+    status = file->WriteAt(state.tail->offset, state.tail->bytes.data(), state.tail->bytes.size());
   return status;
 }
 
 // A tail that stays pending goes into the new log whole.
 Status WriteAheadLog::RelogTail(std::string const& key, FileState& state) {
-  Status status = AppendWriteFrame(key, state.tail->offset, state.tail->bytes.data(), state.tail->bytes.size());
+  Status status =
+      AppendWriteFrame(key, state.tail->offset, state.tail->bytes.data(), state.tail->bytes.size());
   pendingBytes_ += state.tail->bytes.size();
   NoteChange(state);
   return status;
@@ -484,5 +502,6 @@ Status WriteAheadLog::CheckpointIfDue(SyncRunner const& runner) {
 std::chrono::steady_clock::duration WriteAheadLog::UntilDue() const {
   if (!unapplied_) return std::chrono::steady_clock::duration::max();
   const auto due = firstUnapplied_ + std::chrono::milliseconds(settings_.syncIntervalMs);
-  return std::max(due - std::chrono::steady_clock::now(), std::chrono::steady_clock::duration::zero());
+  return std::max(due - std::chrono::steady_clock::now(),
+                  std::chrono::steady_clock::duration::zero());
 }

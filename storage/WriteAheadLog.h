@@ -88,16 +88,17 @@ struct DurabilitySettings {
   static constexpr int kNoSync = 0;
   static constexpr int kSyncPoints = 1;
   static constexpr int kEveryInsert = 2;
-  int level = kSyncPoints;       // "Durability": 0, 1 or 2
-  int syncIntervalMs = 1000;     // "SyncInterval": longest wait of a change for its checkpoint
-  std::size_t syncEachFileAtMost = 16;  // more files written: a checkpoint syncs their file system once
+  int level = kSyncPoints;    // "Durability": 0, 1 or 2
+  int syncIntervalMs = 1000;  // "SyncInterval": longest wait of a change for its checkpoint
+  std::size_t syncEachFileAtMost =
+      16;  // more files written: a checkpoint syncs their file system once
 };
 
 // The bytes of a file from `offset` to its end that only the log holds yet.
 struct PendingTail {
-  std::uint64_t offset = 0;         // first byte
-  std::vector<unsigned char> bytes; // from there to the end
-  std::uint64_t diskSize = 0;       // the file's size when the tail began
+  std::uint64_t offset = 0;          // first byte
+  std::vector<unsigned char> bytes;  // from there to the end
+  std::uint64_t diskSize = 0;        // the file's size when the tail began
   std::uint64_t end() const { return offset + bytes.size(); }
   // True when a file of `size` bytes was cut below what the tail builds on
   // (behind the module's back): the tail no longer fits it.
@@ -106,17 +107,18 @@ struct PendingTail {
 
 // What recovery found and did.
 struct RecoveryReport {
-  int framesReplayed = 0;   // sound frames carried out
-  int filesCut = 0;         // files cut back to their last sound byte
-  int framesVoided = 0;     // frames after an append that did not hold
+  int framesReplayed = 0;                 // sound frames carried out
+  int filesCut = 0;                       // files cut back to their last sound byte
+  int framesVoided = 0;                   // frames after an append that did not hold
   std::vector<std::string> filesTouched;  // relative paths, for the log
 };
 
 class WriteAheadLog {
  public:
-  static constexpr std::size_t kDirectAppendBytes = 1024;           // smaller appends wait in the log
-  static constexpr std::size_t kMaxPendingBytes = 64 * 1024 * 1024;  // pending tails that force a checkpoint
-  static constexpr std::uint64_t kMaxLogBytes = 64 * 1024 * 1024;    // a log that forces a checkpoint
+  static constexpr std::size_t kDirectAppendBytes = 1024;  // smaller appends wait in the log
+  static constexpr std::size_t kMaxPendingBytes =
+      64 * 1024 * 1024;  // pending tails that force a checkpoint
+  static constexpr std::uint64_t kMaxLogBytes = 64 * 1024 * 1024;  // a log that forces a checkpoint
 
   // Recovers the log of `folder` and starts a new one.
   static Status Open(FileSystem& fileSystem, std::string const& folder, DurabilitySettings settings,
@@ -142,15 +144,19 @@ class WriteAheadLog {
 
   // Writes n bytes at offset, to the file's end or past it (`file` supplies
   // bytes between a new tail and an old one).
-  Status Write(std::string const& key, RandomAccessFile& file, std::uint64_t offset, const void* data, std::size_t n);
+  Status Write(std::string const& key, RandomAccessFile& file, std::uint64_t offset,
+               const void* data, std::size_t n);
   // Appends n bytes at offset, the end of the file's whole records: straight
   // into the file when large and nothing is pending for it, otherwise Write.
-  Status Append(std::string const& key, RandomAccessFile& file, std::uint64_t offset, const void* data, std::size_t n);
+  Status Append(std::string const& key, RandomAccessFile& file, std::uint64_t offset,
+                const void* data, std::size_t n);
   // Writes a header over the one at offset 0 of a stored file.
-  Status WriteHeader(std::string const& key, RandomAccessFile& file, const void* data, std::size_t n);
+  Status WriteHeader(std::string const& key, RandomAccessFile& file, const void* data,
+                     std::size_t n);
   // The header of an empty file (one just made, or left empty by a crash
   // while it was being made): its pending tail, as Write.
-  Status WriteNewFile(std::string const& key, RandomAccessFile& file, const void* data, std::size_t n);
+  Status WriteNewFile(std::string const& key, RandomAccessFile& file, const void* data,
+                      std::size_t n);
 
   Status Commit();
   // Runs a checkpoint's syncs. The data store runs them with its data mutex
@@ -177,16 +183,19 @@ class WriteAheadLog {
   Status Recover(RecoveryReport* report);
   Status StartNewLog();
   Status AppendFrame(wal::Frame const& frame, const void* payload, std::size_t payloadSize);
-  Status AppendWriteFrame(std::string const& key, std::uint64_t offset, const void* data, std::size_t n);
+  Status AppendWriteFrame(std::string const& key, std::uint64_t offset, const void* data,
+                          std::size_t n);
   Status SyncFile(std::string const& key);
   Status SyncLog();
   Status VouchDirectAppends();
-  Status VouchRecoveredAppends(wal::LogContents const& contents, std::vector<wal::FilePlan> const& plans);
+  Status VouchRecoveredAppends(wal::LogContents const& contents,
+                               std::vector<wal::FilePlan> const& plans);
   Status ApplyPlan(wal::FilePlan const& plan, RecoveryReport& report);
   bool Syncs() const { return settings_.level >= DurabilitySettings::kSyncPoints; }
-  Status AppendDirect(FileState& state, std::string const& key, RandomAccessFile& file, std::uint64_t offset,
-                      const void* data, std::size_t n);
-  void MergeIntoTail(FileState& state, RandomAccessFile& file, std::uint64_t offset, const void* data, std::size_t n);
+  Status AppendDirect(FileState& state, std::string const& key, RandomAccessFile& file,
+                      std::uint64_t offset, const void* data, std::size_t n);
+  void MergeIntoTail(FileState& state, RandomAccessFile& file, std::uint64_t offset,
+                     const void* data, std::size_t n);
   void NoteChange(FileState& state);
   Status ProbeWritable(RandomAccessFile& file, std::uint64_t offset, std::uint64_t* size);
   Status ApplyTail(std::string const& key, FileState& state);
@@ -197,20 +206,20 @@ class WriteAheadLog {
   static Status RunSyncs(SyncRunner const& runner, std::function<Status()> const& syncs);
   Status SyncNewFolders();
 
-  FileSystem& fileSystem_;                 // where the folder lives
-  const std::string folder_;               // the data folder
-  const DurabilitySettings settings_;      // level and interval
-  std::unique_ptr<RandomAccessFile> log_;  // the open log
-  std::uint64_t salt_ = 0;                 // of the current log
-  std::uint64_t previousChecksum_ = 0;     // chain value for the next frame
+  FileSystem& fileSystem_;                         // where the folder lives
+  const std::string folder_;                       // the data folder
+  const DurabilitySettings settings_;              // level and interval
+  std::unique_ptr<RandomAccessFile> log_;          // the open log
+  std::uint64_t salt_ = 0;                         // of the current log
+  std::uint64_t previousChecksum_ = 0;             // chain value for the next frame
   std::uint64_t writeOffset_ = wal::kHeaderBytes;  // where the next frame goes
-  bool logUnsynced_ = false;               // frames written since the log's last sync
-  bool unapplied_ = false;                 // changes since the last checkpoint
+  bool logUnsynced_ = false;                       // frames written since the log's last sync
+  bool unapplied_ = false;                         // changes since the last checkpoint
   std::chrono::steady_clock::time_point firstUnapplied_;  // when the oldest of them was made
-  std::size_t pendingBytes_ = 0;           // bytes in pending tails
-  std::unordered_map<std::string, FileState> files_;  // by relative path
-  std::set<std::string> newFolders_;       // folders that gained a file since the last checkpoint
-  std::vector<unsigned char> frameBuffer_; // encoding space, kept between frames
+  std::size_t pendingBytes_ = 0;                          // bytes in pending tails
+  std::unordered_map<std::string, FileState> files_;      // by relative path
+  std::set<std::string> newFolders_;        // folders that gained a file since the last checkpoint
+  std::vector<unsigned char> frameBuffer_;  // encoding space, kept between frames
 };
 
 #endif  // DATASTORE_STORAGE_WRITEAHEADLOG_H_

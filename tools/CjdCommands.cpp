@@ -55,9 +55,9 @@ std::string Counted(std::size_t count, std::string const& noun) {
 // its data folder's log still holds.
 struct ShownFile {
   explicit ShownFile(std::string const& path) : loaded(LoadFile(&owner, path)) {}
-  LoggedFileSystem fileSystem;           // the disk with the log's changes
-  ToolOwner owner{&fileSystem};          // read-only, through fileSystem
-  LoadedFile loaded;                     // the symbol, or why it did not load
+  LoggedFileSystem fileSystem;   // the disk with the log's changes
+  ToolOwner owner{&fileSystem};  // read-only, through fileSystem
+  LoadedFile loaded;             // the symbol, or why it did not load
 };
 
 void PrintHeader(std::ostream& out, CSymbol& symbol) {
@@ -70,7 +70,8 @@ void PrintHeader(std::ostream& out, CSymbol& symbol) {
     STRING_DESCRIPTION const& description = *symbol.descriptions()[i];
     out << "  description " << i << ": " << description.name << " = " << description.value << '\n';
   }
-  out << "header size (H): " << file.headerSize() << '\n' << "views: " << symbol.views().size() << '\n';
+  out << "header size (H): " << file.headerSize() << '\n'
+      << "views: " << symbol.views().size() << '\n';
   for (std::size_t i = 0; i < symbol.views().size(); ++i) {
     CDATA_POINT_VIEW const& view = symbol.views()[i];
     out << "  view " << i << ": " << ViewTypeName(view.type) << ' ' << view.name << '\n';
@@ -78,7 +79,8 @@ void PrintHeader(std::ostream& out, CSymbol& symbol) {
   const SYMBOL_PERIOD period = symbol.period();
   out << "name: " << Utf8(symbol.name()) << '\n'
       << "title: " << Utf8(symbol.title()) << '\n'
-      << "period: " << PeriodText(period) << " (kind " << KindText(period.kind) << ", length " << period.length << ")\n"
+      << "period: " << PeriodText(period) << " (kind " << KindText(period.kind) << ", length "
+      << period.length << ")\n"
       << "provider: " << Utf8(symbol.providerName()) << '\n'
       << "code: " << symbol.code() << '\n'
       << "point size: " << RealText(symbol.pointSize()) << '\n';
@@ -89,7 +91,8 @@ void PrintExtent(std::ostream& out, std::string const& path, RecordExtent const&
   out << "record size: " << extent.recordSize << '\n'
       << "first record offset: " << extent.firstOffset << '\n'
       << "file size: " << diskSize;
-  if (diskSize != extent.visibleSize) out << " on disk, " << extent.visibleSize << " as readers see it";
+  if (diskSize != extent.visibleSize)
+    out << " on disk, " << extent.visibleSize << " as readers see it";
   out << '\n'
       << "whole records: " << extent.records << '\n'
       << "partial record bytes: " << extent.partialBytes << '\n';
@@ -112,7 +115,8 @@ GET_SYMBOL_DATA_REQUEST DumpRequest(CSymbol& symbol, DumpSelection const& select
   GET_SYMBOL_DATA_REQUEST request{};
   request.mode = kGetOldest;
   request.count = records;
-  if (selection.kind == DumpSelection::Kind::kFirst) request.count = std::min(selection.count, records);
+  if (selection.kind == DumpSelection::Kind::kFirst)
+    request.count = std::min(selection.count, records);
   if (selection.kind == DumpSelection::Kind::kLast) {
     request.mode = kGetNewest;
     request.count = std::min(selection.count, records);
@@ -131,7 +135,8 @@ bool AllFloat(CSymbol const& symbol) {
                      [](CDATA_POINT_VIEW const& view) { return view.type == DATA_POINT_FLOAT; });
 }
 
-void PrintRecordTable(std::ostream& out, CSymbol const& symbol, const unsigned char* records, int count) {
+void PrintRecordTable(std::ostream& out, CSymbol const& symbol, const unsigned char* records,
+                      int count) {
   std::vector<Row> rows{{"time", "epoch"}};
   for (CDATA_POINT_VIEW const& view : symbol.views()) rows[0].push_back(view.name);
   for (int i = 0; i < count; ++i) {
@@ -150,13 +155,16 @@ void PrintRecordTable(std::ostream& out, CSymbol const& symbol, const unsigned c
 }
 
 std::string OrderProblemText(OrderProblem const& problem) {
-  const std::string at = "record " + std::to_string(problem.record) + ": time " + std::to_string(problem.time);
-  if (problem.time == problem.previous) return at + " repeats the time of record " + std::to_string(problem.record - 1);
+  const std::string at =
+      "record " + std::to_string(problem.record) + ": time " + std::to_string(problem.time);
+  if (problem.time == problem.previous)
+    return at + " repeats the time of record " + std::to_string(problem.record - 1);
   return at + " is not after " + std::to_string(problem.previous);
 }
 
 // Lists what keeps the file from being sound; the number of problems.
-std::size_t ListProblems(std::ostream& out, RecordExtent const& extent, int zeroTail, RecordScan const& scan) {
+std::size_t ListProblems(std::ostream& out, RecordExtent const& extent, int zeroTail,
+                         RecordScan const& scan) {
   std::size_t problems = 0;
   if (extent.partialBytes > 0) {
     out << extent.partialBytes << " bytes of a partial record at the end\n";
@@ -174,13 +182,15 @@ std::size_t ListProblems(std::ostream& out, RecordExtent const& extent, int zero
     out << OrderProblemText(scan.problems[i]) << '\n';
   }
   if (scan.problems.size() > kMaxListedOrderProblems) {
-    out << "... and " << scan.problems.size() - kMaxListedOrderProblems << " more records out of order\n";
+    out << "... and " << scan.problems.size() - kMaxListedOrderProblems
+        << " more records out of order\n";
   }
   return problems + scan.problems.size();
 }
 
 // One line of the listing; *loaded tells whether the file loaded.
-Row ListRow(QFileInfo const& info, std::string const& relative, FileSystem& fileSystem, bool* loaded) {
+Row ListRow(QFileInfo const& info, std::string const& relative, FileSystem& fileSystem,
+            bool* loaded) {
   const std::string provider = info.dir().dirName().toStdString();
   ToolOwner owner(&fileSystem);
   LoadedFile file = LoadFile(&owner, info.filePath().toStdString());
@@ -205,7 +215,8 @@ int CutRecords(std::string const& path, RecordExtent const& extent, int zeroTail
   const int kept = extent.records - zeroTail;
   const Status status = CutFile(path, extent.firstOffset + std::uint64_t(kept) * extent.recordSize);
   if (!status.ok()) return Fail(err, path, "cannot cut the file: " + status.reason());
-  if (extent.partialBytes > 0) out << "cut " << extent.partialBytes << " bytes of a partial record\n";
+  if (extent.partialBytes > 0)
+    out << "cut " << extent.partialBytes << " bytes of a partial record\n";
   if (zeroTail > 0) out << "removed " << Counted(zeroTail, "zero-time record") << " at the end\n";
   out << kept << " whole records remain\n";
   return kExitOk;
@@ -219,14 +230,17 @@ int RepairRecords(std::string const& path, bool recovered, std::ostream& out, st
   {
     ToolOwner owner;
     LoadedFile loaded = LoadFile(&owner, path);
-    if (!loaded.symbol) return Fail(err, path, "cannot repair: header does not load: " + loaded.error);
+    if (!loaded.symbol)
+      return Fail(err, path, "cannot repair: header does not load: " + loaded.error);
     extent = ExtentOf(*loaded.symbol);
     zeroTail = ZeroTimeTail(*loaded.symbol, extent.records);
     const RecordScan scan = ScanRecordTimes(*loaded.symbol, extent.records - zeroTail);
     if (!scan.readError.empty()) return Fail(err, path, "cannot repair: " + scan.readError);
     if (!scan.problems.empty()) {
-      return Fail(err, path, "cannot repair: record times out of order (" + OrderProblemText(scan.problems[0]) +
-                                 "; " + std::to_string(scan.problems.size()) + " in all); nothing was cut");
+      return Fail(err, path,
+                  "cannot repair: record times out of order (" +
+                      OrderProblemText(scan.problems[0]) + "; " +
+                      std::to_string(scan.problems.size()) + " in all); nothing was cut");
     }
   }
   if (extent.partialBytes > 0 || zeroTail > 0) return CutRecords(path, extent, zeroTail, out, err);
@@ -245,10 +259,14 @@ bool Recovered(RecoveryReport const& report) {
 std::string RecoveryText(RecoveryReport const& report) {
   if (!Recovered(report)) return "log: nothing to recover";
   std::vector<std::string> parts;
-  if (report.framesReplayed > 0) parts.push_back(Counted(report.framesReplayed, "frame") + " replayed");
-  if (report.filesCut > 0) parts.push_back(Counted(report.filesCut, "file") + " cut back after an unfinished append");
-  if (report.framesVoided > 0) parts.push_back(Counted(report.framesVoided, "later frame") + " void");
-  std::string text = "log: recovered " + Counted(report.filesTouched.size(), "file") + " of the data folder: ";
+  if (report.framesReplayed > 0)
+    parts.push_back(Counted(report.framesReplayed, "frame") + " replayed");
+  if (report.filesCut > 0)
+    parts.push_back(Counted(report.filesCut, "file") + " cut back after an unfinished append");
+  if (report.framesVoided > 0)
+    parts.push_back(Counted(report.framesVoided, "later frame") + " void");
+  std::string text =
+      "log: recovered " + Counted(report.filesTouched.size(), "file") + " of the data folder: ";
   for (std::size_t i = 0; i < parts.size(); ++i) text += (i > 0 ? ", " : "") + parts[i];
   return text;
 }
@@ -275,9 +293,11 @@ int RunDump(std::string const& path, DumpSelection const& selection, bool csv, s
   CSymbol& symbol = *shown.loaded.symbol;
   if (csv && !AllFloat(symbol)) return Fail(err, path, "--csv needs every view to hold floats");
   GET_SYMBOL_DATA_REQUEST request = DumpRequest(symbol, selection, ExtentOf(symbol).records);
-  std::vector<unsigned char> records(std::size_t(std::max(request.count, 0)) * symbol.GetDataPointSize());
+  std::vector<unsigned char> records(std::size_t(std::max(request.count, 0)) *
+                                     symbol.GetDataPointSize());
   request.buffer = reinterpret_cast<HostWord>(records.data());
-  if (request.count > 0 && symbol.GetData(&request) == 0) return Fail(err, path, "records cannot be read");
+  if (request.count > 0 && symbol.GetData(&request) == 0)
+    return Fail(err, path, "records cannot be read");
   const int count = request.count;
   if (csv) {
     RecordLayout layout;
@@ -321,7 +341,8 @@ int RunList(std::string const& folder, std::ostream& out, std::ostream& err) {
   bool allLoaded = true;
   for (QString const& path : paths) {
     bool loaded = false;
-    rows.push_back(ListRow(QFileInfo(path), root.relativeFilePath(path).toStdString(), fileSystem, &loaded));
+    rows.push_back(
+        ListRow(QFileInfo(path), root.relativeFilePath(path).toStdString(), fileSystem, &loaded));
     allLoaded = allLoaded && loaded;
   }
   PrintTable(out, rows);
@@ -335,13 +356,16 @@ int RunRepair(std::string const& path, std::ostream& out, std::ostream& err) {
   if (!folder.empty()) {
     Status status = FolderLock::Acquire(folder, &lock);
     if (status.reason() == FolderLock::kHeldElsewhere) {
-      return Fail(err, path, "cannot repair: a running module holds the data folder " + folder +
-                                 "; stop it first. Nothing was changed");
+      return Fail(err, path,
+                  "cannot repair: a running module holds the data folder " + folder +
+                      "; stop it first. Nothing was changed");
     }
     if (!status.ok()) return Fail(err, path, "cannot repair: " + status.ToString());
     std::unique_ptr<WriteAheadLog> log;
-    status = WriteAheadLog::Open(FileSystem::Default(), folder, DurabilitySettings(), &log, &report);
-    if (!status.ok()) return Fail(err, path, "cannot repair: recovering the log failed: " + status.ToString());
+    status =
+        WriteAheadLog::Open(FileSystem::Default(), folder, DurabilitySettings(), &log, &report);
+    if (!status.ok())
+      return Fail(err, path, "cannot repair: recovering the log failed: " + status.ToString());
     out << RecoveryText(report) << '\n';
   }
   return RepairRecords(path, Recovered(report), out, err);

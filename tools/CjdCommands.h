@@ -19,9 +19,9 @@ constexpr int kExitUsage = 2;    // a command line that cannot be understood
 struct DumpSelection {
   enum class Kind { kAll, kFirst, kLast, kRange };
   Kind kind = Kind::kAll;
-  int count = 0;               // kFirst, kLast
-  std::int32_t from = 0;       // kRange: from the last record before this time
-  std::int32_t to = 0;         // kRange: up to this time, exclusive
+  int count = 0;          // kFirst, kLast
+  std::int32_t from = 0;  // kRange: from the last record before this time
+  std::int32_t to = 0;    // kRange: up to this time, exclusive
 };
 
 int RunInfo(std::string const& path, std::ostream& out, std::ostream& err);

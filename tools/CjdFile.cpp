@@ -13,7 +13,8 @@ namespace {
 
 constexpr std::size_t kScanChunkBytes = 1 << 20;  // records read at once by a scan
 constexpr std::size_t kNumberText = 32;           // room for any number as text
-constexpr const char* kViewTypeNames[] = {"char", "short", "int", "int64", "float", "double", "string"};
+constexpr const char* kViewTypeNames[] = {"char",  "short",  "int",   "int64",
+                                          "float", "double", "string"};
 
 // The tool names the file itself; the status says what went wrong with it.
 std::string Reason(Status const& status) {
@@ -44,7 +45,8 @@ int ChunkRecords(std::size_t recordSize) {
 template <typename T>
 std::string RealText(T value) {
   char text[kNumberText];
-  const auto [end, status] = std::to_chars(text, text + sizeof text, value, std::chars_format::general);
+  const auto [end, status] =
+      std::to_chars(text, text + sizeof text, value, std::chars_format::general);
   return std::string(text, end);
 }
 template std::string RealText(float value);
@@ -74,7 +76,8 @@ RecordExtent ExtentOf(CSymbol& symbol) {
   extent.recordSize = symbol.GetDataPointSize();
   extent.visibleSize = std::max<std::int64_t>(file.FileSize(), 0);
   extent.records = file.GetDataPointCount();
-  const std::uint64_t wholeEnd = extent.firstOffset + std::uint64_t(extent.records) * extent.recordSize;
+  const std::uint64_t wholeEnd =
+      extent.firstOffset + std::uint64_t(extent.records) * extent.recordSize;
   const auto size = static_cast<std::uint64_t>(extent.visibleSize);
   extent.partialBytes = size > wholeEnd ? size - wholeEnd : 0;
   return extent;
@@ -115,7 +118,8 @@ int ZeroTimeTail(CSymbol& symbol, int records) {
     bytes.resize(std::size_t(count) * recordSize);
     if (!symbol.file()->ReadRecords(first, count, bytes.data()).ok()) return 0;
     for (int i = count - 1; i >= 0; --i) {
-      if (ReadValue<std::int32_t>(bytes.data() + std::size_t(i) * recordSize) != 0) return records - (first + i + 1);
+      if (ReadValue<std::int32_t>(bytes.data() + std::size_t(i) * recordSize) != 0)
+        return records - (first + i + 1);
     }
     end = first;
   }
@@ -131,7 +135,8 @@ std::optional<std::int32_t> RecordTimeAt(CSymbol& symbol, int index) {
 std::int64_t DiskSize(std::string const& path) {
   std::unique_ptr<RandomAccessFile> file;
   std::uint64_t size = 0;
-  if (!FileSystem::Default().Open(path, OpenMode::ReadOnly, &file).ok() || !file->Size(&size).ok()) return -1;
+  if (!FileSystem::Default().Open(path, OpenMode::ReadOnly, &file).ok() || !file->Size(&size).ok())
+    return -1;
   return static_cast<std::int64_t>(size);
 }
 

@@ -48,9 +48,9 @@ RecordExtent ExtentOf(CSymbol& symbol);
 
 // Records out of time order (not later than the one before them).
 struct OrderProblem {
-  int record = 0;              // index of the later record
-  std::int32_t time = 0;       // its time
-  std::int32_t previous = 0;   // time of the record before it
+  int record = 0;             // index of the later record
+  std::int32_t time = 0;      // its time
+  std::int32_t previous = 0;  // time of the record before it
 };
 struct RecordScan {
   std::vector<OrderProblem> problems;  // in file order

@@ -56,7 +56,9 @@ int UsageError(std::string_view command, std::string const& message) {
   return kExitUsage;
 }
 
-bool IsOption(std::string_view argument) { return argument.starts_with(kOptionPrefix) && argument.size() > 1; }
+bool IsOption(std::string_view argument) {
+  return argument.starts_with(kOptionPrefix) && argument.size() > 1;
+}
 
 // Fills *arguments from the words after the command; false and *error on an unknown option
 // or a missing value.
@@ -74,13 +76,15 @@ bool Parse(Command const& command, std::vector<std::string_view> const& argv, Ar
     }
     const auto option = std::find_if(command.options.begin(), command.options.end(),
                                      [&](Option const& known) { return known.name == argument; });
-    if (option == command.options.end()) return *error = "unknown option " + std::string(argument), false;
+    if (option == command.options.end())
+      return *error = "unknown option " + std::string(argument), false;
     if (arguments->values.count(std::string(argument)) != 0) {
       return *error = "option " + std::string(argument) + " given twice", false;
     }
     std::string value;
     if (option->takesValue) {
-      if (++i == argv.size()) return *error = "option " + std::string(argument) + " needs a value", false;
+      if (++i == argv.size())
+        return *error = "option " + std::string(argument) + " needs a value", false;
       value = argv[i];
     }
     arguments->values[std::string(argument)] = value;
@@ -91,7 +95,8 @@ bool Parse(Command const& command, std::vector<std::string_view> const& argv, Ar
 // The one operand of every command, or a usage error.
 bool OneOperand(Arguments const& arguments, std::string_view what, std::string* error) {
   if (arguments.operands.empty()) return *error = "missing " + std::string(what), false;
-  if (arguments.operands.size() > 1) return *error = "unexpected argument " + arguments.operands[1], false;
+  if (arguments.operands.size() > 1)
+    return *error = "unexpected argument " + arguments.operands[1], false;
   return true;
 }
 
@@ -116,7 +121,8 @@ bool ParseSelection(Arguments const& arguments, DumpSelection* selection, std::s
   if (from != to) return *error = "--from and --to go together", false;
   if (first) selection->kind = DumpSelection::Kind::kFirst;
   if (last) selection->kind = DumpSelection::Kind::kLast;
-  if (first || last) return ParseCount(values.at(first ? "--first" : "--last"), &selection->count, error);
+  if (first || last)
+    return ParseCount(values.at(first ? "--first" : "--last"), &selection->count, error);
   if (!from) return true;
   selection->kind = DumpSelection::Kind::kRange;
   return ParseTime(values.at("--from"), &selection->from, error) &&
@@ -135,7 +141,9 @@ int RunDumpCommand(Arguments const& arguments) {
                  std::cerr);
 }
 
-int RunCheckCommand(Arguments const& arguments) { return RunCheck(arguments.operands[0], std::cout); }
+int RunCheckCommand(Arguments const& arguments) {
+  return RunCheck(arguments.operands[0], std::cout);
+}
 
 int RunListCommand(Arguments const& arguments) {
   return RunList(arguments.operands[0], std::cout, std::cerr);

@@ -43,16 +43,16 @@ const QString kXmasterName = QStringLiteral("xmaster");
 
 // What the command line asks for besides the plans.
 struct Settings {
-  QString out;                      // the directory
-  QString masterName;               // of the MASTER
-  QString dataCase;                 // "upper", "lower" or "exact"
-  int records = kDefaultRecords;    // per instrument, at most
+  QString out;                    // the directory
+  QString masterName;             // of the MASTER
+  QString dataCase;               // "upper", "lower" or "exact"
+  int records = kDefaultRecords;  // per instrument, at most
   unsigned seed = 1;
-  int tail = 0;                     // zero records after every data file's records
-  std::optional<int> headerExtra;   // header count records + 1 + this
-  bool headerZero = false;          // header count 0
-  bool emaster = true;              // write the EMASTER
-  bool list = false;                // print the listing
+  int tail = 0;                    // zero records after every data file's records
+  std::optional<int> headerExtra;  // header count records + 1 + this
+  bool headerZero = false;         // header count 0
+  bool emaster = true;             // write the EMASTER
+  bool list = false;               // print the listing
 };
 
 bool InXmaster(int number) { return number > kMasterMaxFileNumber; }
@@ -79,22 +79,29 @@ DataFileShape ShapeOf(Settings const& settings, int rows) {
   return shape;
 }
 
-QString MomentText(QDateTime const& moment) { return moment.toString(QStringLiteral("yyyy-MM-ddThh:mm:ss")); }
+QString MomentText(QDateTime const& moment) {
+  return moment.toString(QStringLiteral("yyyy-MM-ddThh:mm:ss"));
+}
 
 void PrintListingHeader() {
-  std::printf("# number\tfile\tindex\tsymbol\tperiod\tfields\trecord_length\trecords\t"
-              "first_time\tlast_time\tfirst_close\tlast_close\tname\n");
+  std::printf(
+      "# number\tfile\tindex\tsymbol\tperiod\tfields\trecord_length\trecords\t"
+      "first_time\tlast_time\tfirst_close\tlast_close\tname\n");
 }
 
 void PrintListing(int number, QString const& file, Plan const& plan, std::vector<Bar> const& bars) {
-  const QByteArray moments = bars.empty() ? "-\t-" : (MomentText(bars.front().moment) + '\t' +
-                                                      MomentText(bars.back().moment)).toLatin1();
+  const QByteArray moments =
+      bars.empty()
+          ? "-\t-"
+          : (MomentText(bars.front().moment) + '\t' + MomentText(bars.back().moment)).toLatin1();
   char closes[64] = "-\t-";
-  if (!bars.empty()) std::snprintf(closes, sizeof closes, "%.9g\t%.9g", bars.front().close, bars.back().close);
-  std::printf("%d\t%s\t%s\t%s\t%s\t%d\t%d\t%zu\t%s\t%s\t%s\n", number, plan.missing ? "-" : qPrintable(file),
-              InXmaster(number) ? "XMASTER" : "MASTER", plan.symbol.constData(),
-              qPrintable(PeriodText(plan.period)), plan.fields, plan.fields * kMbfFieldSize, bars.size(),
-              moments.constData(), closes, plan.name.constData());
+  if (!bars.empty())
+    std::snprintf(closes, sizeof closes, "%.9g\t%.9g", bars.front().close, bars.back().close);
+  std::printf("%d\t%s\t%s\t%s\t%s\t%d\t%d\t%zu\t%s\t%s\t%s\n", number,
+              plan.missing ? "-" : qPrintable(file), InXmaster(number) ? "XMASTER" : "MASTER",
+              plan.symbol.constData(), qPrintable(PeriodText(plan.period)), plan.fields,
+              plan.fields * kMbfFieldSize, bars.size(), moments.constData(), closes,
+              plan.name.constData());
 }
 
 // Writes the data files and the index files; false on the first failure.
@@ -112,11 +119,12 @@ bool WriteDirectory(Settings const& settings, std::vector<Plan> const& plans) {
       bars = Bars(plan, settings.records, random);
       std::vector<std::vector<std::uint32_t>> rows;
       for (Bar const& bar : bars) rows.push_back(RecordWords(plan, bar));
-      const QByteArray bytes = EncodeDataFile(recordLength, rows, ShapeOf(settings, int(rows.size())));
+      const QByteArray bytes =
+          EncodeDataFile(recordLength, rows, ShapeOf(settings, int(rows.size())));
       if (!WriteFileBytes(settings.out + QLatin1Char('/') + file, bytes)) return false;
     }
-    ExportIndexRecord record{number, recordLength, plan.fields, plan.period.letter, plan.period.size,
-                             plan.symbol, plan.name};
+    ExportIndexRecord record{number,           recordLength, plan.fields, plan.period.letter,
+                             plan.period.size, plan.symbol,  plan.name};
     if (!bars.empty()) {
       record.firstDate = bars.front().moment.date();
       record.lastDate = bars.back().moment.date();
@@ -126,8 +134,8 @@ bool WriteDirectory(Settings const& settings, std::vector<Plan> const& plans) {
   }
   const QString dir = settings.out + QLatin1Char('/');
   if (!WriteFileBytes(dir + settings.masterName, EncodeMaster(master))) return false;
-  if (settings.emaster &&
-      !WriteFileBytes(dir + CompanionName(settings.masterName, kEmasterName), EncodeEmaster(master))) {
+  if (settings.emaster && !WriteFileBytes(dir + CompanionName(settings.masterName, kEmasterName),
+                                          EncodeEmaster(master))) {
     return false;
   }
   return xmaster.empty() || WriteFileBytes(dir + CompanionName(settings.masterName, kXmasterName),
@@ -143,7 +151,8 @@ int Usage(QCommandLineParser const& parser, const char* problem) {
 QCommandLineOption Option(const char* name, const char* help, const char* value = nullptr,
                           QString const& fallback = {}) {
   if (value == nullptr) return QCommandLineOption(QLatin1String(name), QLatin1String(help));
-  return QCommandLineOption(QLatin1String(name), QLatin1String(help), QLatin1String(value), fallback);
+  return QCommandLineOption(QLatin1String(name), QLatin1String(help), QLatin1String(value),
+                            fallback);
 }
 
 // A non-negative integer option; nothing when it is bad.
@@ -163,33 +172,39 @@ int main(int argc, char* argv[]) {
   parser.addHelpOption();
   const auto outOption = Option("out", "Directory to write (created).", "DIR");
   const auto sampleOption =
-      Option("sample", "Daily EURUSD, GBPUSD, USDCHF, EURUSD I5 and ticks, and USDJPY without a data file.");
-  const auto instrumentsOption = Option("instruments",
-                                        "N instruments (1 to 2000) of mixed periods and fields; file numbers "
-                                        "from 256 on go to XMASTER.",
-                                        "N");
-  const auto instrumentOption = Option("instrument",
-                                       "One instrument: SYMBOL,PERIOD[,FIELDS[,PRICE[,NAME]]], PERIOD one of "
-                                       "D W M Y I<minutes> (I0: ticks).",
-                                       "INSTRUMENT");
+      Option("sample",
+             "Daily EURUSD, GBPUSD, USDCHF, EURUSD I5 and ticks, and USDJPY without a data file.");
+  const auto instrumentsOption =
+      Option("instruments",
+             "N instruments (1 to 2000) of mixed periods and fields; file numbers "
+             "from 256 on go to XMASTER.",
+             "N");
+  const auto instrumentOption =
+      Option("instrument",
+             "One instrument: SYMBOL,PERIOD[,FIELDS[,PRICE[,NAME]]], PERIOD one of "
+             "D W M Y I<minutes> (I0: ticks).",
+             "INSTRUMENT");
   const auto missingOption = Option("missing", "Write no data file for file number N.", "N");
-  const auto recordsOption = Option("records", "Data records per instrument (fewer when the period reaches 2038).",
-                                    "N", QString::number(kDefaultRecords));
+  const auto recordsOption =
+      Option("records", "Data records per instrument (fewer when the period reaches 2038).", "N",
+             QString::number(kDefaultRecords));
   const auto seedOption = Option("seed", "Random seed.", "S", "1");
-  const auto masterOption =
-      Option("master-name", "Name of the MASTER; EMASTER and XMASTER follow its case.", "NAME", "master");
+  const auto masterOption = Option(
+      "master-name", "Name of the MASTER; EMASTER and XMASTER follow its case.", "NAME", "master");
   const auto noEmasterOption = Option("no-emaster", "Write no EMASTER.");
-  const auto caseOption = Option("data-case",
-                                 "Data file names: upper (F1.DAT, F256.MWD), lower (f1.dat, f256.mwd) or exact "
-                                 "(F1.dat, F256.MWD).",
-                                 "CASE", "upper");
-  const auto tailOption = Option("tail", "N zero records after the records of every data file.", "N", "0");
+  const auto caseOption =
+      Option("data-case",
+             "Data file names: upper (F1.DAT, F256.MWD), lower (f1.dat, f256.mwd) or exact "
+             "(F1.dat, F256.MWD).",
+             "CASE", "upper");
+  const auto tailOption =
+      Option("tail", "N zero records after the records of every data file.", "N", "0");
   const auto extraOption = Option("header-count-extra", "Header counts of records + 1 + N.", "N");
   const auto zeroOption = Option("header-count-zero", "Header counts of 0.");
   const auto listOption = Option("list", "Print what was written.");
-  parser.addOptions({outOption, sampleOption, instrumentsOption, instrumentOption, missingOption, recordsOption,
-                     seedOption, masterOption, noEmasterOption, caseOption, tailOption, extraOption, zeroOption,
-                     listOption});
+  parser.addOptions({outOption, sampleOption, instrumentsOption, instrumentOption, missingOption,
+                     recordsOption, seedOption, masterOption, noEmasterOption, caseOption,
+                     tailOption, extraOption, zeroOption, listOption});
   parser.process(application);
 
   std::vector<Plan> plans;
@@ -197,7 +212,8 @@ int main(int argc, char* argv[]) {
   bool ok = true;
   if (parser.isSet(instrumentsOption)) {
     const int count = parser.value(instrumentsOption).toInt(&ok);
-    if (!ok || count < 1 || count > kMaxInstruments) return Usage(parser, "--instruments takes 1 to 2000");
+    if (!ok || count < 1 || count > kMaxInstruments)
+      return Usage(parser, "--instruments takes 1 to 2000");
     for (Plan const& plan : MixedPlans(count)) plans.push_back(plan);
   }
   for (QString const& text : parser.values(instrumentOption)) {
@@ -210,7 +226,8 @@ int main(int argc, char* argv[]) {
   }
   for (QString const& text : parser.values(missingOption)) {
     const int number = text.toInt(&ok);
-    if (!ok || number < 1 || number > static_cast<int>(plans.size())) return Usage(parser, "bad --missing");
+    if (!ok || number < 1 || number > static_cast<int>(plans.size()))
+      return Usage(parser, "bad --missing");
     plans[number - 1].missing = true;
   }
 
@@ -221,8 +238,8 @@ int main(int argc, char* argv[]) {
   settings.seed = parser.value(seedOption).toUInt(&ok);
   if (!ok) return Usage(parser, "bad --seed");
   settings.dataCase = parser.value(caseOption);
-  if (!QStringList{QStringLiteral("upper"), QStringLiteral("lower"), QStringLiteral("exact")}.contains(
-          settings.dataCase)) {
+  if (!QStringList{QStringLiteral("upper"), QStringLiteral("lower"), QStringLiteral("exact")}
+           .contains(settings.dataCase)) {
     return Usage(parser, "bad --data-case");
   }
   settings.masterName = parser.value(masterOption);
@@ -234,7 +251,8 @@ int main(int argc, char* argv[]) {
   if (!tail) return Usage(parser, "bad --tail");
   settings.tail = *tail;
   if (parser.isSet(extraOption)) {
-    if (parser.isSet(zeroOption)) return Usage(parser, "give --header-count-extra or --header-count-zero");
+    if (parser.isSet(zeroOption))
+      return Usage(parser, "give --header-count-extra or --header-count-zero");
     settings.headerExtra = Count(parser, extraOption);
     if (!settings.headerExtra) return Usage(parser, "bad --header-count-extra");
   }

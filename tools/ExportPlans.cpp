@@ -13,15 +13,15 @@
 
 namespace {
 
-constexpr int kDailyFields = 7;               // date, O, H, L, C, V, open interest
-constexpr int kIntradayFields = 8;            // date, time, O, H, L, C, V, open interest
-constexpr int kMinDailyFields = 5;            // date, H, L, C, V
-constexpr int kMinIntradayFields = 6;         // date, time, H, L, C, V
+constexpr int kDailyFields = 7;        // date, O, H, L, C, V, open interest
+constexpr int kIntradayFields = 8;     // date, time, O, H, L, C, V, open interest
+constexpr int kMinDailyFields = 5;     // date, H, L, C, V
+constexpr int kMinIntradayFields = 6;  // date, time, H, L, C, V
 constexpr char kIntraday = 'I';
 constexpr char kEndOfPeriodLetters[] = "DWMY";
 constexpr int kMaxIntradaySize = 32767;
-constexpr int kMinPlanParts = 2;              // SYMBOL,PERIOD
-constexpr int kMaxPlanParts = 5;              // ...,FIELDS,PRICE,NAME
+constexpr int kMinPlanParts = 2;  // SYMBOL,PERIOD
+constexpr int kMaxPlanParts = 5;  // ...,FIELDS,PRICE,NAME
 
 // Moments: every period starts somewhere plausible and stops before 2038,
 // where 32-bit times end.
@@ -31,19 +31,19 @@ const QDate kWeeklyStart(2000, 1, 7);
 const QDate kMonthlyStart(1990, 1, 31);
 const QDate kYearlyStart(1970, 12, 31);
 const QDate kIntradayStart(2024, 1, 2);
-constexpr int kLastWeekday = 5;               // Friday
+constexpr int kLastWeekday = 5;  // Friday
 constexpr int kSecondsPerMinute = 60;
-constexpr unsigned kTickStepSeconds = 3;      // 0, 1 or 2 seconds between ticks; 0 repeats the time
+constexpr unsigned kTickStepSeconds = 3;  // 0, 1 or 2 seconds between ticks; 0 repeats the time
 
 // Prices: a random walk kept on a grid of decimals that fits the price.
-constexpr double kStepFraction = 0.004;       // largest move of a close, relative
-constexpr double kRangeFraction = 0.001;      // largest reach of high and low beyond open and close
-constexpr double kFloorFraction = 0.2;        // a close never falls below this part of the start
-constexpr unsigned kUnitSteps = 1000000;      // resolution of a random fraction
+constexpr double kStepFraction = 0.004;   // largest move of a close, relative
+constexpr double kRangeFraction = 0.001;  // largest reach of high and low beyond open and close
+constexpr double kFloorFraction = 0.2;    // a close never falls below this part of the start
+constexpr unsigned kUnitSteps = 1000000;  // resolution of a random fraction
 constexpr unsigned kTickVolumes = 10;
 constexpr unsigned kBarVolumeBase = 100;
 constexpr unsigned kBarVolumes = 9901;
-constexpr int kMissingEvery = 50;             // in a mixed set, every 50th data file is missing
+constexpr int kMissingEvery = 50;  // in a mixed set, every 50th data file is missing
 
 struct Pair {
   const char* symbol;
@@ -63,7 +63,7 @@ constexpr Pair kPairs[] = {
     {"XAUUSD", 2030.0, "Gold vs US Dollar"},
 };
 
-constexpr Period kMixedPeriods[] = {{'D', 0}, {'W', 0}, {'M', 0}, {'Y', 0}, {'I', 1},
+constexpr Period kMixedPeriods[] = {{'D', 0}, {'W', 0},  {'M', 0},  {'Y', 0}, {'I', 1},
                                     {'I', 5}, {'I', 15}, {'I', 60}, {'I', 0}};
 constexpr int kDailyFieldChoices[] = {7, 5, 6};
 constexpr int kIntradayFieldChoices[] = {8, 6, 7};
@@ -96,7 +96,9 @@ Plan SamplePlan(const char* symbol, Period period, double price, bool missing) {
 // ---------------------------------------------------------------------------
 // Moments.
 
-QDate LastDayOfMonth(QDate date) { return QDate(date.year(), date.month(), 1).addMonths(1).addDays(-1); }
+QDate LastDayOfMonth(QDate date) {
+  return QDate(date.year(), date.month(), 1).addMonths(1).addDays(-1);
+}
 
 QDate NextDate(char letter, QDate date) {
   switch (letter) {
@@ -121,20 +123,24 @@ QDate FirstDate(char letter) {
 }
 
 QDateTime NextMoment(Period period, QDateTime const& moment, std::mt19937& random) {
-  const int seconds = period.size > 0 ? period.size * kSecondsPerMinute : static_cast<int>(random() % kTickStepSeconds);
+  const int seconds = period.size > 0 ? period.size * kSecondsPerMinute
+                                      : static_cast<int>(random() % kTickStepSeconds);
   QDateTime next = moment.addSecs(seconds);
-  while (next.date().dayOfWeek() > kLastWeekday) next = QDateTime(next.date().addDays(1), QTime(0, 0), Qt::UTC);
+  while (next.date().dayOfWeek() > kLastWeekday)
+    next = QDateTime(next.date().addDays(1), QTime(0, 0), Qt::UTC);
   return next;
 }
 
 // Up to `count` moments of the period, none after kLastDate.
 std::vector<QDateTime> Moments(Period period, int count, std::mt19937& random) {
   std::vector<QDateTime> moments;
-  QDateTime moment(IsIntraday(period) ? kIntradayStart : FirstDate(period.letter), QTime(0, 0), Qt::UTC);
+  QDateTime moment(IsIntraday(period) ? kIntradayStart : FirstDate(period.letter), QTime(0, 0),
+                   Qt::UTC);
   while (static_cast<int>(moments.size()) < count && moment.date() <= kLastDate) {
     moments.push_back(moment);
-    moment = IsIntraday(period) ? NextMoment(period, moment, random)
-                                : QDateTime(NextDate(period.letter, moment.date()), QTime(0, 0), Qt::UTC);
+    moment = IsIntraday(period)
+                 ? NextMoment(period, moment, random)
+                 : QDateTime(NextDate(period.letter, moment.date()), QTime(0, 0), Qt::UTC);
   }
   return moments;
 }
@@ -145,7 +151,9 @@ std::vector<QDateTime> Moments(Period period, int count, std::mt19937& random) {
 class PriceWalk {
  public:
   PriceWalk(double start, bool ticks, std::mt19937& random)
-      : scale_(start < 10 ? 1e5 : start < 1000 ? 1e3 : 1e2),
+      : scale_(start < 10     ? 1e5
+               : start < 1000 ? 1e3
+                              : 1e2),
         floor_(Round(start * kFloorFraction)),
         close_(Round(start)),
         ticks_(ticks),
@@ -156,8 +164,10 @@ class PriceWalk {
     if (started_) close_ = std::max(floor_, Round(open * (1 + (Fraction() - 0.5) * kStepFraction)));
     started_ = true;
     const double high = Round(std::max(open, close_) * (1 + Fraction() * kRangeFraction));
-    const double low = std::max(floor_, Round(std::min(open, close_) * (1 - Fraction() * kRangeFraction)));
-    const unsigned volume = ticks_ ? 1 + random_() % kTickVolumes : kBarVolumeBase + random_() % kBarVolumes;
+    const double low =
+        std::max(floor_, Round(std::min(open, close_) * (1 - Fraction() * kRangeFraction)));
+    const unsigned volume =
+        ticks_ ? 1 + random_() % kTickVolumes : kBarVolumeBase + random_() % kBarVolumes;
     return {moment, float(open), float(high), float(low), float(close_), float(volume)};
   }
 
@@ -165,11 +175,11 @@ class PriceWalk {
   double Round(double value) const { return std::round(value * scale_) / scale_; }
   double Fraction() { return double(random_() % (kUnitSteps + 1)) / kUnitSteps; }
 
-  const double scale_;   // decimals kept: 5 below 10, 3 below 1000, else 2
-  const double floor_;   // lowest close
-  double close_;         // of the last bar
+  const double scale_;    // decimals kept: 5 below 10, 3 below 1000, else 2
+  const double floor_;    // lowest close
+  double close_;          // of the last bar
   bool started_ = false;  // the first bar opens and closes at the start
-  const bool ticks_;     // volumes of ticks are small
+  const bool ticks_;      // volumes of ticks are small
   std::mt19937& random_;
 };
 
@@ -179,7 +189,8 @@ std::optional<Period> ParsePeriod(QString const& text) {
   }
   bool ok = false;
   const int size = text.mid(1).toInt(&ok);
-  if (!text.startsWith(QLatin1Char(kIntraday)) || !ok || size < 0 || size > kMaxIntradaySize) return std::nullopt;
+  if (!text.startsWith(QLatin1Char(kIntraday)) || !ok || size < 0 || size > kMaxIntradaySize)
+    return std::nullopt;
   return Period{kIntraday, size};
 }
 
@@ -188,7 +199,8 @@ std::optional<Period> ParsePeriod(QString const& text) {
 bool IsIntraday(Period period) { return period.letter == kIntraday; }
 
 QString PeriodText(Period period) {
-  return QString(QLatin1Char(period.letter)) + (IsIntraday(period) ? QString::number(period.size) : QString());
+  return QString(QLatin1Char(period.letter)) +
+         (IsIntraday(period) ? QString::number(period.size) : QString());
 }
 
 std::vector<Plan> SamplePlans() {
@@ -216,8 +228,10 @@ std::vector<Plan> MixedPlans(int count) {
       symbol += QByteArray::number(round + 1);
       name += " #" + QByteArray::number(round + 1);
     }
-    const int fields = IsIntraday(period) ? kIntradayFieldChoices[choice] : kDailyFieldChoices[choice];
-    plans.push_back({symbol, name, period, fields, pair.price, k % kMissingEvery == kMissingEvery - 1});
+    const int fields =
+        IsIntraday(period) ? kIntradayFieldChoices[choice] : kDailyFieldChoices[choice];
+    plans.push_back(
+        {symbol, name, period, fields, pair.price, k % kMissingEvery == kMissingEvery - 1});
   }
   return plans;
 }
@@ -227,8 +241,10 @@ std::optional<Plan> ParsePlan(QString const& text) {
   if (parts.size() < kMinPlanParts || parts.size() > kMaxPlanParts) return std::nullopt;
   const QByteArray symbol = parts[0].toLatin1();
   const std::optional<Period> period = ParsePeriod(parts[1]);
-  if (symbol.isEmpty() || symbol.size() > kMasterSymbolSize || symbol.contains('\t') || !period) return std::nullopt;
-  Plan plan{symbol, DefaultName(symbol, *period), *period, DefaultFields(*period), kPairs[0].price, false};
+  if (symbol.isEmpty() || symbol.size() > kMasterSymbolSize || symbol.contains('\t') || !period)
+    return std::nullopt;
+  Plan plan{symbol, DefaultName(symbol, *period), *period, DefaultFields(*period), kPairs[0].price,
+            false};
   bool ok = true;
   if (parts.size() > 2 && !parts[2].isEmpty()) plan.fields = parts[2].toInt(&ok);
   const int fewest = IsIntraday(*period) ? kMinIntradayFields : kMinDailyFields;
@@ -244,7 +260,8 @@ std::vector<Bar> Bars(Plan const& plan, int records, std::mt19937& random) {
   const bool ticks = IsIntraday(plan.period) && plan.period.size == 0;
   PriceWalk walk(plan.price, ticks, random);
   std::vector<Bar> bars;
-  for (QDateTime const& moment : Moments(plan.period, records, random)) bars.push_back(walk.Next(moment));
+  for (QDateTime const& moment : Moments(plan.period, records, random))
+    bars.push_back(walk.Next(moment));
   return bars;
 }
 

@@ -27,9 +27,9 @@ struct Plan {
   QByteArray symbol;
   QByteArray name;  // long name
   Period period;
-  int fields;       // four-byte fields per record
-  double price;     // first close
-  bool missing;     // the index lists it, no data file is written
+  int fields;    // four-byte fields per record
+  double price;  // first close
+  bool missing;  // the index lists it, no data file is written
 };
 
 struct Bar {

@@ -72,7 +72,9 @@ constexpr int kMinDailyFields = 5;
 constexpr int kMinIntradayFields = 6;
 constexpr int kExtraFields[] = {kOpenBit, kOpenInterestBit};
 
-void PutByte(QByteArray& bytes, int offset, int value) { bytes[offset] = static_cast<char>(value & kByteMask); }
+void PutByte(QByteArray& bytes, int offset, int value) {
+  bytes[offset] = static_cast<char>(value & kByteMask);
+}
 
 void PutInt16(QByteArray& bytes, int offset, int value) {
   PutByte(bytes, offset, value);
@@ -80,7 +82,8 @@ void PutInt16(QByteArray& bytes, int offset, int value) {
 }
 
 void PutWord(QByteArray& bytes, int offset, std::uint32_t word) {
-  for (int b = 0; b < int(sizeof word); ++b) PutByte(bytes, offset + b, static_cast<int>(word >> (8 * b)));
+  for (int b = 0; b < int(sizeof word); ++b)
+    PutByte(bytes, offset + b, static_cast<int>(word >> (8 * b)));
 }
 
 // Text cut to size bytes and padded with pad.
@@ -91,7 +94,8 @@ void PutText(QByteArray& bytes, int offset, int size, QByteArray const& text, ch
 std::uint32_t MbfOfInteger(int value) { return MbfWord(static_cast<float>(value)); }
 
 int LongDate(QDate const& date) {
-  return date.isNull() ? 0 : date.year() * kYearScale + date.month() * kSecondPartScale + date.day();
+  return date.isNull() ? 0
+                       : date.year() * kYearScale + date.month() * kSecondPartScale + date.day();
 }
 
 std::uint32_t IeeeLongDate(QDate const& date) {
@@ -213,11 +217,13 @@ std::uint32_t MbfWord(float value) {
 }
 
 std::uint32_t MbfDate(QDate const& date) {
-  return MbfOfInteger((date.year() - kYearBase) * kFirstPartScale + date.month() * kSecondPartScale + date.day());
+  return MbfOfInteger((date.year() - kYearBase) * kFirstPartScale +
+                      date.month() * kSecondPartScale + date.day());
 }
 
 std::uint32_t MbfTime(QTime const& time) {
-  return MbfOfInteger(time.hour() * kFirstPartScale + time.minute() * kSecondPartScale + time.second());
+  return MbfOfInteger(time.hour() * kFirstPartScale + time.minute() * kSecondPartScale +
+                      time.second());
 }
 
 QByteArray EncodeDataRecord(int recordLength, std::vector<std::uint32_t> const& words) {
@@ -232,7 +238,8 @@ QByteArray EncodeDataFile(int recordLength, std::vector<std::vector<std::uint32_
                           DataFileShape const& shape) {
   QByteArray bytes(recordLength, '\0');
   if (recordLength >= kDataCountEnd) {
-    PutInt16(bytes, kDataCountOffset, shape.headerCount.value_or(static_cast<int>(rows.size()) + 1));
+    PutInt16(bytes, kDataCountOffset,
+             shape.headerCount.value_or(static_cast<int>(rows.size()) + 1));
   }
   bytes.reserve(qsizetype{recordLength} * qsizetype(rows.size() + 1 + shape.zeroTailRecords));
   for (auto const& row : rows) bytes += EncodeDataRecord(recordLength, row);

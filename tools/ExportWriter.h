@@ -21,18 +21,18 @@
 #include <optional>
 #include <vector>
 
-constexpr int kMasterRecordSize = 53;      // header and every MASTER record
-constexpr int kMasterSymbolSize = 17;      // symbol bytes, padded with spaces
-constexpr int kMasterShortNameSize = 16;   // the name's first bytes, padded with spaces
-constexpr int kMasterMaxFileNumber = 255;  // MASTER and EMASTER file numbers are one byte
+constexpr int kMasterRecordSize = 53;            // header and every MASTER record
+constexpr int kMasterSymbolSize = 17;            // symbol bytes, padded with spaces
+constexpr int kMasterShortNameSize = 16;         // the name's first bytes, padded with spaces
+constexpr int kMasterMaxFileNumber = 255;        // MASTER and EMASTER file numbers are one byte
 constexpr unsigned char kMasterFileType = 0xE0;  // byte 1 of every MASTER record
-constexpr int kEmasterRecordSize = 192;    // header and every EMASTER record
-constexpr int kEmasterSymbolSize = 14;     // zero padded
-constexpr int kEmasterLongNameSize = 53;   // zero padded
-constexpr int kXmasterRecordSize = 150;    // header and every XMASTER record
-constexpr int kXmasterSymbolSize = 14;     // zero padded
-constexpr int kXmasterNameSize = 45;       // zero padded
-constexpr int kMbfFieldSize = 4;           // one MBF float in a data record
+constexpr int kEmasterRecordSize = 192;          // header and every EMASTER record
+constexpr int kEmasterSymbolSize = 14;           // zero padded
+constexpr int kEmasterLongNameSize = 53;         // zero padded
+constexpr int kXmasterRecordSize = 150;          // header and every XMASTER record
+constexpr int kXmasterSymbolSize = 14;           // zero padded
+constexpr int kXmasterNameSize = 45;             // zero padded
+constexpr int kMbfFieldSize = 4;                 // one MBF float in a data record
 
 // Bits of an index record's field set, one per field a data record holds.
 // Records hold their fields in the order date, time, open, high, low, close,
@@ -56,16 +56,16 @@ int FieldBits(char period, int fieldCount);
 
 // One instrument as the index files list it.
 struct ExportIndexRecord {
-  int fileNumber = 0;       // n of F<n>; one byte in MASTER and EMASTER, two in XMASTER
-  int recordLength = 0;     // R, one byte
-  int fieldCount = 0;       // four-byte fields per data record, one byte
-  char period = 'D';        // 'D', 'W', 'M', 'Y', 'I', or anything else
-  int intradaySize = 0;     // signed 16-bit; 0 with 'I' means ticks
-  QByteArray symbol;        // cut to the index file's symbol field
-  QByteArray name{};        // long name; MASTER holds its first 16 bytes
-  QDate firstDate{};        // of the first data record; null: none
-  QDate lastDate{};         // of the last data record; null: none
-  int fieldBits = 0;        // 0: FieldBits(period, fieldCount)
+  int fileNumber = 0;    // n of F<n>; one byte in MASTER and EMASTER, two in XMASTER
+  int recordLength = 0;  // R, one byte
+  int fieldCount = 0;    // four-byte fields per data record, one byte
+  char period = 'D';     // 'D', 'W', 'M', 'Y', 'I', or anything else
+  int intradaySize = 0;  // signed 16-bit; 0 with 'I' means ticks
+  QByteArray symbol;     // cut to the index file's symbol field
+  QByteArray name{};     // long name; MASTER holds its first 16 bytes
+  QDate firstDate{};     // of the first data record; null: none
+  QDate lastDate{};      // of the last data record; null: none
+  int fieldBits = 0;     // 0: FieldBits(period, fieldCount)
 };
 
 // MASTER: the 53-byte header holds the signed 16-bit `count`, which may
@@ -107,7 +107,7 @@ QByteArray EncodeDataRecord(int recordLength, std::vector<std::uint32_t> const& 
 
 // How a data file departs from its rows.
 struct DataFileShape {
-  int zeroTailRecords = 0;         // zero-filled records of R bytes after the rows
+  int zeroTailRecords = 0;           // zero-filled records of R bytes after the rows
   std::optional<int> headerCount{};  // written at offset 2 of the header; default rows + 1
 };
 // A header record of R bytes, zero but for the unsigned 16-bit count at

@@ -43,9 +43,9 @@ TEST(AppendixDataGrowth, GrowsToUsedPlusSlackPlusNeeded) {
 TEST(AppendixDataEdits, InsertAndReplaceStayInsideTheUsedBytes) {
   Filled buffer("hello world");
   EXPECT_EQ(buffer.insertData(5, ","), 0);
-  EXPECT_EQ(buffer.replaceData(0, 5, "goodbye"), 0);   // grows the tail
+  EXPECT_EQ(buffer.replaceData(0, 5, "goodbye"), 0);  // grows the tail
   EXPECT_EQ(Bytes(buffer), "goodbye, world");
-  EXPECT_EQ(buffer.replaceData(7, 14, "!"), 0);        // shrinks the tail
+  EXPECT_EQ(buffer.replaceData(7, 14, "!"), 0);  // shrinks the tail
   EXPECT_EQ(Bytes(buffer), "goodbye!");
   EXPECT_EQ(buffer.insertData(9, "x"), 1);
   EXPECT_EQ(buffer.insertData(-1, "x"), 1);
@@ -63,7 +63,7 @@ TEST(AppendixDataEdits, CutBufferMovesTheOffsetAndRelocDoesNot) {
   EXPECT_EQ(buffer.offset(), 7);
   EXPECT_EQ(buffer.relocBuffer(1), 0);
   EXPECT_EQ(buffer.offset(), 7);
-  buffer.cutBuffer(50);           // only the 6 bytes present are cut: 7 - 6 = 1 stays
+  buffer.cutBuffer(50);  // only the 6 bytes present are cut: 7 - 6 = 1 stays
   EXPECT_TRUE(buffer.IsEmpty());
   EXPECT_EQ(buffer.offset(), 1);
   Filled exact("abc");
@@ -99,7 +99,7 @@ TEST(AppendixDataSearch, FindOneStrReadsLinesAndTheUnterminatedLast) {
   ASSERT_EQ(buffer.findOneStr(pos, line, sizeof line), 0);
   EXPECT_STREQ(line, "first\r\n");
   ASSERT_EQ(buffer.findOneStr(pos, line, sizeof line), 0);
-  EXPECT_STREQ(line, "second ");   // cut to fit, but pos moves behind the whole line
+  EXPECT_STREQ(line, "second ");  // cut to fit, but pos moves behind the whole line
   EXPECT_EQ(pos, 20);
   ASSERT_EQ(buffer.findOneStr(pos, line, sizeof line), 0);
   EXPECT_STREQ(line, "last");

@@ -56,9 +56,10 @@ TEST_F(IniFileTest, MissingFileReadsAsEmptyAndAnUnwritableOneKeepsChangesInMemor
 }
 
 TEST_F(IniFileTest, ValuesAreTrimmedAndBoolsAreNumbers) {
-  Store("[S]\r\npath =  \t~/my data  \r\neq=a = b\r\nyes=yes\r\ntwo=2\r\nzero=0\r\n"
-        "mixed=12abc\r\nlast= 2.5");
-  EXPECT_EQ(Read("S", "PATH"), "\t~/my data");   // only spaces are trimmed
+  Store(
+      "[S]\r\npath =  \t~/my data  \r\neq=a = b\r\nyes=yes\r\ntwo=2\r\nzero=0\r\n"
+      "mixed=12abc\r\nlast= 2.5");
+  EXPECT_EQ(Read("S", "PATH"), "\t~/my data");  // only spaces are trimmed
   EXPECT_EQ(Read("S", "eq"), "a = b");
   inifiles ini(path_.c_str());
   EXPECT_FALSE(ini.ReadBool("S", "yes", true));
@@ -105,7 +106,8 @@ TEST_F(IniFileTest, WriteAddsWithCrLfChosenByTheBuffersEnd) {
       {"[A]\r\nx=1", "B", "[A]\r\nx=1\r\n[B]\r\nk=v\r\n"},
       {"[A]\r\nx=1", "A", "[A]\r\nx=1\r\nk=v\r\n"},  // a new key becomes the section's last line
       {"[A]\r\nx=1\r\n[B]\r\ny=2\r\n", "A", "[A]\r\nx=1\r\nk=v\r\n[B]\r\ny=2\r\n"},
-      {"[A]\r\n[B]\r\ny=2", "A", "[A]\r\n\r\nk=v\r\n[B]\r\ny=2"},  // the end decides, not the insertion point
+      {"[A]\r\n[B]\r\ny=2", "A",
+       "[A]\r\n\r\nk=v\r\n[B]\r\ny=2"},  // the end decides, not the insertion point
       {"[A]", "A", "[A]\r\nk=v\r\n"},
       {"[A]\r\nk=1", "A", "[A]\r\nk=v\r\n"},
       // A bare header at the end but not at the start: its insertion point lies

@@ -36,23 +36,24 @@ namespace {
 constexpr char kProvider[] = "Crash";
 constexpr char16_t kName[] = u"CRASH";
 constexpr char kCode[] = "CRASH";
-constexpr std::int32_t kLengths[] = {1, 5};      // intraday periods: two files change together
+constexpr std::int32_t kLengths[] = {1, 5};  // intraday periods: two files change together
 constexpr std::int32_t kFirstTime = 1'000'000'000;
-constexpr std::int32_t kSeedStep = 1000;         // between seed records: room for middle inserts
-constexpr std::int32_t kStep = 60;               // between records added at either end
-constexpr int kSeedRecords = 200;                // 199 gaps, a prime
-constexpr int kGapPrime = 7919;                  // spreads middle inserts over the gaps
-constexpr std::int32_t kValueModulus = 100000;   // keeps every value exact in a float
-constexpr int kBigBatchUnit = 50;                // appends: ops 50, 100, 200, 400... are batches of...
-constexpr int kBigBatch = 11000;                 // ...more than the log's direct-append size
-constexpr int kBarUpdates = 8;                   // replaces: versions of a bar before the next
-constexpr int kMaxOps = 1'000'000;               // then the writer idles
+constexpr std::int32_t kSeedStep = 1000;        // between seed records: room for middle inserts
+constexpr std::int32_t kStep = 60;              // between records added at either end
+constexpr int kSeedRecords = 200;               // 199 gaps, a prime
+constexpr int kGapPrime = 7919;                 // spreads middle inserts over the gaps
+constexpr std::int32_t kValueModulus = 100000;  // keeps every value exact in a float
+constexpr int kBigBatchUnit = 50;   // appends: ops 50, 100, 200, 400... are batches of...
+constexpr int kBigBatch = 11000;    // ...more than the log's direct-append size
+constexpr int kBarUpdates = 8;      // replaces: versions of a bar before the next
+constexpr int kMaxOps = 1'000'000;  // then the writer idles
 // Middle and before inserts log the file from the insert on: their log grows
 // with the square of the ops between checkpoints, and must not fill the disk.
 constexpr int kMaxRewritingOps = 1500;
-static_assert(kMaxRewritingOps / (kSeedRecords - 1) < kSeedStep - 1, "middle inserts stay inside their gaps");
+static_assert(kMaxRewritingOps / (kSeedRecords - 1) < kSeedStep - 1,
+              "middle inserts stay inside their gaps");
 constexpr std::int32_t kEveryRecord = 0x7fffffff;
-constexpr std::int32_t kOldest = 2;              // get mode: the oldest count records
+constexpr std::int32_t kOldest = 2;  // get mode: the oldest count records
 
 enum Kind { kAppends, kReplaces, kMiddle, kBefore, kKinds };
 constexpr const char* kKindNames[kKinds] = {"appends", "replaces", "middle", "before"};
@@ -72,7 +73,8 @@ Candle Make(std::int32_t time, int version) {
 bool Same(const Candle& a, const Candle& b) { return std::memcmp(&a, &b, sizeof a) == 0; }
 
 bool Genuine(const Candle& c) {  // the version is the volume
-  return c.time != 0 && c.volume >= 0 && c.volume < kMaxOps && Same(c, Make(c.time, static_cast<int>(c.volume)));
+  return c.time != 0 && c.volume >= 0 && c.volume < kMaxOps &&
+         Same(c, Make(c.time, static_cast<int>(c.volume)));
 }
 
 // The ops of one kind, in order; op 0 is the seed.
@@ -128,9 +130,12 @@ class Store {
     for (std::int32_t length : kLengths) {
       SYMBOL_NAME_PERIOD request{};
       std::string error;
-      if (!MakeSymbolRequest(kProvider, kName, kCode, SYMBOL_PERIOD{'I', length, 0}, &request, &error)) Die(error);
+      if (!MakeSymbolRequest(kProvider, kName, kCode, SYMBOL_PERIOD{'I', length, 0}, &request,
+                             &error))
+        Die(error);
       HostWord handle = 0;
-      if (host_.send(HostMessage::OpenSymbol, Arg(&request), Arg(&handle)) != 0 || handle == 0) Die("open refused");
+      if (host_.send(HostMessage::OpenSymbol, Arg(&request), Arg(&handle)) != 0 || handle == 0)
+        Die("open refused");
       handles_.push_back(handle);
     }
   }
@@ -160,7 +165,9 @@ class Store {
 
  private:
   template <typename T>
-  static HostArg Arg(T* pointer) { return reinterpret_cast<HostArg>(pointer); }
+  static HostArg Arg(T* pointer) {
+    return reinterpret_cast<HostArg>(pointer);
+  }
   static HostWord Word(void* pointer) { return reinterpret_cast<HostWord>(pointer); }
   ModuleHost host_;
   std::vector<HostWord> handles_;  // one per length
@@ -181,7 +188,8 @@ int OpenAcks(const char* path) {
 void Acknowledge(int fd, int op) {
   char line[64];
   const int n = std::snprintf(line, sizeof line, "%d %lld\n", op, MonotonicNs());
-  if (write(fd, line, static_cast<std::size_t>(n)) != n || fdatasync(fd) != 0) Die("cannot write the acks");
+  if (write(fd, line, static_cast<std::size_t>(n)) != n || fdatasync(fd) != 0)
+    Die("cannot write the acks");
 }
 
 // Greatest op acknowledged at all and before cutNs; -1 for none.
@@ -199,7 +207,8 @@ void ReadAcks(const char* path, long long cutNs, int* last, int* beforeCut) {
 bool Equal(const std::map<std::int32_t, Candle>& state, const std::vector<Candle>& records) {
   if (state.size() != records.size()) return false;
   auto it = records.begin();
-  for (const auto& [time, candle] : state) if (!Same(candle, *it++)) return false;
+  for (const auto& [time, candle] : state)
+    if (!Same(candle, *it++)) return false;
   return true;
 }
 
@@ -222,13 +231,15 @@ bool MatchesStream(Kind kind, const std::vector<Candle>& records, int lower, int
 // Empty when the file's records are a state the stream may be in.
 std::string Problem(Kind kind, const std::vector<Candle>& records, int lower, int upper) {
   for (std::size_t i = 0; i < records.size(); ++i) {
-    const std::string which = "record " + std::to_string(i) + " (time " + std::to_string(records[i].time) + ")";
+    const std::string which =
+        "record " + std::to_string(i) + " (time " + std::to_string(records[i].time) + ")";
     if (!Genuine(records[i])) return which + " nobody inserted";
     if (i > 0 && records[i].time <= records[i - 1].time) return which + " out of order";
   }
   if (!MatchesStream(kind, records, lower, upper)) {
-    return std::to_string(records.size()) + " genuine records, but no state of ops " + std::to_string(lower) +
-           " to " + std::to_string(upper) + " (a lost or partly kept insert)";
+    return std::to_string(records.size()) + " genuine records, but no state of ops " +
+           std::to_string(lower) + " to " + std::to_string(upper) +
+           " (a lost or partly kept insert)";
   }
   return "";
 }
@@ -254,7 +265,8 @@ int main(int argc, char** argv) {
   const std::string command = argc > 1 ? argv[1] : "";
   const bool check = command == "check";
   if (argc != (check ? 9 : 7) || (!check && command != "seed" && command != "write")) {
-    Die("usage: crash_writer seed|write KIND MODULE DATA CONFIG ACKS | check KIND MODULE DATA CONFIG ACKS LEVEL CUT_NS");
+    Die("usage: crash_writer seed|write KIND MODULE DATA CONFIG ACKS | check KIND MODULE DATA "
+        "CONFIG ACKS LEVEL CUT_NS");
   }
   int kind = 0;
   while (kind < kKinds && std::strcmp(argv[2], kKindNames[kind]) != 0) ++kind;

@@ -16,7 +16,7 @@
 namespace {
 
 constexpr unsigned long kShutdownRequest = _IOR('X', 125, std::uint32_t);  // FS_IOC_SHUTDOWN
-constexpr std::uint32_t kNoLogFlush = 2;                                   // FS_SHUTDOWN_FLAG_NOLOGFLUSH
+constexpr std::uint32_t kNoLogFlush = 2;  // FS_SHUTDOWN_FLAG_NOLOGFLUSH
 
 }  // namespace
 

@@ -21,7 +21,7 @@ namespace {
 using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 
-constexpr std::uint32_t kDone = 77;           // completion code of every test request
+constexpr std::uint32_t kDone = 77;  // completion code of every test request
 constexpr std::chrono::milliseconds kBudget{1000};
 
 // Serves by recording "g<handle>" and "i<handle>"; a request whose handle is
@@ -87,8 +87,9 @@ int Completion(void*, unsigned int, HostArg, HostArg) {
 
 template <typename Request>
 QueuedCopy<Request> Copy(HostWord handle) {
-  QueuedCopy<Request> copy{std::unique_ptr<Request, FreeDeleter>(static_cast<Request*>(std::calloc(1, sizeof(Request)))),
-                           std::unique_ptr<void, FreeDeleter>(std::malloc(1))};
+  QueuedCopy<Request> copy{
+      std::unique_ptr<Request, FreeDeleter>(static_cast<Request*>(std::calloc(1, sizeof(Request)))),
+      std::unique_ptr<void, FreeDeleter>(std::malloc(1))};
   copy.record->handle = handle;
   copy.record->completionContext = 1;
   copy.record->completionCode = kDone;
@@ -135,7 +136,8 @@ TEST_F(RequestQueueTest, StopWritesQueuedInsertsWithinTheBudgetAndDropsGets) {
   queue_->PostGet(Copy<GET_SYMBOL_DATA_REQUEST>(1));
   ASSERT_TRUE(server_.WaitFor(1));
   queue_->PostGet(Copy<GET_SYMBOL_DATA_REQUEST>(2));
-  for (HostWord handle = 10; handle < 20; ++handle) queue_->PostInsert(Copy<INSERT_SYMBOL_DATA_REQUEST>(handle));
+  for (HostWord handle = 10; handle < 20; ++handle)
+    queue_->PostInsert(Copy<INSERT_SYMBOL_DATA_REQUEST>(handle));
   server_.insertTime = kBudget / 4;
   std::thread opener([&] {
     std::this_thread::sleep_for(kBudget / 3);
@@ -146,14 +148,15 @@ TEST_F(RequestQueueTest, StopWritesQueuedInsertsWithinTheBudgetAndDropsGets) {
   const auto took = Clock::now() - start;
   opener.join();
   const std::vector<std::string> log = server_.log();
-  const int written = static_cast<int>(std::count_if(log.begin(), log.end(), [](auto& e) { return e[0] == 'i'; }));
+  const int written =
+      static_cast<int>(std::count_if(log.begin(), log.end(), [](auto& e) { return e[0] == 'i'; }));
   EXPECT_EQ(report.getsDropped, 1);
   EXPECT_EQ(report.insertsDropped, 10 - written);
   EXPECT_GE(written, 1);
   EXPECT_LT(written, 10);
   EXPECT_FALSE(report.workerLeft);
-  EXPECT_GE(took, kBudget);                  // the last write began before the budget ended
-  EXPECT_LT(took, kBudget + kBudget / 2);    // and was not cut
+  EXPECT_GE(took, kBudget);                // the last write began before the budget ended
+  EXPECT_LT(took, kBudget + kBudget / 2);  // and was not cut
   EXPECT_EQ(log.back(), "commit");
   EXPECT_EQ(completions, 1 + written);
 }

@@ -36,7 +36,8 @@ void SetName(SYMBOL_NAME_PERIOD& request, std::u16string const& name) {
 
 std::u16string NameOf(SYMBOL_NAME_PERIOD const& request) {
   std::u16string name(kHostWideNameUnits, u'\0');
-  std::memcpy(name.data(), reinterpret_cast<const char*>(&request) + offsetof(SYMBOL_NAME_PERIOD, name),
+  std::memcpy(name.data(),
+              reinterpret_cast<const char*>(&request) + offsetof(SYMBOL_NAME_PERIOD, name),
               name.size() * sizeof(char16_t));
   return name.substr(0, name.find(u'\0'));
 }
@@ -45,7 +46,8 @@ SYMBOL_NAME_PERIOD ToRequest(RequestText const& text) {
   SYMBOL_NAME_PERIOD request{};
   SetName(request, text.name);
   std::copy_n(text.code.begin(), std::min(text.code.size(), sizeof(request.code)), request.code);
-  std::copy_n(text.provider.begin(), std::min(text.provider.size(), sizeof(request.provider)), request.provider);
+  std::copy_n(text.provider.begin(), std::min(text.provider.size(), sizeof(request.provider)),
+              request.provider);
   request.period.kind = text.kind;
   request.period.length = text.length;
   return request;
@@ -65,11 +67,12 @@ CSymbol* LinearFind(std::vector<std::pair<QString, CSymbol*>> const& all, QStrin
                     SYMBOL_NAME_PERIOD const& request) {
   const QString name = QString::fromStdU16String(NameOf(request));
   const std::string code(request.code, strnlen(request.code, sizeof(request.code)));
-  const QString provider =
-      QString::fromLocal8Bit(request.provider, qsizetype(strnlen(request.provider, sizeof(request.provider))));
+  const QString provider = QString::fromLocal8Bit(
+      request.provider, qsizetype(strnlen(request.provider, sizeof(request.provider))));
   for (auto const& [key, symbol] : all) {
     if (key == folder && QString::fromUtf16(symbol->name()) == name && code == symbol->code() &&
-        QString::fromUtf16(symbol->providerName()) == provider && symbol->period().kind == request.period.kind &&
+        QString::fromUtf16(symbol->providerName()) == provider &&
+        symbol->period().kind == request.period.kind &&
         (request.period.kind != 'I' || symbol->period().length == request.period.length)) {
       return symbol;
     }
@@ -154,7 +157,8 @@ TEST_F(StoredFilesTest, RegisteredFromTheirHeadersAndLoadedWhenFound) {
 
   SymbolRegistry registry(&owner_, OpenFileCache::kDefaultCapacity);
   std::vector<QString> refused;
-  const int added = registry.AddStoredFiles(folder(), [&](QString const& path, Status const&) { refused.push_back(path); });
+  const int added = registry.AddStoredFiles(
+      folder(), [&](QString const& path, Status const&) { refused.push_back(path); });
   EXPECT_EQ(added, 3);
   EXPECT_EQ(refused, std::vector<QString>{folder() + "/broken.cjd"});
 
@@ -187,12 +191,15 @@ TEST_F(StoredFilesTest, OpenFilesStayWithinTheBound) {
     CSymbol& symbol = *symbols[(round * 5) % kSymbols];
     ASSERT_TRUE(registry.Use(symbol).ok());
     EXPECT_EQ(symbol.GetDataPointCount(), (round * 5) % kSymbols + 1);
-    const auto open = std::count_if(symbols.begin(), symbols.end(), [](CSymbol* s) { return s->file()->IsOpen(); });
+    const auto open = std::count_if(symbols.begin(), symbols.end(),
+                                    [](CSymbol* s) { return s->file()->IsOpen(); });
     EXPECT_LE(std::size_t(open), kBound);
     EXPECT_EQ(registry.openFiles().openCount(), std::size_t(open));
   }
   registry.openFiles().setCapacity(1);
-  EXPECT_EQ(std::count_if(symbols.begin(), symbols.end(), [](CSymbol* s) { return s->file()->IsOpen(); }), 1);
+  EXPECT_EQ(
+      std::count_if(symbols.begin(), symbols.end(), [](CSymbol* s) { return s->file()->IsOpen(); }),
+      1);
 }
 
 }  // namespace

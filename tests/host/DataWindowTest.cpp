@@ -24,7 +24,10 @@ class DataWindowTest : public ProgramTest {
  protected:
   void SetUp() override {
     ASSERT_EQ(run("'" EXPORT_GENERATOR_PATH "' --out export --sample").status, 0);
-    ASSERT_EQ(run("'" DSHOST_PATH "' --module '" DATASTORE_MODULE_PATH "' --data data import export").status, 0);
+    ASSERT_EQ(
+        run("'" DSHOST_PATH "' --module '" DATASTORE_MODULE_PATH "' --data data import export")
+            .status,
+        0);
     ASSERT_TRUE(host_.load(DATASTORE_MODULE_PATH)) << host_.error();
     const std::u16string data = (dir_ / "data").u16string();
     for (std::uint32_t folder : {VD_FOLDER_CONFIG, VD_FOLDER_DATA, VD_FOLDER_IMPORT}) {
@@ -57,8 +60,9 @@ class DataWindowTest : public ProgramTest {
     std::vector<unsigned char> records;
     std::string error;
     host_.setDataSource(kImportProvider);
-    EXPECT_TRUE(ReadRecords(host_, symbol, {kGetNewest, 0, 0, DataWindow::kShownRecords}, &records,
-                            &error)) << error;
+    EXPECT_TRUE(
+        ReadRecords(host_, symbol, {kGetNewest, 0, 0, DataWindow::kShownRecords}, &records, &error))
+        << error;
     host_.setDataSource(kHostProvider);
     return records;
   }
@@ -90,13 +94,15 @@ void AppendBar(std::vector<unsigned char>* records, std::int32_t time, float pri
   records->insert(records->end(), bytes, bytes + sizeof values);
 }
 
-std::int32_t TimeAt(const std::vector<unsigned char>& records, std::size_t size, std::size_t index) {
+std::int32_t TimeAt(const std::vector<unsigned char>& records, std::size_t size,
+                    std::size_t index) {
   std::int32_t time = 0;
   std::memcpy(&time, records.data() + index * size, sizeof time);
   return time;
 }
 
-float ValueAt(const std::vector<unsigned char>& records, std::size_t size, std::size_t index, int view) {
+float ValueAt(const std::vector<unsigned char>& records, std::size_t size, std::size_t index,
+              int view) {
   float value = 0;
   std::memcpy(&value, records.data() + index * size + kRecordTimeBytes + view * kRecordValueBytes,
               sizeof value);
@@ -134,8 +140,8 @@ TEST_F(DataWindowTest, ListsTheImportedSymbolsAndShowsWhatTheModuleHolds) {
   ASSERT_EQ(tree.topLevelItemCount(), 1) << "the host's own folder holds no symbol";
   const QTreeWidgetItem* provider = tree.topLevelItem(0);
   EXPECT_EQ(provider->text(0), kImportProvider);
-  const char* const kListed[][2] = {{"EURUSD", "D"}, {"EURUSD", "I0"}, {"EURUSD", "I5"},
-                                    {"GBPUSD", "D"}, {"USDCHF", "D"}};
+  const char* const kListed[][2] = {
+      {"EURUSD", "D"}, {"EURUSD", "I0"}, {"EURUSD", "I5"}, {"GBPUSD", "D"}, {"USDCHF", "D"}};
   ASSERT_EQ(provider->childCount(), int(std::size(kListed)));
   EXPECT_EQ(window.table()->rowCount(), 0) << "nothing is chosen yet";
   for (int i = 0; i < provider->childCount(); ++i) {
@@ -174,7 +180,8 @@ TEST_F(DataWindowTest, RefreshShowsNewRecordsAndSymbols) {
 
   window.refresh();
   EXPECT_EQ(window.tree()->topLevelItem(0)->childCount(), 6);
-  EXPECT_EQ(window.tree()->currentItem(), SymbolItem(*window.tree(), "EURUSD", "D")) << "still chosen";
+  EXPECT_EQ(window.tree()->currentItem(), SymbolItem(*window.tree(), "EURUSD", "D"))
+      << "still chosen";
   ASSERT_EQ(window.table()->rowCount(), before + 1);
   ExpectRow(*window.table(), before, added, bars, 0);
 

@@ -37,8 +37,8 @@ class DshostChartTest : public ProgramTest {
 // Candles of bars and a line of ticks, each a full picture.
 TEST_F(DshostChartTest, DrawsBarsAndTicksOfAnImportedSymbol) {
   for (const char* symbol : {"EURUSD D", "EURUSD I5 --last 50", "EURUSD I0"}) {
-    const Outcome chart = dshost(std::string("--provider QUENDAL chart ") + symbol +
-                                 " --code Bid --out chart.png");
+    const Outcome chart =
+        dshost(std::string("--provider QUENDAL chart ") + symbol + " --code Bid --out chart.png");
     ASSERT_EQ(chart.status, 0) << symbol << ": " << chart.err;
     const QImage image = picture("chart.png");
     EXPECT_EQ(image.size(), QSize(960, 540)) << symbol;

@@ -70,7 +70,8 @@ class DshostImportTest : public ProgramTest {
  protected:
   // dshost with its data in "data"; import takes the importer's provider.
   Outcome dshost(const std::string& arguments, const std::string& zone = "UTC") {
-    return run("TZ=" + zone + " '" DSHOST_PATH "' --module '" DATASTORE_MODULE_PATH "' --data data " + arguments);
+    return run("TZ=" + zone +
+               " '" DSHOST_PATH "' --module '" DATASTORE_MODULE_PATH "' --data data " + arguments);
   }
   Outcome get(const std::string& symbolAndPeriod) {
     return dshost("--provider QUENDAL get " + symbolAndPeriod + " --code Bid");
@@ -112,8 +113,9 @@ TEST_F(DshostImportTest, EveryInstrumentOfMasterAndXmasterIsStored) {
       EXPECT_EQ(closes.front(), listed.firstClose) << listed.symbol;
     }
   }
-  EXPECT_EQ(report.back(), "Imported " + std::to_string(stored) + " instruments, " + std::to_string(points) +
-                               " points stored; skipped " + std::to_string(300 - stored) + ".");
+  EXPECT_EQ(report.back(), "Imported " + std::to_string(stored) + " instruments, " +
+                               std::to_string(points) + " points stored; skipped " +
+                               std::to_string(300 - stored) + ".");
 }
 
 // The same directory imported under three zones gives the same bytes.
@@ -125,7 +127,8 @@ TEST_F(DshostImportTest, StoredFilesDoNotDependOnTheTimeZone) {
     ASSERT_EQ(dshost("import export", zone).status, 0) << zone;
     std::map<std::string, std::string> files;
     for (const auto& entry : std::filesystem::recursive_directory_iterator(dir_ / "data")) {
-      if (entry.path().extension() == ".cjd") files[entry.path().filename().string()] = ReadFile(entry.path());
+      if (entry.path().extension() == ".cjd")
+        files[entry.path().filename().string()] = ReadFile(entry.path());
     }
     EXPECT_EQ(files.size(), 7u) << zone;  // the sample without USDJPY, W and I60
     folders.push_back(files);
@@ -137,9 +140,9 @@ TEST_F(DshostImportTest, StoredFilesDoNotDependOnTheTimeZone) {
 // Zero-filled tails and counts larger than the file add no bar; two symbols
 // that share a first word stay apart.
 TEST_F(DshostImportTest, TailsCountsAndNamesAsOtherProgramsWriteThem) {
-  const std::vector<Listed> listing =
-      generate("--instrument 'BRK A,D,7,620000' --instrument 'BRK B,D,7,410' --instrument ' SPY ,D' "
-               "--records 30 --tail 3 --header-count-extra 2");
+  const std::vector<Listed> listing = generate(
+      "--instrument 'BRK A,D,7,620000' --instrument 'BRK B,D,7,410' --instrument ' SPY ,D' "
+      "--records 30 --tail 3 --header-count-extra 2");
   ASSERT_EQ(listing.size(), 3u);
   const Outcome imported = dshost("import export");
   ASSERT_EQ(imported.status, 0) << imported.err;
@@ -163,7 +166,9 @@ TEST_F(DshostImportTest, NothingToImportFailsWithTheReason) {
   generate("--instrument X,D --instrument Y,I5 --missing 1 --missing 2");
   const Outcome imported = dshost("import export");
   EXPECT_EQ(imported.status, 1);
-  EXPECT_NE(imported.out.find("Skipped X \"X daily\" D: missing data file F1.dat\n"), std::string::npos) << imported.out;
+  EXPECT_NE(imported.out.find("Skipped X \"X daily\" D: missing data file F1.dat\n"),
+            std::string::npos)
+      << imported.out;
 }
 
 TEST_F(DshostImportTest, ScreenshotIsAPictureOfTheDialog) {

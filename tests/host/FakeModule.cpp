@@ -37,7 +37,8 @@ FAKE_EXPORT int ReceiveMessage(void*, unsigned int message, HostArg a, HostArg) 
     case kFakeLastReceived: *reinterpret_cast<FakeReceived*>(a) = gState.received; return 0;
     case HostMessage::ReceiveEvent:
       ++gState.received.events;
-      std::memcpy(&gState.received.event, reinterpret_cast<void*>(a), sizeof(INCOMING_EVENT_RECORD));
+      std::memcpy(&gState.received.event, reinterpret_cast<void*>(a),
+                  sizeof(INCOMING_EVENT_RECORD));
       break;
     case HostMessage::MenuItemPressed:
       ++gState.received.presses;

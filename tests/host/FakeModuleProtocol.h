@@ -7,20 +7,20 @@
 
 #include "HostBoundary.h"
 
-constexpr unsigned int kFakeForward = 1;            // a: FakeCall*; calls the host, returns its result
-constexpr unsigned int kFakeLastReceived = 2;       // a: FakeReceived* to fill
+constexpr unsigned int kFakeForward = 1;       // a: FakeCall*; calls the host, returns its result
+constexpr unsigned int kFakeLastReceived = 2;  // a: FakeReceived* to fill
 
 struct FakeCall {
-  unsigned int message;            // message to send to the host
-  HostArg a;                       // its arguments
+  unsigned int message;  // message to send to the host
+  HostArg a;             // its arguments
   HostArg b;
 };
 
 struct FakeReceived {
-  int events = 0;                  // ReceiveEvent messages so far
-  INCOMING_EVENT_RECORD event{};   // the last one
-  int presses = 0;                 // MenuItemPressed messages so far
-  mm_menu_item item{};             // the last one
+  int events = 0;                 // ReceiveEvent messages so far
+  INCOMING_EVENT_RECORD event{};  // the last one
+  int presses = 0;                // MenuItemPressed messages so far
+  mm_menu_item item{};            // the last one
 };
 
 #endif  // DATASTORE_TESTS_HOST_FAKEMODULEPROTOCOL_H_

@@ -17,7 +17,8 @@ namespace {
 
 // The codes in the first column of the table rows between the lines that
 // start with `from` and `to`; "3503, 3506" names two, "any other" none.
-std::set<unsigned int> TableCodes(std::string const& readme, std::string const& from, std::string const& to) {
+std::set<unsigned int> TableCodes(std::string const& readme, std::string const& from,
+                                  std::string const& to) {
   const std::size_t start = readme.find("\n" + from);
   const std::size_t end = readme.find("\n" + to, start);
   EXPECT_NE(start, std::string::npos) << from;

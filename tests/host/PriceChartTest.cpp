@@ -79,8 +79,9 @@ QRgb MainColour(const QImage& image, const QRect& part) {
       if (QColor(image.pixel(x, y)).hsvSaturation() > 128) ++counts[image.pixel(x, y)];
     }
   }
-  const auto most = std::max_element(counts.begin(), counts.end(),
-                                     [](const auto& a, const auto& b) { return a.second < b.second; });
+  const auto most =
+      std::max_element(counts.begin(), counts.end(),
+                       [](const auto& a, const auto& b) { return a.second < b.second; });
   return most == counts.end() ? 0 : most->first;
 }
 
@@ -116,8 +117,8 @@ TEST(DataWindowFileNames, NamePeriodAndCodeOfAFileName) {
     EXPECT_EQ(symbol.period, period) << file;
     EXPECT_EQ(symbol.code, code) << file;
   }
-  for (const char* file : {"EURUSD.cjd", "EURUSD_D_.cjd", "_D_Bid.cjd", "X_Q_Bid.cjd",
-                           "X_I_Bid.cjd", "X_D_Bid.txt"}) {
+  for (const char* file :
+       {"EURUSD.cjd", "EURUSD_D_.cjd", "_D_Bid.cjd", "X_Q_Bid.cjd", "X_I_Bid.cjd", "X_D_Bid.txt"}) {
     StoredSymbol symbol;
     EXPECT_FALSE(ParseSymbolFileName(QString::fromUtf8(file), &symbol)) << file;
   }

@@ -33,8 +33,8 @@ class ProgramTest : public ::testing::Test {
   // Runs command (shell words) in dir_, input on its standard input.
   Outcome run(const std::string& command, const std::string& input = "") {
     std::ofstream(dir_ / "stdin.txt") << input;
-    const std::string line = "cd '" + dir_.string() + "' && " + command +
-                             " < stdin.txt > stdout.txt 2> stderr.txt";
+    const std::string line =
+        "cd '" + dir_.string() + "' && " + command + " < stdin.txt > stdout.txt 2> stderr.txt";
     const int raw = std::system(line.c_str());
     return {WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, ReadFile(dir_ / "stdout.txt"),
             ReadFile(dir_ / "stderr.txt")};

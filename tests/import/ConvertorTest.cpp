@@ -46,7 +46,8 @@ class KeyTranslator : public QTranslator {
 };
 
 CModule& TestModule() {
-  static CModule module("Import test", 1, 2, 3, "CImportTest", QString::fromLatin1(kTranslationContext));
+  static CModule module("Import test", 1, 2, 3, "CImportTest",
+                        QString::fromLatin1(kTranslationContext));
   return module;
 }
 
@@ -60,7 +61,8 @@ struct Host {
 } host;
 
 int RecordLog(LogRecord* record) {
-  host.logs << QString::fromUtf16(reinterpret_cast<const char16_t*>(record->text));  // NUL-terminated
+  host.logs << QString::fromUtf16(
+      reinterpret_cast<const char16_t*>(record->text));  // NUL-terminated
   return 0;
 }
 
@@ -70,7 +72,9 @@ int RecordCall(void* context, unsigned int message, HostArg a, HostArg) {
   if (message == HostMessage::GetInterface || message == HostMessage::GetMainMenu) {
     const char* names = reinterpret_cast<const char*>(a);  // at 0, 255 and 510
     const auto* record = reinterpret_cast<const INTERFACE_REQUEST_RECORD*>(a);
-    call += QString(": %1|%2|%3 %4").arg(names, names + 255, names + 510).arg(std::uint32_t{record->one});
+    call += QString(": %1|%2|%3 %4")
+                .arg(names, names + 255, names + 510)
+                .arg(std::uint32_t{record->one});
   }
   if (message == HostMessage::SetMenuParent) {
     const auto* record = reinterpret_cast<const MENU_PARENT_RECORD*>(a);
@@ -88,7 +92,8 @@ int RecordCall(void* context, unsigned int message, HostArg a, HostArg) {
   if (message == HostMessage::UseWorkFolder && host.useWorkFolder) {
     *reinterpret_cast<std::int32_t*>(a) = *host.useWorkFolder;
   }
-  if (message == HostMessage::GetLogSink) *reinterpret_cast<HostWord*>(a) = reinterpret_cast<HostWord>(&RecordLog);
+  if (message == HostMessage::GetLogSink)
+    *reinterpret_cast<HostWord*>(a) = reinterpret_cast<HostWord>(&RecordLog);
   return 0;
 }
 
@@ -108,13 +113,14 @@ class FakeTarget : public ImportTarget {
   QStringList opened;  // "name code kind length" of every request
   std::vector<Insert> inserts;
   std::vector<void*> closed;
-  bool refuseOpen = false;          // leave the handle null
-  bool throwOnFirstInsert = false;  // throw std::runtime_error once
-  unsigned int storedPointSize = 0; // the record size of the opened symbols; 0: whatever is given
-  std::function<void()> onOpen;     // runs inside OpenSymbol
+  bool refuseOpen = false;           // leave the handle null
+  bool throwOnFirstInsert = false;   // throw std::runtime_error once
+  unsigned int storedPointSize = 0;  // the record size of the opened symbols; 0: whatever is given
+  std::function<void()> onOpen;      // runs inside OpenSymbol
 
   int OpenSymbol(SYMBOL_NAME_PERIOD* request, void** handle) override {
-    const QString period = QChar::fromLatin1(request->period.kind) + QString::number(request->period.length);
+    const QString period =
+        QChar::fromLatin1(request->period.kind) + QString::number(request->period.length);
     opened << QString("%1 %2 %3").arg(WideText(&request->name), request->code, period);
     if (onOpen) onOpen();
     if (!refuseOpen) *handle = reinterpret_cast<void*>(opened.size());
@@ -126,7 +132,8 @@ class FakeTarget : public ImportTarget {
   int InsertSymbolDataPost(INSERT_SYMBOL_DATA_REQUEST* request) override {
     if (std::exchange(throwOnFirstInsert, false)) throw std::runtime_error("refused");
     std::vector<Candle> points(static_cast<std::size_t>(request->number));
-    std::memcpy(points.data(), reinterpret_cast<const void*>(request->data), points.size() * sizeof(Candle));
+    std::memcpy(points.data(), reinterpret_cast<const void*>(request->data),
+                points.size() * sizeof(Candle));
     EXPECT_EQ(HostWord{request->completionContext}, 0u);  // no completion call (packed: copied)
     inserts.push_back({reinterpret_cast<void*>(request->handle), points});
     return 0;
@@ -171,9 +178,14 @@ class ConvertorTest : public ::testing::Test {
   // Six entries: three with data (EUR/USD daily, .DJI 15-minute, USD/JPY
   // daily), one without a file, one with R = 0, one holding only its header.
   void WriteExport() {
-    dir_.WriteMaster({{1, 24, 6, 'D', 0, "EUR/USD"}, {2, 28, 7, 'I', 15, ".DJI"}, {3, 24, 6, 'D', 0, "GONE"},
-                      {4, 0, 6, 'D', 0, "ZERO"}, {5, 24, 6, 'D', 0, "EMPTY"}, {6, 24, 6, 'D', 0, "USD/JPY"}});
-    WriteData(1, 24, {{1000103, 2.5f, 3, 2.25f, 2.75f, 1000}, {1000104, 2.75f, 3.5f, 2.5f, 3.25f, 2000}});
+    dir_.WriteMaster({{1, 24, 6, 'D', 0, "EUR/USD"},
+                      {2, 28, 7, 'I', 15, ".DJI"},
+                      {3, 24, 6, 'D', 0, "GONE"},
+                      {4, 0, 6, 'D', 0, "ZERO"},
+                      {5, 24, 6, 'D', 0, "EMPTY"},
+                      {6, 24, 6, 'D', 0, "USD/JPY"}});
+    WriteData(1, 24,
+              {{1000103, 2.5f, 3, 2.25f, 2.75f, 1000}, {1000104, 2.75f, 3.5f, 2.5f, 3.25f, 2000}});
     WriteData(2, 28, {{1000229, 93000, 10500, 10600, 10400, 10550, 300}});
     WriteData(4, 24, {{1000103, 1, 1, 1, 1, 1}});
     WriteData(5, 24, {});
@@ -191,8 +203,8 @@ class ConvertorTest : public ::testing::Test {
     option.initFrom(c().table->viewport());
     option.rect = c().table->visualItemRect(c().table->item(row, 0));
     option.features = QStyleOptionViewItem::HasCheckIndicator;
-    const QRect box =
-        c().table->style()->subElementRect(QStyle::SE_ItemViewItemCheckIndicator, &option, c().table);
+    const QRect box = c().table->style()->subElementRect(QStyle::SE_ItemViewItemCheckIndicator,
+                                                         &option, c().table);
     QTest::mouseClick(c().table->viewport(), Qt::LeftButton, {}, box.center());
   }
   ConvertorControls const& c() const { return convertor_.controls(); }
@@ -205,11 +217,13 @@ class ConvertorTest : public ::testing::Test {
     return texts;
   }
   QString cell(int row, int column) const { return c().table->item(row, column)->text(); }
-  int checkState(int row) const { return c().table->item(row, 0)->data(Qt::CheckStateRole).toInt(); }
+  int checkState(int row) const {
+    return c().table->item(row, 0)->data(Qt::CheckStateRole).toInt();
+  }
   QList<int> checkStates() const { return {checkState(0), checkState(1), checkState(5)}; }
   ButtonStates buttons() const {
-    return {c().selectAllButton->isEnabled(), c().deselectButton->isEnabled(), c().invertButton->isEnabled(),
-            c().okButton->isEnabled()};
+    return {c().selectAllButton->isEnabled(), c().deselectButton->isEnabled(),
+            c().invertButton->isEnabled(), c().okButton->isEnabled()};
   }
 
   ExportDir dir_;
@@ -221,9 +235,10 @@ class ConvertorTest : public ::testing::Test {
 
 TEST_F(ConvertorTest, MenuEntryIsRegisteredThroughTheHostMenuProtocol) {
   convertor_.CreateMenuConvertor();
-  EXPECT_EQ(host.calls, QStringList({"3001: MAINWINDOW|QUENDAL| 1", "3002: MAINMENU|QUENDAL|quendalMainMenu 1",
-                                     "3001: MAINWINDOW|QUENDAL| 1", "5503: C0030Propes 0 3", "5500",
-                                     "5508: tr:M0150... owner 77"}));
+  EXPECT_EQ(host.calls,
+            QStringList({"3001: MAINWINDOW|QUENDAL| 1", "3002: MAINMENU|QUENDAL|quendalMainMenu 1",
+                         "3001: MAINWINDOW|QUENDAL| 1", "5503: C0030Propes 0 3", "5500",
+                         "5508: tr:M0150... owner 77"}));
 }
 
 TEST_F(ConvertorTest, DialogOpensOnTheMainWindowWithOnlyBrowseAndRejectUsable) {
@@ -249,8 +264,10 @@ TEST_F(ConvertorTest, DialogOpensOnTheMainWindowWithOnlyBrowseAndRejectUsable) {
   EXPECT_TRUE(c().browseButton->isEnabled() && c().rejectButton->isEnabled());
   EXPECT_EQ(buttons(), (ButtonStates{false, false, false, false}));
   QStringList headers;
-  for (int i = 0; i < c().table->columnCount(); ++i) headers << c().table->horizontalHeaderItem(i)->text();
-  EXPECT_EQ(headers, QStringList({"", "tr:C0028Name", "tr:M0176", "tr:Tra0010", "tr:Tra0011", "tr:C0075Type"}));
+  for (int i = 0; i < c().table->columnCount(); ++i)
+    headers << c().table->horizontalHeaderItem(i)->text();
+  EXPECT_EQ(headers, QStringList({"", "tr:C0028Name", "tr:M0176", "tr:Tra0010", "tr:Tra0011",
+                                  "tr:C0075Type"}));
 
   convertor_.pressMenuItem(nullptr);  // already open: the same dialog
   EXPECT_EQ(c().dialog, dialog);
@@ -263,14 +280,16 @@ TEST_F(ConvertorTest, TableListsTheEntriesAndTheButtonsFollowTheirCheckStates) {
   Open();
   ASSERT_EQ(c().table->rowCount(), 6);
   for (int row : {2, 3, 4}) EXPECT_TRUE(c().table->isRowHidden(row)) << row;
-  const std::pair<int, QStringList> visible[] = {{0, {"EUR/USD", "D", "03.01.00", "04.01.00"}},
-                                                 {1, {".DJI", "I  15", "29.02.00 09:30:00", "29.02.00 09:30:00"}},
-                                                 {5, {"USD/JPY", "D", "31.12.99", "31.12.99"}}};
+  const std::pair<int, QStringList> visible[] = {
+      {0, {"EUR/USD", "D", "03.01.00", "04.01.00"}},
+      {1, {".DJI", "I  15", "29.02.00 09:30:00", "29.02.00 09:30:00"}},
+      {5, {"USD/JPY", "D", "31.12.99", "31.12.99"}}};
   for (auto const& [row, texts] : visible) {
     SCOPED_TRACE(row);
     EXPECT_FALSE(c().table->isRowHidden(row));
     // Symbols as the index holds them: padded to 17 bytes.
-    EXPECT_EQ(QStringList({cell(row, 1).trimmed(), cell(row, 2), cell(row, 3), cell(row, 4)}), texts);
+    EXPECT_EQ(QStringList({cell(row, 1).trimmed(), cell(row, 2), cell(row, 3), cell(row, 4)}),
+              texts);
     EXPECT_EQ(checkState(row), Qt::Checked);
     EXPECT_TRUE(c().table->item(row, 0)->flags() & Qt::ItemIsUserCheckable);
   }
@@ -311,7 +330,8 @@ TEST_F(ConvertorTest, ColumnsFitTheirContentsWithinTheTable) {
   WriteExport();
   Open();
   QTableWidget* table = c().table;
-  EXPECT_GT(table->columnWidth(CConvertor::kPeriodColumn), table->fontMetrics().horizontalAdvance(cell(1, 2)));
+  EXPECT_GT(table->columnWidth(CConvertor::kPeriodColumn),
+            table->fontMetrics().horizontalAdvance(cell(1, 2)));
   EXPECT_GE(table->columnWidth(CConvertor::kSymbolColumn), 60);
   const int typeEnd = table->columnViewportPosition(CConvertor::kPriceTypeColumn) +
                       table->columnWidth(CConvertor::kPriceTypeColumn);
@@ -327,8 +347,10 @@ TEST_F(ConvertorTest, RowsOfMasterThenXmasterWithLongNames) {
     ExportIndexRecord record{number, 24, 6, 'D', 0, "S" + QByteArray::number(number)};
     record.name = "Name " + QByteArray::number(number);
     (number <= 255 ? master : extra).push_back(record);
-    const QString file = number <= 255 ? QString("F%1.dat").arg(number) : QString("F%1.MWD").arg(number);
-    dir_.Write(file, EncodeDataFile(24, {{MbfWord(1000103), MbfWord(2.5f), 0, 0, MbfWord(2.75f), 0}}));
+    const QString file =
+        number <= 255 ? QString("F%1.dat").arg(number) : QString("F%1.MWD").arg(number);
+    dir_.Write(file,
+               EncodeDataFile(24, {{MbfWord(1000103), MbfWord(2.5f), 0, 0, MbfWord(2.75f), 0}}));
   }
   dir_.WriteMaster(master);
   dir_.Write("EMASTER", EncodeEmaster(master));
@@ -342,12 +364,14 @@ TEST_F(ConvertorTest, RowsOfMasterThenXmasterWithLongNames) {
     EXPECT_EQ(cell(row, 4), "03.01.00");
   }
   for (int column : {CConvertor::kFirstDateColumn, CConvertor::kLastDateColumn}) {
-    EXPECT_GT(c().table->columnWidth(column), c().table->fontMetrics().horizontalAdvance("03.01.00"));
+    EXPECT_GT(c().table->columnWidth(column),
+              c().table->fontMetrics().horizontalAdvance("03.01.00"));
   }
   Click(c().okButton);
   EXPECT_EQ(target_.inserts.size(), 300u);
   EXPECT_EQ(target_.opened.value(299), "S300 Bid D0");
-  EXPECT_EQ(convertor_.lastReport().Lines().value(299), "Imported S300 \"Name 300\" D Bid: 1 points");
+  EXPECT_EQ(convertor_.lastReport().Lines().value(299),
+            "Imported S300 \"Name 300\" D Bid: 1 points");
 }
 
 TEST_F(ConvertorTest, DirectoryLineReadsADirectoryOrAsksForOne) {
@@ -377,8 +401,9 @@ TEST_F(ConvertorTest, DirectoryLineReadsADirectoryOrAsksForOne) {
   convertor_.readMakeFile(dir_.path() + "/folder");
   EXPECT_EQ(c().table->rowCount(), 0);
   EXPECT_TRUE(c().reportView->isVisible());
-  EXPECT_EQ(c().reportView->toPlainText(),
-            "No importable instrument in " + QDir::toNativeSeparators(dir_.path() + "/folder") + ".");
+  EXPECT_EQ(
+      c().reportView->toPlainText(),
+      "No importable instrument in " + QDir::toNativeSeparators(dir_.path() + "/folder") + ".");
   EXPECT_EQ(buttons(), (ButtonStates{false, false, false, false}));
 
   convertor_.readMakeFile(QStringLiteral("C:\\export\\daily"));
@@ -404,9 +429,9 @@ TEST_F(ConvertorTest, OkImportsTheCheckedRowsThenReports) {
   int maximum = 0;
   target_.onOpen = [&] {
     EXPECT_TRUE(convertor_.isBusy());
-    for (QWidget* w : std::initializer_list<QWidget*>{c().directoryLine, c().browseButton, c().table,
-                                                      c().selectAllButton, c().deselectButton,
-                                                      c().invertButton, c().okButton, c().rejectButton}) {
+    for (QWidget* w : std::initializer_list<QWidget*>{
+             c().directoryLine, c().browseButton, c().table, c().selectAllButton,
+             c().deselectButton, c().invertButton, c().okButton, c().rejectButton}) {
       EXPECT_FALSE(w->isEnabled());
     }
     EXPECT_FALSE(c().dialog->close());
@@ -416,7 +441,8 @@ TEST_F(ConvertorTest, OkImportsTheCheckedRowsThenReports) {
   };
   Click(c().okButton);
 
-  EXPECT_EQ(maximum, QFileInfo(dir_.FilePath("F1.dat")).size() + QFileInfo(dir_.FilePath("F2.dat")).size());
+  EXPECT_EQ(maximum,
+            QFileInfo(dir_.FilePath("F1.dat")).size() + QFileInfo(dir_.FilePath("F2.dat")).size());
   EXPECT_EQ(target_.opened, QStringList({"EUR/USD Bid D0", ".DJI Proc I15"}));
   ASSERT_EQ(target_.inserts.size(), 2u);
   EXPECT_EQ(target_.inserts[0].points,
@@ -425,12 +451,14 @@ TEST_F(ConvertorTest, OkImportsTheCheckedRowsThenReports) {
   EXPECT_EQ(target_.inserts[1].points,
             (std::vector<Candle>{
                 {UtcSeconds(QDate(2000, 2, 29), QTime(9, 30)), 10500, 10600, 10400, 10550, 300}}));
-  EXPECT_EQ(target_.closed, (std::vector<void*>{target_.inserts[0].handle, target_.inserts[1].handle}));
+  EXPECT_EQ(target_.closed,
+            (std::vector<void*>{target_.inserts[0].handle, target_.inserts[1].handle}));
   EXPECT_FALSE(convertor_.isBusy());
 
   // The report stands where the table was, and in the host log; only Reject
   // and the directory controls stay usable.
-  const QStringList report = {"Imported EUR/USD D Bid: 2 points", "Imported .DJI I15 Proc: 1 points",
+  const QStringList report = {"Imported EUR/USD D Bid: 2 points",
+                              "Imported .DJI I15 Proc: 1 points",
                               "Skipped GONE D: missing data file F3.dat",
                               "Skipped ZERO D: unreadable records in F4.dat",
                               "Skipped EMPTY D: no records in F5.dat",
@@ -442,7 +470,8 @@ TEST_F(ConvertorTest, OkImportsTheCheckedRowsThenReports) {
   EXPECT_EQ(host.logs, report);
   EXPECT_EQ(c().dialog->property(CConvertor::kImportedProperty).toInt(), 2);
   EXPECT_EQ(buttons(), (ButtonStates{false, false, false, false}));
-  EXPECT_TRUE(c().rejectButton->isEnabled() && c().browseButton->isEnabled() && c().directoryLine->isEnabled());
+  EXPECT_TRUE(c().rejectButton->isEnabled() && c().browseButton->isEnabled() &&
+              c().directoryLine->isEnabled());
 
   // Reading a directory again brings the table back.
   QTest::keyClick(c().directoryLine, Qt::Key_Return);
@@ -456,8 +485,9 @@ TEST_F(ConvertorTest, AFolderWithoutImportableInstrumentsSaysSo) {
   dir_.WriteMaster({{1, 24, 6, 'D', 0, "GONE"}, {2, 24, 6, 'D', 0, "EMPTY"}});
   WriteData(2, 24, {});
   Open();
-  const QStringList message = {"No importable instrument in " + QDir::toNativeSeparators(dir_.path()) + ".",
-                               "Skipped GONE D: missing data file F1.dat", "Skipped EMPTY D: no records in F2.dat"};
+  const QStringList message = {
+      "No importable instrument in " + QDir::toNativeSeparators(dir_.path()) + ".",
+      "Skipped GONE D: missing data file F1.dat", "Skipped EMPTY D: no records in F2.dat"};
   EXPECT_TRUE(c().reportView->isVisible());
   EXPECT_EQ(c().reportView->toPlainText(), message.join('\n'));
   EXPECT_EQ(host.logs, message);
@@ -494,7 +524,8 @@ TEST_F(ConvertorTest, RowsTheStoreRefusesAreSkippedWithTheirReason) {
   EXPECT_EQ(otherLayout.opened.size(), 3);
   EXPECT_TRUE(otherLayout.inserts.empty());
   EXPECT_EQ(otherLayout.closed.size(), 3u);
-  EXPECT_EQ(convertor_.lastReport().Lines().value(0), "Skipped EUR/USD D: stored before with another record size");
+  EXPECT_EQ(convertor_.lastReport().Lines().value(0),
+            "Skipped EUR/USD D: stored before with another record size");
 }
 
 // Two entries with one symbol and period are each read with their own

@@ -16,8 +16,9 @@
 namespace {
 
 const QDate kDay(2015, 1, 2);
-const std::int32_t kDaySeconds = 1420156800;                    // 2015-01-02 00:00 UTC
-const std::int32_t kBarSeconds = kDaySeconds + 9 * 3600 + 1800;  // 09:30, the time of an intraday Row()
+const std::int32_t kDaySeconds = 1420156800;  // 2015-01-02 00:00 UTC
+const std::int32_t kBarSeconds =
+    kDaySeconds + 9 * 3600 + 1800;  // 09:30, the time of an intraday Row()
 
 // The entry a MASTER record gives, its data file in dir.
 IndexEntry Entry(ExportDir const& dir, ExportIndexRecord const& record) {
@@ -33,13 +34,13 @@ IndexEntry Entry(ExportDir const& dir, ExportIndexRecord const& record) {
   return entry;
 }
 
-
 template <typename Point>
 std::vector<Point> PointsOf(ConvertedInstrument const& converted) {
   EXPECT_EQ(converted.pointSize, sizeof(Point));
   EXPECT_EQ(converted.points.size(), converted.pointCount * sizeof(Point));
   std::vector<Point> points(converted.points.size() / sizeof(Point));
-  std::memcpy(static_cast<void*>(points.data()), converted.points.data(), points.size() * sizeof(Point));
+  std::memcpy(static_cast<void*>(points.data()), converted.points.data(),
+              points.size() * sizeof(Point));
   return points;
 }
 constexpr auto Candles = &PointsOf<CCandleDataPoint>;
@@ -61,12 +62,14 @@ std::vector<std::uint32_t> Row(bool intraday, int fields) {
 class ConversionTest : public PinnedTimeZone {
  protected:
   // Converts the file of `record` with its own layout.
-  bool ConvertFile(ExportIndexRecord const& record, ConvertedInstrument& out, QString const& priceType = "Bid",
-                   ConversionProgress const& progress = {}) {
-    return ConvertInstrument(Entry(dir, record), priceType, out, progress) == ConversionOutcome::kConverted;
+  bool ConvertFile(ExportIndexRecord const& record, ConvertedInstrument& out,
+                   QString const& priceType = "Bid", ConversionProgress const& progress = {}) {
+    return ConvertInstrument(Entry(dir, record), priceType, out, progress) ==
+           ConversionOutcome::kConverted;
   }
   // Writes F1.dat with R = recordLength and converts it as `record` says.
-  ConvertedInstrument Convert(ExportIndexRecord record, std::vector<std::vector<std::uint32_t>> const& rows,
+  ConvertedInstrument Convert(ExportIndexRecord record,
+                              std::vector<std::vector<std::uint32_t>> const& rows,
                               bool expectConverted = true) {
     record.fileNumber = 1;
     dir.WriteData(1, record.recordLength, rows);
@@ -104,16 +107,18 @@ TEST_F(ConversionTest, FieldMapsByLetterAndFieldCount) {
   for (Case const& c : cases) {
     SCOPED_TRACE(testing::Message() << c.letter << c.fields);
     const bool intraday = c.letter == 'I';
-    const auto candles =
-        Candles(Convert({1, 4 * c.fields, c.fields, c.letter, 5, "EURUSD"}, {Row(intraday, c.fields)}));
+    const auto candles = Candles(
+        Convert({1, 4 * c.fields, c.fields, c.letter, 5, "EURUSD"}, {Row(intraday, c.fields)}));
     ASSERT_EQ(candles.size(), 1u);
     EXPECT_EQ(PricesOf(candles[0]), c.prices);
     EXPECT_EQ(candles[0].time, intraday ? kBarSeconds : kDaySeconds);
   }
 
   // Prices out of MBF range read as 0.
-  const std::vector<std::uint32_t> outOfRange = {MbfDate(kDay), 0x01000000, MbfWord(1.5f), 0x02FFFFFF, 0};
-  EXPECT_EQ(PricesOf(Candles(Convert({1, 28, 7, 'D', 0, "X"}, {outOfRange}))[0]), (Prices{0, 1.5f, 0, 0, 0}));
+  const std::vector<std::uint32_t> outOfRange = {MbfDate(kDay), 0x01000000, MbfWord(1.5f),
+                                                 0x02FFFFFF, 0};
+  EXPECT_EQ(PricesOf(Candles(Convert({1, 28, 7, 'D', 0, "X"}, {outOfRange}))[0]),
+            (Prices{0, 1.5f, 0, 0, 0}));
 }
 
 // ---------------------------------------------------------------------------
@@ -130,13 +135,13 @@ TEST_F(ConversionTest, RecordsAreThoseTheHeaderCountsAndTheFileHolds) {
   };
   const Case cases[] = {
       {WithHeaderCount(file, 4), 3},
-      {WithHeaderCount(file, 0), 3},                   // 0: the file's size decides
-      {WithHeaderCount(file, 3), 2},                   // fewer counted than held
-      {WithHeaderCount(file, 40), 3},                  // more counted than held
-      {WithHeaderCount(file + zeroTail, 4), 3},        // a zero-filled tail is not data
+      {WithHeaderCount(file, 0), 3},                           // 0: the file's size decides
+      {WithHeaderCount(file, 3), 2},                           // fewer counted than held
+      {WithHeaderCount(file, 40), 3},                          // more counted than held
+      {WithHeaderCount(file + zeroTail, 4), 3},                // a zero-filled tail is not data
       {WithHeaderCount(file + QByteArray(27, '\x81'), 0), 3},  // a partial record is not read
-      {WithHeaderCount(file, 1), 0},                   // none counted
-      {EncodeDataFile(28, {}), 0},                     // the header record only
+      {WithHeaderCount(file, 1), 0},                           // none counted
+      {EncodeDataFile(28, {}), 0},                             // the header record only
   };
   for (Case const& c : cases) {
     dir.Write("F1.dat", c.bytes);
@@ -155,7 +160,8 @@ TEST_F(ConversionTest, RecordsAreThoseTheHeaderCountsAndTheFileHolds) {
   dir.WriteData(0, 28, {Row(false, 7)});
   ConvertedInstrument converted;
   EXPECT_TRUE(ConvertFile({0, 28, 7, 'D', 0, "X"}, converted));
-  EXPECT_EQ(ConvertInstrument(Entry(dir, {9, 28, 7, 'D', 0, "X"}), "Bid", converted), ConversionOutcome::kMissingFile);
+  EXPECT_EQ(ConvertInstrument(Entry(dir, {9, 28, 7, 'D', 0, "X"}), "Bid", converted),
+            ConversionOutcome::kMissingFile);
   EXPECT_EQ(converted.pointCount, 0);
   EXPECT_TRUE(converted.points.empty());
 }
@@ -174,7 +180,8 @@ TEST_F(ConversionTest, TimesAreUtcUnderAnyZone) {
   for (int minute = 0; minute < 60; minute += 5) expected.push_back(1711850400 + minute * 60);
   expected.push_back(1645747200);
   expected.push_back(1721001600);
-  for (const char* zone : {"UTC", "Europe/Berlin", "Asia/Amman", "CET-1CEST,M3.5.0,M10.5.0/3", ""}) {
+  for (const char* zone :
+       {"UTC", "Europe/Berlin", "Asia/Amman", "CET-1CEST,M3.5.0,M10.5.0/3", ""}) {
     Pin(zone);
     const auto candles = Candles(Convert({1, 32, 8, 'I', 5, "EURUSD"}, rows));
     std::vector<std::int32_t> times;
@@ -192,7 +199,7 @@ TEST_F(ConversionTest, UndecodableRecordsAreSkippedAndCounted) {
       {MbfWord(12345.0f), MbfTime(QTime(1, 0))},    // five digits
       {MbfWord(2991231.0f), 0},                     // 2199 does not fit 32 bits
       {MbfDate(kDay), MbfTime(QTime(9, 30))},
-      {MbfDate(kDay), MbfWord(1234567.0f)},         // seven digits
+      {MbfDate(kDay), MbfWord(1234567.0f)},  // seven digits
   };
   const ConvertedInstrument converted = Convert({1, 32, 8, 'I', 1, "EURUSD"}, rows);
   EXPECT_EQ(converted.skippedRecords, 6);
@@ -290,8 +297,8 @@ TEST_F(ConversionTest, AMillionTicksReportProgressSparingly) {
   QDateTime moment(kDay, QTime(0, 0), Qt::UTC);
   for (int k = 0; k < kPoints; ++k) {
     if (k % 3 == 0) moment = moment.addSecs(1);  // three ticks per second
-    file += EncodeDataRecord(32, {MbfDate(moment.date()), MbfTime(moment.time()), 0, 0, 0, MbfWord(1.25f),
-                                  MbfWord(2.0f), 0});
+    file += EncodeDataRecord(32, {MbfDate(moment.date()), MbfTime(moment.time()), 0, 0, 0,
+                                  MbfWord(1.25f), MbfWord(2.0f), 0});
   }
   dir.Write("F1.dat", file);
 

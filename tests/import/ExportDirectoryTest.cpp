@@ -13,7 +13,8 @@ ExportIndexRecord Daily(int number, const char* symbol) { return {number, 28, 7,
 // "n R fields letter size [symbol] period text"; a zero letter shows as '-'.
 std::string Describe(IndexEntry const& e) {
   const char letter = e.periodLetter == 0 ? '-' : e.periodLetter;
-  return QString::asprintf("%d %d %d %c %d ", e.fileNumber, e.recordLength, e.fieldCount, letter, e.intradaySize)
+  return QString::asprintf("%d %d %d %c %d ", e.fileNumber, e.recordLength, e.fieldCount, letter,
+                           e.intradaySize)
       .append("[" + e.symbol + "] " + e.periodText())
       .toStdString();
 }
@@ -23,8 +24,11 @@ std::string Describe(IndexEntry const& e) {
 
 TEST(ReadMasterTest, EntriesCarryTheirRecordFieldsAndWholeTrimmedSymbols) {
   ExportDir dir;
-  QByteArray master = EncodeMaster({{12, 28, 7, 'D', 0, "EURUSD"}, {200, 32, 8, 'I', 15, "BRK A"},
-                                    {3, 32, 8, 'I', -3, " BRK B"}, Daily(4, "EURUSD"), Daily(5, "ABCDEFGHIJKLMNOPQ"),
+  QByteArray master = EncodeMaster({{12, 28, 7, 'D', 0, "EURUSD"},
+                                    {200, 32, 8, 'I', 15, "BRK A"},
+                                    {3, 32, 8, 'I', -3, " BRK B"},
+                                    Daily(4, "EURUSD"),
+                                    Daily(5, "ABCDEFGHIJKLMNOPQ"),
                                     Daily(6, "AB")});
   master[master.size() - kIndexSymbolSize + 2] = '\0';  // the last symbol ends at a zero byte
   dir.Write("MASTER", master);
@@ -79,12 +83,13 @@ ExportIndexRecord Named(ExportIndexRecord record, const char* name) {
 
 TEST(ReadExportIndexTest, EmasterLendsLongNamesOnlyWhereItAgreesWithMaster) {
   ExportDir dir;
-  const std::vector<ExportIndexRecord> master = {Daily(1, "BRK A"), Daily(2, "BRK B"), Daily(3, "SPY")};
+  const std::vector<ExportIndexRecord> master = {Daily(1, "BRK A"), Daily(2, "BRK B"),
+                                                 Daily(3, "SPY")};
   dir.WriteMaster(master);
   std::vector<ExportIndexRecord> emaster = {Named(master[0], "Berkshire A"), Named(master[1], ""),
                                             Named(Daily(3, "QQQ"), "Another symbol")};
   QByteArray bytes = EncodeEmaster(emaster);
-  bytes[192 + 3] = '\x7F';  // a u8 file number with a stray byte after it
+  bytes[192 + 3] = '\x7F';                  // a u8 file number with a stray byte after it
   bytes.replace(2 * 192 + 32, 5, "B cls");  // a short name stands in for a missing long one
   dir.Write("EMASTER", bytes);
   std::vector<IndexEntry> entries = ReadExportIndex(dir.path());
@@ -95,7 +100,8 @@ TEST(ReadExportIndexTest, EmasterLendsLongNamesOnlyWhereItAgreesWithMaster) {
 
   emaster.pop_back();  // a stale EMASTER of another count is ignored
   dir.Write("EMASTER", EncodeEmaster(emaster));
-  for (IndexEntry const& entry : ReadExportIndex(dir.path())) EXPECT_EQ(entry.fullName, "") << entry.symbol.toStdString();
+  for (IndexEntry const& entry : ReadExportIndex(dir.path()))
+    EXPECT_EQ(entry.fullName, "") << entry.symbol.toStdString();
 }
 
 TEST(ReadExportIndexTest, XmasterEntriesFollowMastersWithTheirFieldSets) {
@@ -124,11 +130,12 @@ TEST(ReadExportIndexTest, XmasterEntriesFollowMastersWithTheirFieldSets) {
 TEST(ReadExportIndexTest, XmasterIsReadOnlyAsFarAsItIsThere) {
   ExportDir dir;
   dir.WriteMaster({Daily(1, "EURUSD")});
-  const QByteArray records = EncodeXmasterRecord({256, 0, 6, 'D', 0, "A"}) + EncodeXmasterRecord({257, 0, 6, 'D', 0, "B"});
+  const QByteArray records =
+      EncodeXmasterRecord({256, 0, 6, 'D', 0, "A"}) + EncodeXmasterRecord({257, 0, 6, 'D', 0, "B"});
   const std::pair<QByteArray, std::size_t> cases[] = {
       {EncodeXmasterHeader(2, 258) + records, 3},
-      {EncodeXmasterHeader(40, 258) + records, 3},                // a count beyond the file
-      {EncodeXmasterHeader(2, 258) + records.left(200), 2},       // a record cut short
+      {EncodeXmasterHeader(40, 258) + records, 3},           // a count beyond the file
+      {EncodeXmasterHeader(2, 258) + records.left(200), 2},  // a record cut short
       {EncodeXmasterHeader(0, 256) + records, 1},
       {QByteArray("]\xFEXN") + EncodeXmasterHeader(2, 258).mid(4) + records, 1},  // wrong magic
       {EncodeXmasterHeader(2, 258).left(100), 1},
@@ -181,10 +188,10 @@ TEST(DateFloatTest, Dates) {
       {MbfInteger(1370915), 2037y / 9 / 15},
       {MbfInteger(-991231), 1801y / 12 / 31},  // the sign takes the first of three year characters
       {0.0f, std::nullopt},
-      {AsFloat(0x01000000), std::nullopt},     // a refused word counts as 0
-      {MbfInteger(12345), std::nullopt},       // five digits
-      {MbfInteger(1000230), std::nullopt},     // 30 February
-      {MbfInteger(990229), std::nullopt},      // 1999 is no leap year
+      {AsFloat(0x01000000), std::nullopt},       // a refused word counts as 0
+      {MbfInteger(12345), std::nullopt},         // five digits
+      {MbfInteger(1000230), std::nullopt},       // 30 February
+      {MbfInteger(990229), std::nullopt},        // 1999 is no leap year
       {AsFloat(MbfWord(3.0e9f)), std::nullopt},  // beyond an int
   };
   for (auto const& [mbf, date] : cases) EXPECT_EQ(ExportDate(mbf), date) << Bits(mbf);
@@ -192,13 +199,24 @@ TEST(DateFloatTest, Dates) {
 
 TEST(DateFloatTest, Times) {
   const std::pair<int, std::optional<int>> cases[] = {
-      {93000, 9 * 3600 + 30 * 60}, {7, 7},    {0, 0},   {930, 9 * 60 + 30}, {235959, 86399},
-      {75, 59}, {1275, 12 * 60 + 59},                     // seconds above 59
-      {12345678, 0},                                      // more than seven digits: midnight
-      {246000, std::nullopt}, {1234567, std::nullopt}, {6000, std::nullopt}, {996000, std::nullopt},
-      {-5, std::nullopt},     {-930, std::nullopt},    {-5930, std::nullopt},
+      {93000, 9 * 3600 + 30 * 60},
+      {7, 7},
+      {0, 0},
+      {930, 9 * 60 + 30},
+      {235959, 86399},
+      {75, 59},
+      {1275, 12 * 60 + 59},  // seconds above 59
+      {12345678, 0},         // more than seven digits: midnight
+      {246000, std::nullopt},
+      {1234567, std::nullopt},
+      {6000, std::nullopt},
+      {996000, std::nullopt},
+      {-5, std::nullopt},
+      {-930, std::nullopt},
+      {-5930, std::nullopt},
   };
-  for (auto const& [value, seconds] : cases) EXPECT_EQ(ExportTimeOfDay(MbfInteger(value)), seconds) << value;
+  for (auto const& [value, seconds] : cases)
+    EXPECT_EQ(ExportTimeOfDay(MbfInteger(value)), seconds) << value;
 }
 
 TEST(DateFloatTest, UtcSecondsFitThirtyTwoBits) {
@@ -222,7 +240,8 @@ TEST_F(RecordTimeTest, NothingToReadGivesEmptyText) {
   dir.WriteData(1, 28, {});
   dir.WriteData(2, 4, {{MbfDate(QDate(2024, 1, 2))}});  // one record, too short for a time
   for (QString name : {"F1.dat", "absent.dat"}) {
-    EXPECT_EQ(getFirstTime(28, 'D', dir.FilePath(name)) + getLastTime(28, 'D', dir.FilePath(name)), "")
+    EXPECT_EQ(getFirstTime(28, 'D', dir.FilePath(name)) + getLastTime(28, 'D', dir.FilePath(name)),
+              "")
         << name.toStdString();
   }
   EXPECT_EQ(getFirstTime(0, 'D', dir.FilePath("F1.dat")), "");
@@ -235,11 +254,12 @@ TEST_F(RecordTimeTest, NothingToReadGivesEmptyText) {
 // not decode shows nothing, never today.
 TEST_F(RecordTimeTest, DatesOfTheCountedRecords) {
   ExportDir dir;
-  const QByteArray file = EncodeDataFile(
-      32, {{MbfDate(QDate(2024, 1, 2)), MbfTime(QTime(9, 5))}, {MbfDate(QDate(2024, 1, 3)), MbfTime(QTime(17, 0, 1))}});
+  const QByteArray file =
+      EncodeDataFile(32, {{MbfDate(QDate(2024, 1, 2)), MbfTime(QTime(9, 5))},
+                          {MbfDate(QDate(2024, 1, 3)), MbfTime(QTime(17, 0, 1))}});
   dir.Write("F1.dat", WithHeaderCount(file + QByteArray(3 * 32, '\0'), 3));  // a zero-filled tail
-  dir.Write("F2.dat", WithHeaderCount(file + QByteArray(31, '\x7F'), 0));     // a partial record
-  dir.Write("F3.dat", WithHeaderCount(file, 2));                               // the last one uncounted
+  dir.Write("F2.dat", WithHeaderCount(file + QByteArray(31, '\x7F'), 0));    // a partial record
+  dir.Write("F3.dat", WithHeaderCount(file, 2));  // the last one uncounted
   dir.Write("F4.dat", EncodeDataFile(32, {{0, 0}}));
   for (const char* name : {"F1.dat", "F2.dat"}) {
     EXPECT_EQ(getFirstTime(32, 'I', dir.FilePath(name)), "02.01.24 09:05:00");

@@ -12,7 +12,9 @@ const QDate kFirst(1999, 12, 31);
 const QDate kLast(2024, 1, 3);
 
 int U8(QByteArray const& bytes, int offset) { return static_cast<unsigned char>(bytes[offset]); }
-int U16(QByteArray const& bytes, int offset) { return U8(bytes, offset) | U8(bytes, offset + 1) << 8; }
+int U16(QByteArray const& bytes, int offset) {
+  return U8(bytes, offset) | U8(bytes, offset + 1) << 8;
+}
 std::uint32_t U32(QByteArray const& bytes, int offset) {
   return std::uint32_t(U16(bytes, offset)) | std::uint32_t(U16(bytes, offset + 2)) << 16;
 }
@@ -44,7 +46,8 @@ TEST(ExportWriterTest, MasterRecordHoldsFileTypeShortNameAndDates) {
 TEST(ExportWriterTest, EmasterHeaderAndRecordFields) {
   const QByteArray longName(60, 'n');
   ExportIndexRecord daily{200, 24, 6, 'D', 0, "ABCDEFGHIJKLMNOPQ", longName, kFirst, kLast, 0x5F};
-  const QByteArray bytes = EncodeEmaster({Intraday(3, "EURUSD", "Euro vs US Dollar 15-minute"), daily});
+  const QByteArray bytes =
+      EncodeEmaster({Intraday(3, "EURUSD", "Euro vs US Dollar 15-minute"), daily});
   ASSERT_EQ(bytes.size(), 3 * kEmasterRecordSize);
   EXPECT_EQ(U8(bytes, 0), 2);    // records
   EXPECT_EQ(U8(bytes, 2), 200);  // highest file number
@@ -81,7 +84,8 @@ TEST(ExportWriterTest, XmasterHeaderAndRecordFields) {
   const QByteArray first = bytes.mid(kXmasterRecordSize, kXmasterRecordSize);
   EXPECT_EQ(U8(first, 0), 1);
   EXPECT_EQ(first.mid(1, 15), QByteArray("GBPUSD").leftJustified(15, '\0'));
-  EXPECT_EQ(first.mid(16, 46), QByteArray("British Pound vs US Dollar daily").leftJustified(46, '\0'));
+  EXPECT_EQ(first.mid(16, 46),
+            QByteArray("British Pound vs US Dollar daily").leftJustified(46, '\0'));
   EXPECT_EQ(first[62], 'D');
   EXPECT_EQ(U16(first, 65), 256);
   EXPECT_EQ(U8(first, 70), 0x7F);
@@ -108,11 +112,12 @@ TEST(ExportWriterTest, XmasterHeaderAndRecordFields) {
 
 TEST(ExportWriterTest, FieldBitsOfEveryLayout) {
   const std::tuple<char, int, int> cases[] = {
-      {'D', 5, 0x1F}, {'D', 6, 0x3F}, {'D', 7, 0x7F}, {'W', 5, 0x1F}, {'M', 6, 0x3F}, {'Y', 7, 0x7F},
-      {'I', 6, 0x9F}, {'I', 7, 0xBF}, {'I', 8, 0xFF}, {'D', 4, 0},    {'D', 8, 0},    {'I', 5, 0},
-      {'I', 9, 0},
+      {'D', 5, 0x1F}, {'D', 6, 0x3F}, {'D', 7, 0x7F}, {'W', 5, 0x1F}, {'M', 6, 0x3F},
+      {'Y', 7, 0x7F}, {'I', 6, 0x9F}, {'I', 7, 0xBF}, {'I', 8, 0xFF}, {'D', 4, 0},
+      {'D', 8, 0},    {'I', 5, 0},    {'I', 9, 0},
   };
-  for (auto const& [period, fields, bits] : cases) EXPECT_EQ(FieldBits(period, fields), bits) << period << fields;
+  for (auto const& [period, fields, bits] : cases)
+    EXPECT_EQ(FieldBits(period, fields), bits) << period << fields;
 }
 
 // ---------------------------------------------------------------------------
@@ -134,7 +139,7 @@ TEST(ExportWriterTest, DataFileHeaderCountTailAndOverride) {
   EXPECT_EQ(U16(EncodeDataFile(28, rows, {.headerCount = 0}), 2), 0);
   EXPECT_EQ(U16(EncodeDataFile(28, rows, {.headerCount = 9}), 2), 9);
   EXPECT_EQ(U16(EncodeDataFile(28, {}), 2), 1);
-  EXPECT_EQ(U16(EncodeDataFile(4, rows), 2), 3);                 // the shortest header with a count
+  EXPECT_EQ(U16(EncodeDataFile(4, rows), 2), 3);  // the shortest header with a count
   EXPECT_EQ(EncodeDataFile(3, {}, {.headerCount = 9}), QByteArray(3, '\0'));  // too short for one
 }
 

@@ -27,7 +27,8 @@ const QString kMomentFormat = QStringLiteral("yyyy-MM-ddThh:mm:ss");
 // One line of the generator's --list output.
 struct Listed {
   int number;
-  QString file, index, symbol, period;  // file "-": none; index MASTER or XMASTER; period D, W, M, Y or I<size>
+  QString file, index, symbol,
+      period;  // file "-": none; index MASTER or XMASTER; period D, W, M, Y or I<size>
   int fields, recordLength, records;
   QString firstTime, lastTime;  // kMomentFormat
   float firstClose, lastClose;
@@ -46,8 +47,8 @@ std::vector<Listed> Generate(QStringList const& arguments) {
     const QList<QByteArray> f = line.split('\t');
     EXPECT_EQ(f.size(), kListedFields) << line.constData();
     if (f.size() != kListedFields) continue;
-    listed.push_back({f[0].toInt(), f[1], f[2], f[3], f[4], f[5].toInt(), f[6].toInt(), f[7].toInt(), f[8], f[9],
-                      f[10].toFloat(), f[11].toFloat(), f[12]});
+    listed.push_back({f[0].toInt(), f[1], f[2], f[3], f[4], f[5].toInt(), f[6].toInt(),
+                      f[7].toInt(), f[8], f[9], f[10].toFloat(), f[11].toFloat(), f[12]});
   }
   return listed;
 }
@@ -60,7 +61,9 @@ QByteArray FileBytes(QString const& path) {
   return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 int U8(QByteArray const& bytes, int offset) { return static_cast<unsigned char>(bytes[offset]); }
-int U16(QByteArray const& bytes, int offset) { return U8(bytes, offset) | U8(bytes, offset + 1) << 8; }
+int U16(QByteArray const& bytes, int offset) {
+  return U8(bytes, offset) | U8(bytes, offset + 1) << 8;
+}
 std::uint32_t U32(QByteArray const& bytes, int offset) {
   return std::uint32_t(U16(bytes, offset)) | std::uint32_t(U16(bytes, offset + 2)) << 16;
 }
@@ -87,8 +90,8 @@ void ExpectDataFile(QString const& dir, Listed const& l, int tail, int headerCou
   const bool intraday = l.period.startsWith('I');
   const bool open = l.fields > (intraday ? 6 : 5);
   const int close = kMbfFieldSize * (3 + intraday + open);  // after date, time, open, high and low
-  for (auto const& [record, moment, value] : {std::tuple{1, l.firstTime, l.firstClose},
-                                              std::tuple{l.records, l.lastTime, l.lastClose}}) {
+  for (auto const& [record, moment, value] :
+       {std::tuple{1, l.firstTime, l.firstClose}, std::tuple{l.records, l.lastTime, l.lastClose}}) {
     const QDateTime at = QDateTime::fromString(moment, kMomentFormat);
     EXPECT_EQ(U32(bytes, record * r), MbfDate(at.date()));
     if (intraday) {
@@ -109,7 +112,8 @@ void ExpectEmaster(QString const& path, std::vector<Listed> const& inMaster) {
   for (int k = 0; k < count; ++k) {
     const QByteArray record = bytes.mid((k + 1) * kEmasterRecordSize, kEmasterRecordSize);
     EXPECT_EQ(U8(record, 2), inMaster[k].number);
-    EXPECT_EQ(record.mid(139), inMaster[k].name.toLatin1().leftJustified(kEmasterLongNameSize, '\0'));
+    EXPECT_EQ(record.mid(139),
+              inMaster[k].name.toLatin1().leftJustified(kEmasterLongNameSize, '\0'));
   }
 }
 
@@ -127,8 +131,10 @@ void ExpectXmaster(QString const& path, std::vector<Listed> const& inXmaster) {
     SCOPED_TRACE(l.number);
     const QByteArray record = bytes.mid((k + 1) * kXmasterRecordSize, kXmasterRecordSize);
     EXPECT_EQ(U8(record, 0), 1);
-    EXPECT_EQ(record.mid(1, kXmasterSymbolSize), l.symbol.toLatin1().leftJustified(kXmasterSymbolSize, '\0'));
-    EXPECT_EQ(record.mid(16, kXmasterNameSize), l.name.toLatin1().leftJustified(kXmasterNameSize, '\0'));
+    EXPECT_EQ(record.mid(1, kXmasterSymbolSize),
+              l.symbol.toLatin1().leftJustified(kXmasterSymbolSize, '\0'));
+    EXPECT_EQ(record.mid(16, kXmasterNameSize),
+              l.name.toLatin1().leftJustified(kXmasterNameSize, '\0'));
     EXPECT_EQ(PeriodText(record[62], U16(record, 63)), l.period);
     EXPECT_EQ(U16(record, 65), l.number);
     EXPECT_EQ(U32(record, 108), LongDate(l.firstTime));
@@ -152,11 +158,14 @@ std::pair<std::int32_t, float> PointAt(ConvertedInstrument const& converted, int
   return {candle.time, candle.close};
 }
 
-QString Moment(std::int32_t time) { return QDateTime::fromSecsSinceEpoch(time, Qt::UTC).toString(kMomentFormat); }
+QString Moment(std::int32_t time) {
+  return QDateTime::fromSecsSinceEpoch(time, Qt::UTC).toString(kMomentFormat);
+}
 
 // "dd.MM.yy" and for intraday " hh:mm:ss" of a listed moment.
 QString ShownTime(QString const& moment, bool intraday) {
-  return QDateTime::fromString(moment, kMomentFormat).toString(intraday ? "dd.MM.yy hh:mm:ss" : "dd.MM.yy");
+  return QDateTime::fromString(moment, kMomentFormat)
+      .toString(intraday ? "dd.MM.yy hh:mm:ss" : "dd.MM.yy");
 }
 
 // Every listed instrument against the index entry and the converted points.
@@ -166,8 +175,10 @@ void ExpectReadBack(QString const& dir, std::vector<Listed> const& listed) {
   for (std::size_t k = 0; k < listed.size(); ++k) {
     Listed const& l = listed[k];
     IndexEntry const& entry = entries[k];
-    SCOPED_TRACE(testing::Message() << l.number << ' ' << l.symbol.toStdString() << ' ' << l.period.toStdString());
-    const QString periodText = l.period.size() > 1 ? l.period.left(1) + "  " + l.period.mid(1) : l.period;
+    SCOPED_TRACE(testing::Message()
+                 << l.number << ' ' << l.symbol.toStdString() << ' ' << l.period.toStdString());
+    const QString periodText =
+        l.period.size() > 1 ? l.period.left(1) + "  " + l.period.mid(1) : l.period;
     EXPECT_EQ(entry.fileNumber, l.number);
     EXPECT_EQ(entry.symbol, l.symbol.trimmed());
     EXPECT_EQ(entry.fullName, l.name);
@@ -193,8 +204,10 @@ void ExpectReadBack(QString const& dir, std::vector<Listed> const& listed) {
     EXPECT_EQ(Moment(firstTime), l.firstTime);
     EXPECT_EQ(Moment(lastTime), l.lastTime);
     const bool intraday = entry.periodLetter == 'I';
-    EXPECT_EQ(getFirstTime(l.recordLength, entry.periodLetter, entry.dataFile), ShownTime(l.firstTime, intraday));
-    EXPECT_EQ(getLastTime(l.recordLength, entry.periodLetter, entry.dataFile), ShownTime(l.lastTime, intraday));
+    EXPECT_EQ(getFirstTime(l.recordLength, entry.periodLetter, entry.dataFile),
+              ShownTime(l.firstTime, intraday));
+    EXPECT_EQ(getLastTime(l.recordLength, entry.periodLetter, entry.dataFile),
+              ShownTime(l.lastTime, intraday));
   }
 }
 
@@ -202,7 +215,8 @@ using GeneratedDirectoryTest = PinnedTimeZone;
 
 TEST_F(GeneratedDirectoryTest, FullIndexOfMixedInstruments) {
   QTemporaryDir dir;
-  const auto listed = Generate({"--out", dir.path(), "--instruments", "255", "--records", "60", "--seed", "7"});
+  const auto listed =
+      Generate({"--out", dir.path(), "--instruments", "255", "--records", "60", "--seed", "7"});
   ASSERT_EQ(listed.size(), 255u);
   std::set<QString> periods, fields, names;
   int missing = 0;
@@ -226,9 +240,10 @@ TEST_F(GeneratedDirectoryTest, FullIndexOfMixedInstruments) {
 
 TEST_F(GeneratedDirectoryTest, ChosenInstrumentsNamesAndCases) {
   QTemporaryDir dir;
-  const auto listed = Generate({"--out", dir.path(), "--instrument", "ABC DEF,I15,6,1.25,Alpha Beta quarter hours",
-                                "--instrument", "EUR/USD,D,5,0.75", "--instrument", "GBPUSD,W", "--missing", "3",
-                                "--master-name", "MASTER", "--data-case", "lower", "--records", "10"});
+  const auto listed =
+      Generate({"--out", dir.path(), "--instrument", "ABC DEF,I15,6,1.25,Alpha Beta quarter hours",
+                "--instrument", "EUR/USD,D,5,0.75", "--instrument", "GBPUSD,W", "--missing", "3",
+                "--master-name", "MASTER", "--data-case", "lower", "--records", "10"});
   ASSERT_EQ(listed.size(), 3u);
   EXPECT_EQ(listed[0].firstClose, 1.25f);
   EXPECT_EQ(listed[1].firstClose, 0.75f);
@@ -245,8 +260,9 @@ TEST_F(GeneratedDirectoryTest, ChosenInstrumentsNamesAndCases) {
 
 TEST_F(GeneratedDirectoryTest, FileNumbersAbove255GoToXmasterWithShapedDataFiles) {
   QTemporaryDir dir;
-  const auto listed = Generate({"--out", dir.path(), "--instruments", "300", "--records", "3", "--data-case",
-                                "lower", "--tail", "2", "--header-count-extra", "5"});
+  const auto listed =
+      Generate({"--out", dir.path(), "--instruments", "300", "--records", "3", "--data-case",
+                "lower", "--tail", "2", "--header-count-extra", "5"});
   ASSERT_EQ(listed.size(), 300u);
   const std::vector<Listed> inMaster(listed.begin(), listed.begin() + kMasterNumbers);
   const std::vector<Listed> inXmaster(listed.begin() + kMasterNumbers, listed.end());

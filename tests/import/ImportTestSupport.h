@@ -29,7 +29,9 @@ class PinnedTimeZone : public ::testing::Test {
   }
 };
 
-inline void PrintTo(QString const& text, std::ostream* out) { *out << '"' << text.toStdString() << '"'; }
+inline void PrintTo(QString const& text, std::ostream* out) {
+  *out << '"' << text.toStdString() << '"';
+}
 
 inline float AsFloat(std::uint32_t word) { return std::bit_cast<float>(word); }
 inline std::uint32_t Bits(float value) { return std::bit_cast<std::uint32_t>(value); }
@@ -40,7 +42,9 @@ inline float MbfInteger(int value) { return AsFloat(MbfWord(static_cast<float>(v
 
 // The text of a UTF-16 host name field, copied out first: packed records
 // leave it unaligned.
-inline QString WideText(const void* field) { return QString::fromStdU16String(hostfield::WideText(field)); }
+inline QString WideText(const void* field) {
+  return QString::fromStdU16String(hostfield::WideText(field));
+}
 
 // The data file with the u16 at offset 2 of its header record set to count.
 inline QByteArray WithHeaderCount(QByteArray file, int count) {
@@ -58,11 +62,13 @@ class ExportDir {
   void Write(QString const& name, QByteArray const& bytes) const {
     ASSERT_TRUE(WriteFileBytes(FilePath(name), bytes)) << name.toStdString();
   }
-  void WriteMaster(std::vector<ExportIndexRecord> const& records, QString const& name = "MASTER") const {
+  void WriteMaster(std::vector<ExportIndexRecord> const& records,
+                   QString const& name = "MASTER") const {
     Write(name, EncodeMaster(records));
   }
   // F<n>.dat: a header record, then one record of R bytes per row.
-  void WriteData(int number, int recordLength, std::vector<std::vector<std::uint32_t>> const& rows) const {
+  void WriteData(int number, int recordLength,
+                 std::vector<std::vector<std::uint32_t>> const& rows) const {
     Write(QStringLiteral("F%1.dat").arg(number), EncodeDataFile(recordLength, rows));
   }
 

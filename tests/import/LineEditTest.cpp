@@ -34,19 +34,24 @@ class LineEditTest : public ::testing::Test {
 };
 
 TEST_F(LineEditTest, EntriesFollowSelectionUndoClipboardAndReadOnly) {
-  EXPECT_EQ(Entries(field_), "(tr:M0053) (tr:M0054) - (tr:C0109) (tr:C0107) (tr:C0108) tr:M0264 - tr:M0177");
+  EXPECT_EQ(Entries(field_),
+            "(tr:M0053) (tr:M0054) - (tr:C0109) (tr:C0107) (tr:C0108) tr:M0264 - tr:M0177");
   field_.setSelection(1, 4);
   field_.insert(QStringLiteral("x"));  // undo becomes available
   field_.setSelection(0, 3);
   QApplication::clipboard()->setText(QStringLiteral("pasted"));
   // Select all stays enabled while only part of the text is selected.
-  EXPECT_EQ(Entries(field_), "tr:M0053 (tr:M0054) - tr:C0109 tr:C0107 tr:C0108 tr:M0264 - tr:M0177");
+  EXPECT_EQ(Entries(field_),
+            "tr:M0053 (tr:M0054) - tr:C0109 tr:C0107 tr:C0108 tr:M0264 - tr:M0177");
   field_.selectAll();
-  EXPECT_EQ(Entries(field_), "tr:M0053 (tr:M0054) - tr:C0109 tr:C0107 tr:C0108 tr:M0264 - (tr:M0177)");
+  EXPECT_EQ(Entries(field_),
+            "tr:M0053 (tr:M0054) - tr:C0109 tr:C0107 tr:C0108 tr:M0264 - (tr:M0177)");
   field_.undo();
-  EXPECT_EQ(Entries(field_), "(tr:M0053) tr:M0054 - tr:C0109 tr:C0107 tr:C0108 tr:M0264 - tr:M0177");
+  EXPECT_EQ(Entries(field_),
+            "(tr:M0053) tr:M0054 - tr:C0109 tr:C0107 tr:C0108 tr:M0264 - tr:M0177");
   field_.clear();
-  EXPECT_EQ(Entries(field_), "tr:M0053 (tr:M0054) - (tr:C0109) (tr:C0107) tr:C0108 (tr:M0264) - (tr:M0177)");
+  EXPECT_EQ(Entries(field_),
+            "tr:M0053 (tr:M0054) - (tr:C0109) (tr:C0107) tr:C0108 (tr:M0264) - (tr:M0177)");
 
   field_.setText(QStringLiteral("/data/export"));
   field_.setReadOnly(true);  // copy only

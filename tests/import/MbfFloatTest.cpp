@@ -25,9 +25,16 @@ std::optional<std::uint32_t> ToMbf(std::uint32_t ieee) { return Convert(fieee2ms
 
 TEST(MbfFloatTest, KnownWordsBothWays) {
   const std::pair<std::uint32_t, float> cases[] = {
-      {0x81000000, 1.0f},  {0x80000000, 0.5f},   {0x82000000, 2.0f},     {0x7F000000, 0.25f},
-      {0x81200000, 1.25f}, {0x81800000, -1.0f},  {0x800CCCCD, 0.55f},    {0x8A7A0000, 1000.0f},
-      {0x950CCCCD, 1.1f * 1048576.0f},           {0x03000000, std::numeric_limits<float>::min()},
+      {0x81000000, 1.0f},
+      {0x80000000, 0.5f},
+      {0x82000000, 2.0f},
+      {0x7F000000, 0.25f},
+      {0x81200000, 1.25f},
+      {0x81800000, -1.0f},
+      {0x800CCCCD, 0.55f},
+      {0x8A7A0000, 1000.0f},
+      {0x950CCCCD, 1.1f * 1048576.0f},
+      {0x03000000, std::numeric_limits<float>::min()},
   };
   for (auto const& [mbf, value] : cases) {
     SCOPED_TRACE(testing::Message() << std::hex << mbf);
@@ -38,8 +45,10 @@ TEST(MbfFloatTest, KnownWordsBothWays) {
 
 TEST(MbfFloatTest, EdgesOfBothRanges) {
   // MBF exponent byte 0 is zero whatever follows; 1 and 2 lie below the normal IEEE range.
-  for (std::uint32_t word : {0x00000000u, 0x00800000u, 0x00FFFFFFu}) EXPECT_EQ(ToIeee(word), 0u) << word;
-  for (std::uint32_t word : {0x01000000u, 0x01800000u, 0x02FFFFFFu}) EXPECT_EQ(ToIeee(word), std::nullopt) << word;
+  for (std::uint32_t word : {0x00000000u, 0x00800000u, 0x00FFFFFFu})
+    EXPECT_EQ(ToIeee(word), 0u) << word;
+  for (std::uint32_t word : {0x01000000u, 0x01800000u, 0x02FFFFFFu})
+    EXPECT_EQ(ToIeee(word), std::nullopt) << word;
 
   EXPECT_EQ(ToMbf(Bits(0.0f)), 0u);
   EXPECT_EQ(ToMbf(Bits(-0.0f)), 0u);

@@ -13,7 +13,7 @@ using ::testing::HasSubstr;
 
 constexpr char kSymbolFile[] = "EUR%2FUSD_I1_EURUSD.cjd";  // the file of SymbolParams{}
 constexpr int kRecords = 40;
-constexpr std::uint64_t kCandleHeaderBytes = 2591;          // a new candle file up to its first record
+constexpr std::uint64_t kCandleHeaderBytes = 2591;  // a new candle file up to its first record
 constexpr std::uint64_t kCandleBytes = 24;
 
 class DataStoreDurabilityTest : public DataStoreFixture {
@@ -49,7 +49,9 @@ TEST_F(DataStoreDurabilityTest, InsertsReachTheFileAtTheSyncIntervalOrAtStop) {
 TEST_F(DataStoreDurabilityTest, SettingsOutOfRangeAreLoggedAndTheDefaultsUsed) {
   tree_.writeConfig({"Durability=7", "SyncInterval=-5"});
   restart();
-  EXPECT_THAT(Log(), HasSubstr("Durability is 0, 1 or 2 and SyncInterval 1 to 3600000 ms; using 1 and 1000"));
+  EXPECT_THAT(
+      Log(),
+      HasSubstr("Durability is 0, 1 or 2 and SyncInterval 1 to 3600000 ms; using 1 and 1000"));
   const HostWord handle = open(SymbolParams{});
   ASSERT_EQ(insert(handle, Series(3)), 0);
   EXPECT_EQ(readAll<Candle>(handle), Series(3));

@@ -17,7 +17,8 @@ constexpr int kManyRecords = 10000;  // does not
 
 // Sets ("+i") or clears ("-i") the immutable flag; false when the file system has none.
 bool Chattr(const char* flag, const fs::path& path) {
-  return std::system((std::string("chattr ") + flag + " '" + path.string() + "' 2>/dev/null").c_str()) == 0;
+  return std::system(
+             (std::string("chattr ") + flag + " '" + path.string() + "' 2>/dev/null").c_str()) == 0;
 }
 
 class DataStoreFaultTest : public DataStoreFixture {

@@ -117,7 +117,8 @@ inline SYMBOL_NAME_PERIOD ToRecord(const SymbolParams& params) {
 inline SYMBOL_NAME_PERIOD_PATH ToRecord(const SymbolParams& params, const fs::path& folder) {
   SYMBOL_NAME_PERIOD_PATH record{};
   record.symbol = ToRecord(params);
-  CopyWide(reinterpret_cast<char*>(&record) + offsetof(SYMBOL_NAME_PERIOD_PATH, path), folder.u16string());
+  CopyWide(reinterpret_cast<char*>(&record) + offsetof(SYMBOL_NAME_PERIOD_PATH, path),
+           folder.u16string());
   return record;
 }
 
@@ -187,7 +188,8 @@ class TestTree {
   std::vector<fs::path> entriesOutside(std::vector<fs::path> allowed) const {
     allowed.insert(allowed.end(), {root_ / "lib", config(), log().parent_path()});
     const auto within = [](const fs::path& path, const fs::path& folder) {  // or folder itself
-      const fs::path relative = path.lexically_normal().lexically_relative(folder.lexically_normal());
+      const fs::path relative =
+          path.lexically_normal().lexically_relative(folder.lexically_normal());
       return !relative.empty() && *relative.begin() != "..";
     };
     std::vector<fs::path> outside;
@@ -204,7 +206,8 @@ class TestTree {
   std::vector<fs::path> symbolFiles() const {  // every *.cjd of the tree, sorted
     std::vector<fs::path> files;
     for (const fs::directory_entry& entry : fs::recursive_directory_iterator(root_)) {
-      if (entry.is_regular_file() && entry.path().extension() == ".cjd") files.push_back(entry.path());
+      if (entry.is_regular_file() && entry.path().extension() == ".cjd")
+        files.push_back(entry.path());
     }
     std::sort(files.begin(), files.end());
     return files;
@@ -264,7 +267,8 @@ class CompletionSink {
   template <typename Request>
   void attach(Request& request) {  // completion here, by kGetDone or kInsertDone
     request.completionContext = context();
-    request.completionCode = std::is_same_v<Request, GET_SYMBOL_DATA_REQUEST> ? kGetDone : kInsertDone;
+    request.completionCode =
+        std::is_same_v<Request, GET_SYMBOL_DATA_REQUEST> ? kGetDone : kInsertDone;
   }
   void holdNext() {  // the next call waits inside the sink until release()
     std::lock_guard<std::mutex> lock(mu_);
@@ -304,7 +308,8 @@ inline int ThreadCount() {  // the threads of this process
   return static_cast<int>(std::distance(fs::begin(tasks), fs::end(tasks)));
 }
 
-inline bool WaitUntil(const std::function<bool()>& check) {  // false if check() is not true in kWaitLimit
+inline bool WaitUntil(
+    const std::function<bool()>& check) {  // false if check() is not true in kWaitLimit
   const auto deadline = std::chrono::steady_clock::now() + kWaitLimit;
   while (!check()) {
     if (std::chrono::steady_clock::now() > deadline) return false;
@@ -354,7 +359,9 @@ class DataStoreFixture : public ::testing::Test {
     EXPECT_EQ(send(M::Start), 0);
   }
 
-  int send(unsigned int message, HostArg a = 0, HostArg b = 0) { return host_->send(message, a, b); }
+  int send(unsigned int message, HostArg a = 0, HostArg b = 0) {
+    return host_->send(message, a, b);
+  }
   int open(const SymbolParams& params, HostWord* handle) {  // 6001
     SYMBOL_NAME_PERIOD record = ToRecord(params);
     return send(M::OpenSymbol, Arg(&record), Arg(handle));

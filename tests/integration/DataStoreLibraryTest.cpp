@@ -68,7 +68,8 @@ TEST_F(DataStoreLibraryTest, InitialiseAndStartSendWhatTheHostExpects) {
   host_->setContext2(kContext2);
   host_->initialize();
   ASSERT_EQ(send(M::InitModule), 0);
-  std::vector<unsigned int> messages = {M::RegisterModule, M::GetFolder, M::GetFolder, M::GetDataSource};
+  std::vector<unsigned int> messages = {M::RegisterModule, M::GetFolder, M::GetFolder,
+                                        M::GetDataSource};
   messages.insert(messages.end(), 19, M::InsertTranslation);
   messages.push_back(M::CreateEvent);
   EXPECT_EQ(host_->messages(), messages);
@@ -84,12 +85,24 @@ TEST_F(DataStoreLibraryTest, InitialiseAndStartSendWhatTheHostExpects) {
   EXPECT_EQ(host_->calls(M::GetDataSource).at(0).a, HostArg(kModuleId));
 
   const std::pair<std::string, std::string> kTexts[] = {
-      {"C0110", "Look in"},       {"C0111", "Invert selected"},  {"M0150", "Data Import"},
-      {"Tr0019Reject", "Reject"}, {"C0028Name", "Name"},         {"M0176", "Period"},
-      {"Tra0010", "First Date"},  {"Tra0011", "Last Date"},      {"C0075Type", "Type"},
-      {"M0177", "Select all"},    {"C0042SelectOff", "Deselect"}, {"C0049Ok", "OK"},
-      {"M0053", "Undo"},          {"M0054", "Redo"},             {"C0109", "Cut"},
-      {"C0107", "Copy"},          {"C0108", "Paste"},            {"M0264", "Clear"},
+      {"C0110", "Look in"},
+      {"C0111", "Invert selected"},
+      {"M0150", "Data Import"},
+      {"Tr0019Reject", "Reject"},
+      {"C0028Name", "Name"},
+      {"M0176", "Period"},
+      {"Tra0010", "First Date"},
+      {"Tra0011", "Last Date"},
+      {"C0075Type", "Type"},
+      {"M0177", "Select all"},
+      {"C0042SelectOff", "Deselect"},
+      {"C0049Ok", "OK"},
+      {"M0053", "Undo"},
+      {"M0054", "Redo"},
+      {"C0109", "Cut"},
+      {"C0107", "Copy"},
+      {"C0108", "Paste"},
+      {"M0264", "Clear"},
       {"M0177", "Select all"},
   };
   const auto translations = host_->translations();
@@ -98,7 +111,8 @@ TEST_F(DataStoreLibraryTest, InitialiseAndStartSendWhatTheHostExpects) {
     EXPECT_EQ(translations[i].context, "CTransDataStore") << i;
     EXPECT_EQ(std::pair(translations[i].key, translations[i].text), kTexts[i]) << i;
   }
-  EXPECT_STREQ(host_->info().description, "\xD5\xF0\xE0\xED\xE5\xED\xE8\xE5 \xE4\xE0\xED\xED\xFB\xF6");
+  EXPECT_STREQ(host_->info().description,
+               "\xD5\xF0\xE0\xED\xE5\xED\xE8\xE5 \xE4\xE0\xED\xED\xFB\xF6");
   EXPECT_EQ(ReadBytes(tree_.log()).find("Start datastore module"), std::string::npos);
 
   ASSERT_EQ(send(M::Start), 0);
@@ -118,20 +132,22 @@ TEST_F(DataStoreLibraryTest, StartAsksForTheHelpersEachTimeAndPassesAThrowBack) 
   restart();
   EXPECT_TRUE(host_->calls(M::GetLanguages).empty());
   host_->setLanguages({{"German", false}, {"English", true}});
-  const std::vector<unsigned int> expected = {M::GetLanguageCount, M::GetLanguages, M::GetDateTimeFormatters,
-                                              M::GetLogSink};
+  const std::vector<unsigned int> expected = {M::GetLanguageCount, M::GetLanguages,
+                                              M::GetDateTimeFormatters, M::GetLogSink};
   for (int round = 0; round < 2; ++round) {
     SCOPED_TRACE(round);
     host_->clearRecords();
     EXPECT_EQ(send(M::Start), 0);
     const auto messages = host_->messages();
     ASSERT_GE(messages.size(), expected.size());
-    EXPECT_EQ(std::vector<unsigned int>(messages.begin(), messages.begin() + expected.size()), expected);
+    EXPECT_EQ(std::vector<unsigned int>(messages.begin(), messages.begin() + expected.size()),
+              expected);
     const auto list = RecordOf<LANGUAGE_LIST_RECORD>(host_->calls(M::GetLanguages).at(0));
     EXPECT_EQ(Unpacked(list.count), 2);
     EXPECT_NE(Unpacked(list.entries), 0u);
     EXPECT_EQ(RecordOf<HostWord>(host_->calls(M::GetLogSink).at(0)), 0u);
-    const auto formatters = RecordOf<DATETIME_FORMATTER_RECORD>(host_->calls(M::GetDateTimeFormatters).at(0));
+    const auto formatters =
+        RecordOf<DATETIME_FORMATTER_RECORD>(host_->calls(M::GetDateTimeFormatters).at(0));
     EXPECT_EQ(Unpacked(formatters.qDateTimeFormatter), 0u);
   }
 
@@ -150,12 +166,13 @@ TEST_F(DataStoreLibraryTest, StartAsksForTheHelpersEachTimeAndPassesAThrowBack) 
   EXPECT_EQ(logs[0].level, 5u);
   EXPECT_EQ(logs[0].text, u"Unknown throw in <CDataStoreModule>|../Module|91");
   EXPECT_EQ(logs[0].module, u"CDataStoreModule");
-  EXPECT_EQ(host_->messages(),
-            (std::vector<unsigned int>{M::GetLanguageCount, M::GetLanguages, M::GetDateTimeFormatters}));
+  EXPECT_EQ(host_->messages(), (std::vector<unsigned int>{M::GetLanguageCount, M::GetLanguages,
+                                                          M::GetDateTimeFormatters}));
 }
 
 TEST(DataStoreLibraryExportsTest, OnlyTheFourEntryPointsAreExported) {
-  const std::string command = std::string("nm -D --defined-only -j '") + DATASTORE_MODULE_PATH + "'";
+  const std::string command =
+      std::string("nm -D --defined-only -j '") + DATASTORE_MODULE_PATH + "'";
   std::FILE* pipe = ::popen(command.c_str(), "r");
   ASSERT_NE(pipe, nullptr);
   std::set<std::string> symbols;
@@ -163,8 +180,8 @@ TEST(DataStoreLibraryExportsTest, OnlyTheFourEntryPointsAreExported) {
   while (std::fgets(line, sizeof line, pipe) != nullptr)
     symbols.insert(std::string(line, std::strcspn(line, "\n")));
   ASSERT_EQ(::pclose(pipe), 0) << command;
-  EXPECT_EQ(symbols, (std::set<std::string>{kExportGetModule, kExportInitialize, kExportReceiveMessage,
-                                            kExportGetModuleInfo}));
+  EXPECT_EQ(symbols, (std::set<std::string>{kExportGetModule, kExportInitialize,
+                                            kExportReceiveMessage, kExportGetModuleInfo}));
 }
 
 }  // namespace

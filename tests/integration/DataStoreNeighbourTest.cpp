@@ -20,18 +20,18 @@ using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 
 constexpr char kSymbolFile[] = "EUR%2FUSD_I1_EURUSD.cjd";  // the file of SymbolParams{}
-constexpr std::chrono::milliseconds kChildLimit{90000};      // longest wait for a child's line or end
-constexpr std::chrono::milliseconds kReadPause{100};         // longest wait for more output at once
-constexpr std::chrono::milliseconds kStablePause{50};        // between two looks at a folder's bytes
-constexpr int kReaderWindow = 1000;                          // records of each of the reader's gets
+constexpr std::chrono::milliseconds kChildLimit{90000};    // longest wait for a child's line or end
+constexpr std::chrono::milliseconds kReadPause{100};       // longest wait for more output at once
+constexpr std::chrono::milliseconds kStablePause{50};      // between two looks at a folder's bytes
+constexpr int kReaderWindow = 1000;                        // records of each of the reader's gets
 
 // One writer and reader run: what the writer appends, how, and how often
 // its checkpoints come. Small batches reach the reader at checkpoints only:
 // their runs last several checkpoints.
 struct StreamRun {
   long records;
-  long batch;          // records of one insert: 10,000 go straight into the file, 40 through the log
-  const char* mode;    // sync (6003) or posted (6004)
+  long batch;        // records of one insert: 10,000 go straight into the file, 40 through the log
+  const char* mode;  // sync (6003) or posted (6004)
   int syncIntervalMs;  // SyncInterval
 };
 constexpr StreamRun kStreamRuns[] = {
@@ -44,10 +44,10 @@ constexpr int kRuns = 40;  // ten of each kind
 
 constexpr long kPausedRecords = 100'000;  // a writer that then waits, holding the folder
 constexpr long kPausedBatch = 1'000;
-constexpr long kSymbols = 20'000;         // symbols of the descriptor-limit test
-constexpr long kOverLimitSymbols = 1'500; // more than the limit lets open at once
+constexpr long kSymbols = 20'000;          // symbols of the descriptor-limit test
+constexpr long kOverLimitSymbols = 1'500;  // more than the limit lets open at once
 constexpr long kRecordsEach = 3;
-constexpr long kFileLimit = 1'024;        // RLIMIT_NOFILE of that child
+constexpr long kFileLimit = 1'024;  // RLIMIT_NOFILE of that child
 constexpr char kTooManyOpen[] = R"(S[0-9]+_I1_S[0-9]+\.cjd: Too many open files)";
 
 // What a finished child left: its exit status (-1 if it crashed or hung),
@@ -66,7 +66,8 @@ std::map<std::string, long> ResultOf(const std::string& out) {
   std::istringstream words(out.substr(line + std::strlen("result ")));
   for (std::string word; words >> word;) {
     const std::size_t equals = word.find('=');
-    if (equals != std::string::npos) numbers[word.substr(0, equals)] = std::stol(word.substr(equals + 1));
+    if (equals != std::string::npos)
+      numbers[word.substr(0, equals)] = std::stol(word.substr(equals + 1));
   }
   return numbers;
 }
@@ -95,7 +96,8 @@ class Child {
         out_ += line + '\n';
         if (line == wanted) return true;
       }
-      if (process_.state() == QProcess::NotRunning || std::chrono::steady_clock::now() > deadline) return false;
+      if (process_.state() == QProcess::NotRunning || std::chrono::steady_clock::now() > deadline)
+        return false;
       process_.waitForReadyRead(int(kReadPause.count()));
     }
   }
@@ -108,7 +110,8 @@ class Child {
     process_.closeWriteChannel();
     Outcome outcome;
     const bool ended = process_.waitForFinished(int(kChildLimit.count()));
-    if (ended && process_.exitStatus() == QProcess::NormalExit) outcome.status = process_.exitCode();
+    if (ended && process_.exitStatus() == QProcess::NormalExit)
+      outcome.status = process_.exitCode();
     outcome.out = out_ + process_.readAllStandardOutput().toStdString();
     outcome.err = process_.readAllStandardError().toStdString();
     outcome.result = ResultOf(outcome.out);
@@ -145,7 +148,8 @@ long SeriesMismatches(const std::vector<Candle>& stored, long records) {
 
 class DataStoreNeighbourTest : public DataStoreFixture {
  protected:
-  QStringList Arguments(const char* role, const std::vector<long>& numbers, const char* mode = "") const {
+  QStringList Arguments(const char* role, const std::vector<long>& numbers,
+                        const char* mode = "") const {
     QStringList arguments{role, QString::fromStdString(tree_.data().string()),
                           QString::fromStdString(tree_.config().string())};
     for (long number : numbers) arguments << QString::number(number);
@@ -154,7 +158,9 @@ class DataStoreNeighbourTest : public DataStoreFixture {
   }
   fs::path Folder(const char* name) const { return tree_.root() / name; }
   fs::path SymbolFile() const { return tree_.providerFolder() / kSymbolFile; }
-  Outcome RunCjd(const QStringList& arguments) const { return Child(CJD_PATH, arguments, Folder("cjd")).finish(); }
+  Outcome RunCjd(const QStringList& arguments) const {
+    return Child(CJD_PATH, arguments, Folder("cjd")).finish();
+  }
 
   // Every file of the data folder with its bytes.
   std::map<fs::path, std::string> DataBytes() const {
@@ -188,9 +194,11 @@ class DataStoreNeighbourTest : public DataStoreFixture {
 
   // A writer appending in a process, a reader looping in another, both on one symbol.
   void RunWriterAndReader(const StreamRun& run) {
-    Child writer(STORE_PROCESS_PATH, Arguments("append", {run.records, run.batch}, run.mode), Folder("writer"));
+    Child writer(STORE_PROCESS_PATH, Arguments("append", {run.records, run.batch}, run.mode),
+                 Folder("writer"));
     ASSERT_TRUE(writer.waitFor("ready"));
-    Child reader(STORE_PROCESS_PATH, Arguments("read", {run.records, kReaderWindow}), Folder("reader"));
+    Child reader(STORE_PROCESS_PATH, Arguments("read", {run.records, kReaderWindow}),
+                 Folder("reader"));
     ASSERT_TRUE(reader.waitFor("ready"));
     writer.say("go");
     ASSERT_TRUE(writer.waitFor("inserted"));
@@ -213,9 +221,9 @@ TEST_F(DataStoreNeighbourTest, ReaderProcessFollowsAWriterProcessAndNoRecordIsLo
   long appended = 0;
   for (int run = 0; run < kRuns && !HasFailure(); ++run) {
     const StreamRun& kind = kStreamRuns[run % std::size(kStreamRuns)];
-    SCOPED_TRACE("run " + std::to_string(run) + ": " + std::to_string(kind.records) + " records in batches of " +
-                 std::to_string(kind.batch) + ", " + kind.mode + ", SyncInterval " +
-                 std::to_string(kind.syncIntervalMs));
+    SCOPED_TRACE("run " + std::to_string(run) + ": " + std::to_string(kind.records) +
+                 " records in batches of " + std::to_string(kind.batch) + ", " + kind.mode +
+                 ", SyncInterval " + std::to_string(kind.syncIntervalMs));
     fs::remove_all(tree_.data());
     tree_.writeConfig({"SyncInterval=" + std::to_string(kind.syncIntervalMs)});
     RunWriterAndReader(kind);
@@ -229,7 +237,8 @@ TEST_F(DataStoreNeighbourTest, ReaderProcessFollowsAWriterProcessAndNoRecordIsLo
 // nothing; the writer's records stay exactly as the writer stored them.
 TEST_F(DataStoreNeighbourTest, SecondWriterProcessIsRefusedAndTheFirstKeepsItsRecords) {
   tree_.writeConfig({"SyncInterval=5"});
-  Child writer(STORE_PROCESS_PATH, Arguments("append", {kPausedRecords, kPausedBatch}, "sync"), Folder("writer"));
+  Child writer(STORE_PROCESS_PATH, Arguments("append", {kPausedRecords, kPausedBatch}, "sync"),
+               Folder("writer"));
   ASSERT_TRUE(writer.waitFor("ready"));
   writer.say("go");
   ASSERT_TRUE(writer.waitFor("inserted"));
@@ -254,7 +263,8 @@ TEST_F(DataStoreNeighbourTest, SecondWriterProcessIsRefusedAndTheFirstKeepsItsRe
 
   Outcome written = writer.finish();
   EXPECT_EQ(written.status, 0) << written.err;
-  EXPECT_EQ(ReadBytes(Folder("writer") / "temp" / "dataStore.log").find("refused"), std::string::npos);
+  EXPECT_EQ(ReadBytes(Folder("writer") / "temp" / "dataStore.log").find("refused"),
+            std::string::npos);
   ExpectSeriesStored(kPausedRecords);
 }
 
@@ -264,7 +274,8 @@ TEST_F(DataStoreNeighbourTest, SecondWriterProcessIsRefusedAndTheFirstKeepsItsRe
 TEST_F(DataStoreNeighbourTest, RepairIsRefusedWhileAModuleProcessWrites) {
   const StreamRun& big = kStreamRuns[0];
   tree_.writeConfig({"SyncInterval=5"});
-  Child writer(STORE_PROCESS_PATH, Arguments("append", {big.records, big.batch}, "sync"), Folder("writer"));
+  Child writer(STORE_PROCESS_PATH, Arguments("append", {big.records, big.batch}, "sync"),
+               Folder("writer"));
   ASSERT_TRUE(writer.waitFor("ready"));
   const QStringList repair{"repair", QString::fromStdString(SymbolFile().string())};
   writer.say("go");
@@ -283,7 +294,8 @@ TEST_F(DataStoreNeighbourTest, RepairIsRefusedWhileAModuleProcessWrites) {
   EXPECT_EQ(written.status, 0) << written.err;
   const Outcome afterStop = RunCjd(repair);
   EXPECT_EQ(afterStop.status, 0) << afterStop.err;
-  EXPECT_THAT(afterStop.out, HasSubstr("nothing to repair: " + std::to_string(big.records) + " whole records"));
+  EXPECT_THAT(afterStop.out,
+              HasSubstr("nothing to repair: " + std::to_string(big.records) + " whole records"));
   ExpectSeriesStored(big.records);
 }
 
@@ -293,11 +305,12 @@ TEST_F(DataStoreNeighbourTest, RepairIsRefusedWhileAModuleProcessWrites) {
 // number of files, not syncs.
 TEST_F(DataStoreNeighbourTest, TwentyThousandSymbolsUnderADescriptorLimit) {
   tree_.writeConfig({"Durability=0"});
-  Child many(STORE_PROCESS_PATH, Arguments("many", {kSymbols, kRecordsEach, kFileLimit}), Folder("many"));
+  Child many(STORE_PROCESS_PATH, Arguments("many", {kSymbols, kRecordsEach, kFileLimit}),
+             Folder("many"));
   const Outcome outcome = many.finish();
   EXPECT_EQ(outcome.status, 0) << outcome.err;
   const std::map<std::string, long> expected{
-      {"openRefused", 0}, {"insertRefused", 0}, {"stored", kSymbols},    {"readBack", kSymbols},
+      {"openRefused", 0}, {"insertRefused", 0},   {"stored", kSymbols}, {"readBack", kSymbols},
       {"readRefused", 0}, {"reloaded", kSymbols}, {"reloadRefused", 0}};
   EXPECT_EQ(outcome.result, expected) << outcome.out;
   EXPECT_EQ(tree_.symbolFiles().size(), std::size_t(kSymbols));
@@ -308,7 +321,8 @@ TEST_F(DataStoreNeighbourTest, TwentyThousandSymbolsUnderADescriptorLimit) {
 // reason; every symbol that was stored reads back whole.
 TEST_F(DataStoreNeighbourTest, OpenFilesAboveTheDescriptorLimitIsReported) {
   tree_.writeConfig({"Durability=0", "OpenFiles=5000"});
-  Child many(STORE_PROCESS_PATH, Arguments("many", {kOverLimitSymbols, kRecordsEach, kFileLimit}), Folder("many"));
+  Child many(STORE_PROCESS_PATH, Arguments("many", {kOverLimitSymbols, kRecordsEach, kFileLimit}),
+             Folder("many"));
   const Outcome outcome = many.finish();
   EXPECT_EQ(outcome.status, 0) << outcome.err;
   std::map<std::string, long> result = outcome.result;

@@ -13,13 +13,13 @@ namespace datastore_test {
 namespace {
 
 constexpr int kSymbols = 4;
-constexpr int kInserts = 10000;                   // posted inserts over all symbols
-constexpr int kMaxBatch = 8;                      // records of one insert, at most
-constexpr int kEarlierOneIn = 8;                  // one batch in this many lands among stored records
-constexpr int kGetEvery = 2;                      // a posted get after every this many inserts
-constexpr int kReadEvery = 5;                     // a synchronous get and count after every this many
-constexpr int kMaxCapacity = 40;                  // records a get asks for, at most
-constexpr std::uint32_t kSeed = 20240917;         // fixed: a failure can be replayed
+constexpr int kInserts = 10000;            // posted inserts over all symbols
+constexpr int kMaxBatch = 8;               // records of one insert, at most
+constexpr int kEarlierOneIn = 8;           // one batch in this many lands among stored records
+constexpr int kGetEvery = 2;               // a posted get after every this many inserts
+constexpr int kReadEvery = 5;              // a synchronous get and count after every this many
+constexpr int kMaxCapacity = 40;           // records a get asks for, at most
+constexpr std::uint32_t kSeed = 20240917;  // fixed: a failure can be replayed
 constexpr std::chrono::seconds kDrainLimit{300};  // longest wait for the worker to serve everything
 
 // One symbol as the test sees it.
@@ -34,7 +34,8 @@ struct SymbolModel {
 };
 
 // Times rise strictly and every record is one that was posted.
-::testing::AssertionResult HoldsKnownRecords(const SymbolModel& model, const std::vector<Candle>& points) {
+::testing::AssertionResult HoldsKnownRecords(const SymbolModel& model,
+                                             const std::vector<Candle>& points) {
   for (std::size_t i = 0; i < points.size(); ++i) {
     if (i > 0 && points[i].time <= points[i - 1].time) {
       return ::testing::AssertionFailure() << "time " << points[i].time << " at " << i;
@@ -84,7 +85,8 @@ TEST_F(DataStoreStressTest, PostedRequestsMatchASequentialModel) {
     if (n % kGetEvery == 0) {
       SymbolModel& asked = models[uniform(0, kSymbols - 1)];
       std::vector<Candle> buffer(std::size_t(uniform(1, kMaxCapacity)));
-      GET_SYMBOL_DATA_REQUEST request = GetRequest(asked.handle, uniform(kGetNewest, kGetOldest), buffer);
+      GET_SYMBOL_DATA_REQUEST request =
+          GetRequest(asked.handle, uniform(kGetNewest, kGetOldest), buffer);
       request.firstTime = uniform(0, asked.nextTime);
       request.lastTime = request.firstTime + uniform(0, kMaxCapacity) * kStep;
       sink_.attach(request);
@@ -125,7 +127,8 @@ TEST_F(DataStoreStressTest, PostedRequestsMatchASequentialModel) {
   // The files alone, read by a fresh module after a stop, hold the same.
   EXPECT_EQ(send(M::Stop), 0);
   restart();
-  for (int i = 0; i < kSymbols; ++i) EXPECT_EQ(readAll<Candle>(open(models[i].params)), expected[i]) << i;
+  for (int i = 0; i < kSymbols; ++i)
+    EXPECT_EQ(readAll<Candle>(open(models[i].params)), expected[i]) << i;
 }
 
 }  // namespace

@@ -47,10 +47,11 @@ TEST_P(DataStoreDataFolderTest, SymbolsAreStoredInTheConfiguredFolderOnly) {
   EXPECT_EQ(tree_.entriesOutside({store}), std::vector<fs::path>{});
 }
 
-INSTANTIATE_TEST_SUITE_P(Values, DataStoreDataFolderTest,
-                         ::testing::Values(DataFolderCase{nullptr, "data"}, DataFolderCase{"", "data"},
-                                           DataFolderCase{"~", "data"}, DataFolderCase{"~/x", "data"},
-                                           DataFolderCase{"/elsewhere/deep/store", "elsewhere/deep/store"}));
+INSTANTIATE_TEST_SUITE_P(
+    Values, DataStoreDataFolderTest,
+    ::testing::Values(DataFolderCase{nullptr, "data"}, DataFolderCase{"", "data"},
+                      DataFolderCase{"~", "data"}, DataFolderCase{"~/x", "data"},
+                      DataFolderCase{"/elsewhere/deep/store", "elsewhere/deep/store"}));
 
 // Writes disabled: nothing is created, inserts are answered and dropped, and
 // what was stored before stays as it was.
@@ -123,9 +124,11 @@ TEST_F(DataStoreRegistryTest, SymbolsStoredBeforeStartUpAreRegisteredFromTheirFi
   EXPECT_EQ(insert(tickHandle, std::vector<Tick>{tickData.back()}), 0);
   EXPECT_EQ(readAll<Tick>(tickHandle), tickData);
   EXPECT_EQ(ReadBytes(folder / "A.CJD"), upperCase);
-  EXPECT_EQ(tree_.symbolFiles(), (std::vector<fs::path>{folder / "C.cjd", folder / "EUR%2FUSD_I0_EURUSD.cjd",
-                                                         folder / "renamed.cjd"}));
-  EXPECT_NE(ReadBytes(tree_.log()).find("not registered: " + (folder / "C.cjd").string()), std::string::npos);
+  EXPECT_EQ(tree_.symbolFiles(),
+            (std::vector<fs::path>{folder / "C.cjd", folder / "EUR%2FUSD_I0_EURUSD.cjd",
+                                   folder / "renamed.cjd"}));
+  EXPECT_NE(ReadBytes(tree_.log()).find("not registered: " + (folder / "C.cjd").string()),
+            std::string::npos);
 }
 
 // A stored symbol is registered under the provider folder exactly as the
@@ -184,7 +187,8 @@ using DataStoreWorkerTest = DataStoreFixture;
 TEST_F(DataStoreWorkerTest, PostedRequestsCompleteOnTheWorkerWithTheirOwnCopies) {
   restart();
   const HostWord handle = open(SymbolParams{});
-  const std::pair<HostWord, unsigned int> kSilent[] = {{0, 0}, {sink_.context(), 0}, {0, kInsertDone}};
+  const std::pair<HostWord, unsigned int> kSilent[] = {
+      {0, 0}, {sink_.context(), 0}, {0, kInsertDone}};
   for (std::size_t i = 0; i < std::size(kSilent); ++i) {
     std::vector<Candle> points = {MakeCandle(kFirstTime - int(i + 1) * kStep)}, buffer(1);
     INSERT_SYMBOL_DATA_REQUEST insertRequest = InsertRequest(handle, points);
@@ -196,7 +200,8 @@ TEST_F(DataStoreWorkerTest, PostedRequestsCompleteOnTheWorkerWithTheirOwnCopies)
     getRequest.completionCode = kSilent[i].second == 0 ? 0 : kGetDone;
     ASSERT_EQ(send(M::GetDataPost, Arg(&getRequest)), 0);
   }
-  std::vector<Candle> points = Series(5);  // each queue keeps its order: served after the silent ones
+  std::vector<Candle> points =
+      Series(5);  // each queue keeps its order: served after the silent ones
   INSERT_SYMBOL_DATA_REQUEST insertRequest = InsertRequest(handle, points);
   sink_.attach(insertRequest);
   ASSERT_EQ(send(M::InsertDataPost, Arg(&insertRequest)), 0);
@@ -261,7 +266,8 @@ TEST_F(DataStoreWorkerTest, QueuedGetsAreServedBeforeAQueuedInsert) {
 // queued gets are dropped, the queued inserts written (and completed) and the
 // worker's thread is gone; symbol messages after it are answered 1.
 TEST_F(DataStoreWorkerTest, StopFinishesTheServedRequestWritesQueuedInsertsAndDropsQueuedGets) {
-  std::thread([] {}).join();  // runtimes that add a helper thread with the first one (TSan) have done so
+  std::thread([] {
+  }).join();  // runtimes that add a helper thread with the first one (TSan) have done so
   const int threadsBefore = ThreadCount();
   restart();
   const HostWord handle = open(SymbolParams{});
@@ -292,7 +298,8 @@ TEST_F(DataStoreWorkerTest, StopFinishesTheServedRequestWritesQueuedInsertsAndDr
   EXPECT_EQ(emits[0].handle, created[0].handle);
   EXPECT_EQ(Unpacked(emits[0].event.sender), kModuleId);
   EXPECT_EQ(sink_.completions().size(), 2u);  // both inserts, not the get
-  EXPECT_NE(ReadBytes(tree_.log()).find("Stop: 1 queued get(s) and 0 queued insert(s) dropped"), std::string::npos);
+  EXPECT_NE(ReadBytes(tree_.log()).find("Stop: 1 queued get(s) and 0 queued insert(s) dropped"),
+            std::string::npos);
   EXPECT_EQ(postInsert(handle, queued), 1);
   EXPECT_EQ(postGet(handle, kGetOldest, buffer), 1);
   restart();
@@ -407,7 +414,8 @@ TEST_F(DataStoreBadInputTest, NullRecordsAndHandlesNeverReturnedTouchNothing) {
   }
   EXPECT_EQ(postInsert(never, points), 0);
   const std::string log = ReadBytes(tree_.log());
-  EXPECT_NE(log.find(" Error in CDataStoreModule::InsertSymbolDataPost CP2"), std::string::npos) << log;
+  EXPECT_NE(log.find(" Error in CDataStoreModule::InsertSymbolDataPost CP2"), std::string::npos)
+      << log;
 
   std::vector<Candle> marker = Series(1), buffer(1);
   ASSERT_EQ(postInsert(real, marker), 0);  // each served after anything queued before it
@@ -489,7 +497,8 @@ TEST_F(DataStoreBadInputTest, ProviderNamesStayOneFolderInsideTheDataFolder) {
   }
   const std::vector<fs::path> files = tree_.symbolFiles();
   EXPECT_EQ(files.size(), 2u);
-  for (const fs::path& file : files) EXPECT_EQ(file.parent_path().parent_path(), tree_.data()) << file;
+  for (const fs::path& file : files)
+    EXPECT_EQ(file.parent_path().parent_path(), tree_.data()) << file;
 }
 
 // An empty or relative folder was found by fuzz_host_records: it passes the

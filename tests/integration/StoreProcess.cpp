@@ -35,13 +35,13 @@
 namespace datastore_test {
 namespace {
 
-constexpr unsigned int kPostedDone = 7104;                 // completion code of the writer's posted inserts
-constexpr std::chrono::seconds kPostedLimit{120};          // longest wait for every posted insert
-constexpr std::chrono::seconds kSettleLimit{10};           // longest wait for the reader to see the series
-constexpr std::chrono::milliseconds kPollPause{20};        // between two looks at something awaited
+constexpr unsigned int kPostedDone = 7104;         // completion code of the writer's posted inserts
+constexpr std::chrono::seconds kPostedLimit{120};  // longest wait for every posted insert
+constexpr std::chrono::seconds kSettleLimit{10};   // longest wait for the reader to see the series
+constexpr std::chrono::milliseconds kPollPause{20};  // between two looks at something awaited
 constexpr int kExitProblem = 1;
 constexpr int kExitUsage = 2;
-constexpr std::size_t kProblemsShown = 20;                 // problems printed at most, of one kind
+constexpr std::size_t kProblemsShown = 20;  // problems printed at most, of one kind
 
 struct Options {
   fs::path data;
@@ -122,7 +122,9 @@ class Store {
     buffer.resize(std::size_t(std::max(request.count, 0)));
     return buffer;
   }
-  std::vector<Candle> readAll(HostWord handle) { return get(handle, kGetOldest, std::max(count(handle), 0) + 1); }
+  std::vector<Candle> readAll(HostWord handle) {
+    return get(handle, kGetOldest, std::max(count(handle), 0) + 1);
+  }
 
  private:
   std::atomic<long> postedDone_{0};  // completion calls of posted inserts; outlives host_
@@ -221,15 +223,17 @@ class SeriesReader {
   void checkNewest(const std::vector<Candle>& newest) {
     const long first = newest.empty() ? 0 : SeriesIndex(newest.front());
     const long end = first + long(newest.size());
-    if (long(newest.size()) < expectedSize() || first < 0 || !Consecutive(newest, first) || end < seen_) {
-      problems_.add("newest: " + std::to_string(newest.size()) + " records from " + std::to_string(first) +
-                    " while " + std::to_string(seen_) + " were seen");
+    if (long(newest.size()) < expectedSize() || first < 0 || !Consecutive(newest, first) ||
+        end < seen_) {
+      problems_.add("newest: " + std::to_string(newest.size()) + " records from " +
+                    std::to_string(first) + " while " + std::to_string(seen_) + " were seen");
     }
     seen_ = std::max(seen_, end);
   }
   void checkOldest(const std::vector<Candle>& oldest) {
     if (long(oldest.size()) < expectedSize() || !Consecutive(oldest, 0)) {
-      problems_.add("oldest: " + std::to_string(oldest.size()) + " records, not the first of the series");
+      problems_.add("oldest: " + std::to_string(oldest.size()) +
+                    " records, not the first of the series");
     }
   }
 
@@ -237,9 +241,9 @@ class SeriesReader {
   const long records_;  // the writer's whole series
   const int window_;    // records asked for by each get
   Problems& problems_;
-  long seen_ = 0;       // records known to be stored: no answer may show fewer
+  long seen_ = 0;  // records known to be stored: no answer may show fewer
   long passes_ = 0;
-  long during_ = 0;     // passes that counted part of the series
+  long during_ = 0;  // passes that counted part of the series
 };
 
 int Read(const Options& options) {
@@ -271,8 +275,8 @@ std::vector<Candle> ManyRecords(long index, long records) {
 }
 
 // Reads back every stored symbol: counts those read whole, and refusals.
-void ReadBack(Store& store, const std::vector<long>& stored, long records, Problems& problems, long* whole,
-              long* refused) {
+void ReadBack(Store& store, const std::vector<long>& stored, long records, Problems& problems,
+              long* whole, long* refused) {
   for (long index : stored) {
     const HostWord handle = store.open(ManySymbol(index));
     if (handle == 0) {
@@ -294,7 +298,8 @@ int Many(const Options& options) {
     problems.add("setrlimit: " + std::string(std::strerror(errno)));
     return problems.exitStatus();
   }
-  long openRefused = 0, insertRefused = 0, readBack = 0, readRefused = 0, reloaded = 0, reloadRefused = 0;
+  long openRefused = 0, insertRefused = 0, readBack = 0, readRefused = 0, reloaded = 0,
+       reloadRefused = 0;
   std::vector<long> stored;
   {
     Store store(options);
@@ -316,8 +321,9 @@ int Many(const Options& options) {
     ReadBack(store, stored, records, problems, &reloaded, &reloadRefused);
   }
   std::cout << "result openRefused=" << openRefused << " insertRefused=" << insertRefused
-            << " stored=" << stored.size() << " readBack=" << readBack << " readRefused=" << readRefused
-            << " reloaded=" << reloaded << " reloadRefused=" << reloadRefused << std::endl;
+            << " stored=" << stored.size() << " readBack=" << readBack
+            << " readRefused=" << readRefused << " reloaded=" << reloaded
+            << " reloadRefused=" << reloadRefused << std::endl;
   return problems.exitStatus();
 }
 
@@ -326,7 +332,8 @@ int Many(const Options& options) {
 
 int main(int argc, char** argv) {
   using namespace datastore_test;
-  const std::map<std::string, int (*)(const Options&)> roles{{"append", Append}, {"read", Read}, {"many", Many}};
+  const std::map<std::string, int (*)(const Options&)> roles{
+      {"append", Append}, {"read", Read}, {"many", Many}};
   constexpr int kFixedArguments = 4;  // program, role, data, config
   if (argc < kFixedArguments || roles.count(argv[1]) == 0) {
     std::cerr << "usage: store_process append|read|many DATA CONFIG NUMBER... [sync|posted]\n";
@@ -336,8 +343,10 @@ int main(int argc, char** argv) {
   for (int i = kFixedArguments; i < argc; ++i) {
     char* end = nullptr;
     const long number = std::strtol(argv[i], &end, 10);
-    if (*end == '\0') options.numbers.push_back(number);
-    else options.mode = argv[i];
+    if (*end == '\0')
+      options.numbers.push_back(number);
+    else
+      options.mode = argv[i];
   }
   try {
     return roles.at(argv[1])(options);

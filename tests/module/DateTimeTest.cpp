@@ -18,7 +18,8 @@ void FormatTimeValue(long time, const void* format, bool flag, void* result) {
 
 // Answers 3207 with both formatters and the given result.
 void Answer(int result) {
-  ScriptedHost::instance().answers[HostMessage::GetDateTimeFormatters] = [result](HostArg a, HostArg) {
+  ScriptedHost::instance().answers[HostMessage::GetDateTimeFormatters] = [result](HostArg a,
+                                                                                  HostArg) {
     auto* record = reinterpret_cast<DATETIME_FORMATTER_RECORD*>(a);
     EXPECT_EQ(record->qDateTimeFormatter, 0u);
     record->qDateTimeFormatter = reinterpret_cast<HostWord>(&FormatDateTime);
@@ -32,7 +33,8 @@ TEST(DateTimeTest, UsesTheHostsFormattersOnlyAfterAZeroAnswer) {
   ScriptedHost::instance().Attach(TestModule());
   Answer(0);
   Quendal::DateTime dateTime(TestModule(), nullptr);
-  EXPECT_EQ(dateTime.toString(QDateTime(QDate(2024, 2, 29), QTime(13, 5)), QStringLiteral("dd.MM.yy hh:mm")),
+  EXPECT_EQ(dateTime.toString(QDateTime(QDate(2024, 2, 29), QTime(13, 5)),
+                              QStringLiteral("dd.MM.yy hh:mm")),
             QStringLiteral("29.02.24 13:05"));
   EXPECT_EQ(dateTime.toString(86400L, QStringLiteral("f"), true), QStringLiteral("86400|f|1"));
 

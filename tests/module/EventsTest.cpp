@@ -39,7 +39,8 @@ TEST_F(EventsTest, CreateEventSendsTheCutNameAndKeepsTheFirstHandle) {
   EXPECT_EQ(TestModule().CreateEvent(QStringLiteral("X")), 5u);
   EXPECT_EQ(TestModule().CreateEvent(QStringLiteral("X")), 6u);
   EXPECT_EQ(TestModule().events().value(QStringLiteral("X")), 5u);
-  TestModule().CreateEvent(QString(300, QChar('e')));  // 255 or more fill the field without terminator
+  TestModule().CreateEvent(
+      QString(300, QChar('e')));  // 255 or more fill the field without terminator
   TestModule().CreateEvent(QString(254, QChar('f')));
   ASSERT_EQ(sent.size(), 4u);
   EXPECT_STREQ(sent[1].name, "X");
@@ -98,7 +99,8 @@ TEST_F(EventsTest, InterfaceNamesAreCutToTheFirstNamesLength) {
     *reinterpret_cast<HostWord*>(record->resultSlot) = 0xBEEF;
     return 0;
   };
-  EXPECT_EQ(TestModule().getInterface(QStringLiteral("ab"), QStringLiteral("123456789"), QStringLiteral("z")),
+  EXPECT_EQ(TestModule().getInterface(QStringLiteral("ab"), QStringLiteral("123456789"),
+                                      QStringLiteral("z")),
             0xBEEFu);
   const char* bytes = reinterpret_cast<const char*>(&sent);
   EXPECT_EQ(std::string(bytes, 3), std::string("ab\0", 3));

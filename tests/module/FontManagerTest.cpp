@@ -13,13 +13,17 @@ struct FontRow {
   char const* chinaFamily;
 };
 constexpr FontRow kFontRows[] = {
-    {1, "Tahoma", "SimSun"},  {2, "Arial", "SimSun"},   {3, "Courier New", "SimSun"},
-    {4, "Tahoma", "SimSun"},  {5, "Tahoma", "SimSun"},  {6, "Tahoma", "SimSun"},
-    {7, "Arial", "SimSun"},   {8, "Arial", "SimSun"},   {9, "Arial", "SimSun"},  // 9: default falls back
-    {10, "Arial", "SimSun"},  {11, "Arial", "SimSun"},  {12, "Arial", "SimSun"},
-    {13, "Arial", "SimSun"},  {14, "Tahoma", "SimSun"}, {15, "Tahoma", "SimSun"},
-    {16, "Tahoma", "SimSun"}, {17, "Tahoma", "SimSun"}, {18, "Arial", "SimSun"},
-    {0, "Arial", "Arial"},    {-5, "Arial", "Arial"},   {19, "Arial", "Arial"},
+    {1, "Tahoma", "SimSun"},      {2, "Arial", "SimSun"},
+    {3, "Courier New", "SimSun"}, {4, "Tahoma", "SimSun"},
+    {5, "Tahoma", "SimSun"},      {6, "Tahoma", "SimSun"},
+    {7, "Arial", "SimSun"},       {8, "Arial", "SimSun"},
+    {9, "Arial", "SimSun"},  // 9: default falls back
+    {10, "Arial", "SimSun"},      {11, "Arial", "SimSun"},
+    {12, "Arial", "SimSun"},      {13, "Arial", "SimSun"},
+    {14, "Tahoma", "SimSun"},     {15, "Tahoma", "SimSun"},
+    {16, "Tahoma", "SimSun"},     {17, "Tahoma", "SimSun"},
+    {18, "Arial", "SimSun"},      {0, "Arial", "Arial"},
+    {-5, "Arial", "Arial"},       {19, "Arial", "Arial"},
 };
 
 TEST(FontManagers, DefaultTableAndChinaTableWithLargerSizes) {

@@ -12,7 +12,9 @@ class LogTest : public ::testing::Test {
     ScriptedHost::instance().Attach(TestModule());
     log.Create(QStringLiteral("CLogTest"), &ScriptedHost::Callback, &ScriptedHost::instance());
   }
-  const std::vector<ScriptedHost::SinkRecord>& records() { return ScriptedHost::instance().sinkRecords; }
+  const std::vector<ScriptedHost::SinkRecord>& records() {
+    return ScriptedHost::instance().sinkRecords;
+  }
   Log log;
 };
 
@@ -40,7 +42,8 @@ TEST(LogWithoutSink, GrowsToNeededPlusOldOrDoubleAndDropsTheRecord) {
 }
 
 TEST_F(LogTest, TypeAndLevelAreKeptAcrossFlushesAndMarkersAboveFlushIgnored) {
-  log.ShowLogInfo(static_cast<coreLogMsgType>(7), LOG_LEVEL_2, QStringLiteral("x"));  // any type but 1 is 0
+  log.ShowLogInfo(static_cast<coreLogMsgType>(7), LOG_LEVEL_2,
+                  QStringLiteral("x"));  // any type but 1 is 0
   log.ShowLogInfo(LOG_TYPE_1, LOG_LEVEL_5, QStringLiteral("y"));
   log << LOG_LEVEL_4 << "z" << LOG_MARK_FLUSH;
   log << "w" << LOG_MARK_FLUSH;
@@ -52,7 +55,8 @@ TEST_F(LogTest, TypeAndLevelAreKeptAcrossFlushesAndMarkersAboveFlushIgnored) {
   EXPECT_EQ(records()[3].text, u"w");
   EXPECT_EQ(std::pair(records()[3].type, records()[3].level), std::pair(1u, 4u));
 
-  const coreLogMsgLevel expected[] = {LOG_LEVEL_0, LOG_LEVEL_5, LOG_LEVEL_4, LOG_LEVEL_3, LOG_LEVEL_2};
+  const coreLogMsgLevel expected[] = {LOG_LEVEL_0, LOG_LEVEL_5, LOG_LEVEL_4, LOG_LEVEL_3,
+                                      LOG_LEVEL_2};
   for (std::uint32_t marker = 0; marker < 5; ++marker) {
     log << static_cast<eLogMsgType>(marker);
     EXPECT_EQ(log.level(), expected[marker]) << "marker " << marker;

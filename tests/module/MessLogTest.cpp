@@ -72,7 +72,8 @@ TEST(MessLogFile, WritesLocalTimeLinesUpToTheThreshold) {
   EXPECT_TRUE(stamps.contains(lines[0])) << lines[0].toStdString();
   EXPECT_TRUE(lines[2].endsWith(" negative"));
 
-  messLog quiet("T", qPrintable(path), static_cast<CriticalLevel>(-1));  // drops even critical lines
+  messLog quiet("T", qPrintable(path),
+                static_cast<CriticalLevel>(-1));  // drops even critical lines
   quiet.addMessage("dropped", MESS_CRITICAL);
   EXPECT_EQ(ReadLines(path).size(), 3);
 }

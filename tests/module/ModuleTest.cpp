@@ -96,7 +96,8 @@ TEST_F(StartTest, NothingReachesTheHostForOtherMessagesOrWithoutCallback) {
   EXPECT_TRUE(TestModule().events().contains(QStringLiteral("E")));
   VDEvent event{};
   EXPECT_EQ(TestModule().EmitEvent(QStringLiteral("E"), event), 0);
-  EXPECT_EQ(TestModule().getInterface(QStringLiteral("a"), QStringLiteral("b"), QStringLiteral("c")), 0u);
+  EXPECT_EQ(
+      TestModule().getInterface(QStringLiteral("a"), QStringLiteral("b"), QStringLiteral("c")), 0u);
   TestModule().InsertTranslate("ctx", "key", "text");
   Quendal::DateTime dateTime(TestModule(), nullptr);
   EXPECT_TRUE(dateTime.toString(QDateTime::currentDateTime(), QStringLiteral("x")).isNull());

@@ -22,9 +22,9 @@ struct ScriptedHost {
     std::uint32_t level;
     std::u16string text;
   };
-  std::vector<Call> calls;                                         // every callback call
+  std::vector<Call> calls;                                               // every callback call
   std::map<unsigned int, std::function<int(HostArg, HostArg)>> answers;  // per message
-  std::vector<SinkRecord> sinkRecords;                             // what reached the log sink
+  std::vector<SinkRecord> sinkRecords;  // what reached the log sink
 
   static ScriptedHost& instance();
   static int Callback(void* context, unsigned int message, HostArg a, HostArg b);

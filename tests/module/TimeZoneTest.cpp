@@ -13,7 +13,8 @@
 
 TEST(TimeZone, CheckNeedsExactlyGst0AndSetTimeTzAppliesIt) {
   const char* const original = std::getenv("TZ");
-  const std::optional<std::string> saved = original ? std::optional<std::string>(original) : std::nullopt;
+  const std::optional<std::string> saved =
+      original ? std::optional<std::string>(original) : std::nullopt;
   unsetenv("TZ");
   EXPECT_FALSE(CheckTimeZone());
   for (const char* zone : {"UTC", "GST0 "}) {

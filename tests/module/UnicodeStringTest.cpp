@@ -112,7 +112,8 @@ TEST(UnicodeStringData, SetFillsTheInlineFormUpToItsLastUnit) {
   EXPECT_EQ(s.set(3, 2, static_cast<void const*>("a\0b\0c\0")), 1);
   EXPECT_EQ(BufferText(s), "abc");
   EXPECT_EQ(RecordText(s), "0x0:null");
-  EXPECT_EQ(s.set(1200, 2, static_cast<void const*>(source.data())), 1);  // raw bytes: cut, last unit zeroed
+  EXPECT_EQ(s.set(1200, 2, static_cast<void const*>(source.data())),
+            1);  // raw bytes: cut, last unit zeroed
   EXPECT_EQ(s.buffer()[998], source[998]);
   EXPECT_EQ(s.buffer()[999], 0);
   EXPECT_EQ(s.set(1000, 2, static_cast<void const*>(source.data())), 1);  // fits exactly
@@ -145,7 +146,7 @@ TEST(UnicodeString, AssignmentsFillTheQStringAndTheHostSide) {
   std::vector<unsigned short> const embedded = Units(std::u16string_view(u"ab\0cd", 5));
   CUnicodeString s;
   s = Record(embedded, 5);
-  EXPECT_EQ(s.string(), "ab");  // the QString stops at a 0 unit or the length
+  EXPECT_EQ(s.string(), "ab");                        // the QString stops at a 0 unit or the length
   EXPECT_EQ(RecordText(s), "5x2:a\0b\0\0\0c\0d\0"s);  // the record keeps all of it
   std::vector<unsigned short> const plain = Units(u"abcdef");
   s = Record(plain, 4);

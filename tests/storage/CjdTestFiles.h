@@ -53,7 +53,8 @@ inline Bytes ReadFileBytes(std::string const& path) {
 inline void WriteFileBytes(std::string const& path, Bytes const& bytes) {
   std::filesystem::remove(path);
   std::ofstream out(path, std::ios::binary);
-  out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+  out.write(reinterpret_cast<const char*>(bytes.data()),
+            static_cast<std::streamsize>(bytes.size()));
 }
 
 // Integers as the format stores them: little-endian, as wide as their type.
@@ -84,8 +85,8 @@ struct View {
 
 inline std::vector<View> DefaultViews(bool ticks) {
   std::vector<View> views;
-  for (const char* name :
-       ticks ? std::vector{"Value", "Volume"} : std::vector{"Open", "High", "Low", "Close", "Volume"})
+  for (const char* name : ticks ? std::vector{"Value", "Volume"}
+                                : std::vector{"Open", "High", "Low", "Close", "Volume"})
     views.push_back({DATA_POINT_FLOAT, name});
   return views;
 }
@@ -109,10 +110,13 @@ struct HeaderFields {
   std::uint32_t D() const {
     return cjd::DescriptionAreaOffset(static_cast<std::uint32_t>(descriptions.size())) + extraD;
   }
-  std::uint32_t H() const { return cjd::HeaderSize(static_cast<std::uint32_t>(views.size())) + extraH; }
+  std::uint32_t H() const {
+    return cjd::HeaderSize(static_cast<std::uint32_t>(views.size())) + extraH;
+  }
   unsigned int RecordSize() const {
     unsigned int size = cjd::kTimeSize;
-    for (View const& view : views) size += CSymbol::GetViewSize(static_cast<DATA_POINT_TYPES>(view.type));
+    for (View const& view : views)
+      size += CSymbol::GetViewSize(static_cast<DATA_POINT_TYPES>(view.type));
     return size;
   }
 
@@ -163,7 +167,8 @@ inline HeaderFields TickFields() {
 }
 
 // Records of these times, each followed by random value bytes.
-inline Bytes MakeRecords(std::vector<std::int32_t> const& times, unsigned int recordSize, std::mt19937& rng) {
+inline Bytes MakeRecords(std::vector<std::int32_t> const& times, unsigned int recordSize,
+                         std::mt19937& rng) {
   Bytes out;
   for (std::int32_t time : times) {
     AppendLittleEndian<std::int32_t>(out, time);
@@ -204,7 +209,8 @@ inline Bytes MergeByTime(Bytes const& stored, Bytes const& batch, unsigned int r
   std::map<std::int32_t, Bytes> byTime;
   const Bytes all = Concatenated(stored, batch);
   for (std::size_t at = 0; at + recordSize <= all.size(); at += recordSize)
-    byTime[RecordTime(&all[at])] = Bytes(all.begin() + long(at), all.begin() + long(at + recordSize));
+    byTime[RecordTime(&all[at])] =
+        Bytes(all.begin() + long(at), all.begin() + long(at + recordSize));
   Bytes out;
   for (auto const& [time, record] : byTime) out.insert(out.end(), record.begin(), record.end());
   return out;
@@ -222,7 +228,8 @@ inline ::testing::AssertionResult SameRecords(Bytes const& actual, Bytes const& 
 
 // An owner as the data store is one: files change through `log` when given.
 struct TestOwner : SymbolOwner {
-  explicit TestOwner(bool writeEnabled = true, FileSystem* fileSystem = nullptr, WriteAheadLog* log = nullptr)
+  explicit TestOwner(bool writeEnabled = true, FileSystem* fileSystem = nullptr,
+                     WriteAheadLog* log = nullptr)
       : writeEnabled(writeEnabled), fileSystem(fileSystem), log(log) {}
   bool IsWriteEnabled() const override { return writeEnabled; }
   FileSystem& GetFileSystem() const override {
@@ -235,11 +242,12 @@ struct TestOwner : SymbolOwner {
 };
 
 // The write-ahead log of `folder`, recovered and ready.
-inline std::unique_ptr<WriteAheadLog> OpenLog(std::string const& folder, FileSystem* fileSystem = nullptr,
+inline std::unique_ptr<WriteAheadLog> OpenLog(std::string const& folder,
+                                              FileSystem* fileSystem = nullptr,
                                               DurabilitySettings settings = {}) {
   std::unique_ptr<WriteAheadLog> log;
-  const Status status =
-      WriteAheadLog::Open(fileSystem != nullptr ? *fileSystem : FileSystem::Default(), folder, settings, &log);
+  const Status status = WriteAheadLog::Open(
+      fileSystem != nullptr ? *fileSystem : FileSystem::Default(), folder, settings, &log);
   EXPECT_TRUE(status.ok()) << status.ToString();
   return log;
 }
@@ -279,14 +287,16 @@ inline Bytes RecordsOf(std::string const& path, bool writeEnabled = true) {
 
 // A symbol made as the store makes one from a request: name, period, code,
 // provider, and the default views of its period.
-inline std::unique_ptr<CSymbol> MakeSymbol(SymbolOwner* owner, const char* name, SYMBOL_PERIOD period,
-                                           const char* code = "EURUSD", const char* provider = "Demo") {
+inline std::unique_ptr<CSymbol> MakeSymbol(SymbolOwner* owner, const char* name,
+                                           SYMBOL_PERIOD period, const char* code = "EURUSD",
+                                           const char* provider = "Demo") {
   const std::u16string wideName = QString::fromLatin1(name).toStdU16String();
   const std::u16string wideProvider = QString::fromLatin1(provider).toStdU16String();
   const auto* wide = reinterpret_cast<const unsigned short*>(wideName.c_str());
   std::string codeText = code;
-  auto symbol = std::make_unique<CSymbol>(owner, wide, period, wide, codeText.data(),
-                                          reinterpret_cast<const unsigned short*>(wideProvider.c_str()));
+  auto symbol =
+      std::make_unique<CSymbol>(owner, wide, period, wide, codeText.data(),
+                                reinterpret_cast<const unsigned short*>(wideProvider.c_str()));
   for (View view : DefaultViews(period.kind == 'I' && period.length == 0))
     symbol->InsertDataPointView(static_cast<DATA_POINT_TYPES>(view.type), view.name.data());
   return symbol;

@@ -47,7 +47,8 @@ class FaultInjectionTest : public ::testing::Test {
   // Records later than everything stored; `round` keeps rounds apart.
   Bytes LaterBatch(int round) {
     const std::int32_t end = kFirstTime + std::int32_t(stored_.size() / kRecordSize) * kTimeStep;
-    return Records(cjdtest::TimesFrom(end + round * kBatchCount * kTimeStep, kBatchCount, kTimeStep));
+    return Records(
+        cjdtest::TimesFrom(end + round * kBatchCount * kTimeStep, kBatchCount, kTimeStep));
   }
 
   // One record replacing a stored record, then records between stored ones.
@@ -61,7 +62,8 @@ class FaultInjectionTest : public ::testing::Test {
   // Inserts with the plan armed; true when a fault was injected.
   bool InsertWithFaults(CSymbol& symbol, Bytes batch, FaultPlan plan, Status* status = nullptr) {
     fileSystem_.Arm(std::move(plan));
-    const Status inserted = symbol.InsertData(static_cast<int>(batch.size() / kRecordSize), batch.data());
+    const Status inserted =
+        symbol.InsertData(static_cast<int>(batch.size() / kRecordSize), batch.data());
     if (status != nullptr) *status = inserted;
     const bool injected = fileSystem_.faults > 0;
     fileSystem_.Arm({});
@@ -77,15 +79,18 @@ class FaultInjectionTest : public ::testing::Test {
     if (!InsertWithFaults(*symbol, batch, std::move(plan), &status)) return false;
     const Bytes merged = cjdtest::MergeByTime(stored_, batch, kRecordSize);
     const Bytes shown = cjdtest::AllRecords(*symbol);
-    EXPECT_TRUE(shown == stored_ || cjdtest::SameRecords(shown, merged, kRecordSize)) << "half an insert";
+    EXPECT_TRUE(shown == stored_ || cjdtest::SameRecords(shown, merged, kRecordSize))
+        << "half an insert";
     if (shown == stored_) {
       EXPECT_THAT(status.ToString(), HasSubstr(dir_.path().string()));
     }
     EXPECT_TRUE(log_->Checkpoint().ok());
-    EXPECT_TRUE(cjdtest::SameRecords(cjdtest::RecordsOf(path_), shown, kRecordSize)) << "after a checkpoint";
+    EXPECT_TRUE(cjdtest::SameRecords(cjdtest::RecordsOf(path_), shown, kRecordSize))
+        << "after a checkpoint";
     const Bytes second = LaterBatch(1);
     EXPECT_TRUE(symbol->InsertData(kBatchCount, const_cast<unsigned char*>(second.data())).ok());
-    EXPECT_TRUE(cjdtest::SameRecords(cjdtest::AllRecords(*symbol), cjdtest::MergeByTime(shown, second, kRecordSize),
+    EXPECT_TRUE(cjdtest::SameRecords(cjdtest::AllRecords(*symbol),
+                                     cjdtest::MergeByTime(shown, second, kRecordSize),
                                      kRecordSize));
     return true;
   }
@@ -95,7 +100,8 @@ class FaultInjectionTest : public ::testing::Test {
     for (bool writeHalf : {false, true}) {
       int faultPoint = 1;
       while (faultPoint <= kMaxFaultPoints) {
-        SCOPED_TRACE("write " + std::to_string(faultPoint) + (writeHalf ? ", half written" : ", nothing written"));
+        SCOPED_TRACE("write " + std::to_string(faultPoint) +
+                     (writeHalf ? ", half written" : ", nothing written"));
         if (!InsertFailsCleanly(batch, {.failWrite = faultPoint, .writeHalf = writeHalf})) break;
         ++faultPoint;
       }
@@ -118,8 +124,9 @@ class FaultInjectionTest : public ::testing::Test {
 // file, and merges that change stored records.
 TEST_F(FaultInjectionTest, InsertThatFailsLeavesTheStoredRecordsAndTheNextInsertIsCorrect) {
   FailEachWriteOf(LaterBatch(0));
-  FailEachWriteOf(Records(cjdtest::TimesFrom(kFirstTime + kStoredCount * kTimeStep,
-                                            WriteAheadLog::kDirectAppendBytes / kRecordSize + 1, kTimeStep)));
+  FailEachWriteOf(
+      Records(cjdtest::TimesFrom(kFirstTime + kStoredCount * kTimeStep,
+                                 WriteAheadLog::kDirectAppendBytes / kRecordSize + 1, kTimeStep)));
   FailEachWriteOf(EarlierBatch());
 }
 
@@ -156,7 +163,8 @@ TEST_F(FaultInjectionTest, FailedOpensAreRefusedAndTouchNothing) {
   EXPECT_TRUE(log_->Checkpoint().ok());
   EXPECT_EQ(cjdtest::ReadFileBytes(path_), initial_);
 
-  fileSystem_.Arm({.failOpen = ".cjd", .failOpenOfExisting = true});  // never emptied as if it were new
+  fileSystem_.Arm(
+      {.failOpen = ".cjd", .failOpenOfExisting = true});  // never emptied as if it were new
   CSymbol existing(&owner_, path_.c_str());
   EXPECT_FALSE(existing.Open().ok());
   EXPECT_EQ(cjdtest::ReadFileBytes(path_), initial_);
@@ -167,7 +175,8 @@ TEST_F(FaultInjectionTest, FailedOpensAreRefusedAndTouchNothing) {
 TEST_F(FaultInjectionTest, ShortReadDuringAnInsertNeverDisordersTheFile) {
   for (int storedCount : {kStoredCount, kLargeStoredCount}) {
     for (int faultPoint = 1; faultPoint <= kMaxFaultPoints; ++faultPoint) {
-      SCOPED_TRACE(std::to_string(storedCount) + " records, read " + std::to_string(faultPoint) + " short");
+      SCOPED_TRACE(std::to_string(storedCount) + " records, read " + std::to_string(faultPoint) +
+                   " short");
       std::unique_ptr<CSymbol> symbol = FreshSymbol(storedCount);
       const Bytes batch = EarlierBatch();
       const bool injected = InsertWithFaults(*symbol, batch, {.shortRead = faultPoint});
@@ -176,8 +185,8 @@ TEST_F(FaultInjectionTest, ShortReadDuringAnInsertNeverDisordersTheFile) {
       const Bytes after = cjdtest::RecordsOf(path_);
       EXPECT_TRUE(cjdtest::TimesAscend(after, kRecordSize)) << "records out of order";
       if (after != stored_) {
-        EXPECT_TRUE(
-            cjdtest::SameRecords(after, cjdtest::MergeByTime(stored_, batch, kRecordSize), kRecordSize));
+        EXPECT_TRUE(cjdtest::SameRecords(after, cjdtest::MergeByTime(stored_, batch, kRecordSize),
+                                         kRecordSize));
       }
       if (!injected) break;
     }
@@ -195,12 +204,12 @@ TEST_F(FaultInjectionTest, ShortReadDuringAGetNeverDeliversOtherRecords) {
       const Bytes expected(
           first, mode == kGetTimeRange ? stored_.begin() + kRangeEnd * kRecordSize : stored_.end());
       for (int faultPoint = 0; faultPoint <= kMaxFaultPoints; ++faultPoint) {
-        SCOPED_TRACE(std::to_string(storedCount) + " records, mode " + std::to_string(mode) + ", read " +
-                     std::to_string(faultPoint) + " short");
+        SCOPED_TRACE(std::to_string(storedCount) + " records, mode " + std::to_string(mode) +
+                     ", read " + std::to_string(faultPoint) + " short");
         Bytes buffer(static_cast<std::size_t>(storedCount) * kRecordSize);
-        GET_SYMBOL_DATA_REQUEST request =
-            cjdtest::MakeRequest(mode, storedCount, buffer.data(), kFirstTime + kRangeFirst * kTimeStep,
-                                 kFirstTime + kRangeEnd * kTimeStep);
+        GET_SYMBOL_DATA_REQUEST request = cjdtest::MakeRequest(mode, storedCount, buffer.data(),
+                                                               kFirstTime + kRangeFirst * kTimeStep,
+                                                               kFirstTime + kRangeEnd * kTimeStep);
         fileSystem_.Arm({.shortRead = faultPoint, .allReadsShort = faultPoint == 0});
         const int result = symbol->GetData(&request);
         const bool injected = fileSystem_.faults > 0;
@@ -209,7 +218,8 @@ TEST_F(FaultInjectionTest, ShortReadDuringAGetNeverDeliversOtherRecords) {
         } else {
           EXPECT_NE(faultPoint, 0) << "delivered with every read short";
           buffer.resize(static_cast<std::size_t>(std::max(request.count, 0)) * kRecordSize);
-          EXPECT_TRUE(cjdtest::SameRecords(buffer, expected, kRecordSize)) << "delivered other records";
+          EXPECT_TRUE(cjdtest::SameRecords(buffer, expected, kRecordSize))
+              << "delivered other records";
         }
         if (faultPoint == 0) {
           symbol->GetDataCount(&request);

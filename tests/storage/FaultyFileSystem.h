@@ -26,7 +26,8 @@ struct FaultPlan {
   int shortRead = 0;           // this ReadAt from now returns half its bytes; 0: none
   bool allReadsShort = false;  // every ReadAt of more than one byte returns half its bytes
   std::string failOpen = {};   // opens of paths ending in this fail (empty: none)
-  bool failOpenOfExisting = false;  // ...only opens that create nothing: a passing failure (no descriptor)
+  bool failOpenOfExisting =
+      false;  // ...only opens that create nothing: a passing failure (no descriptor)
 };
 
 class FaultyFileSystem : public FileSystem {
@@ -44,9 +45,11 @@ class FaultyFileSystem : public FileSystem {
     bytesRead = 0;
   }
 
-  Status Open(std::string const& path, OpenMode mode, std::unique_ptr<RandomAccessFile>* file) override {
+  Status Open(std::string const& path, OpenMode mode,
+              std::unique_ptr<RandomAccessFile>* file) override {
     const bool creates = mode == OpenMode::CreateNew || mode == OpenMode::OpenOrCreate;
-    if (!plan.failOpen.empty() && path.ends_with(plan.failOpen) && !(creates && plan.failOpenOfExisting)) {
+    if (!plan.failOpen.empty() && path.ends_with(plan.failOpen) &&
+        !(creates && plan.failOpenOfExisting)) {
       ++faults;
       return Status::FromErrno("open", path, EACCES);
     }
@@ -70,7 +73,8 @@ class FaultyFileSystem : public FileSystem {
     Status ReadAt(std::uint64_t offset, void* buffer, std::size_t n, std::size_t* got) override {
       std::uint64_t size = 0;
       if (real_->Size(&size).ok() && offset + n > size) ++owner_.readsPastEnd;
-      const bool shortened = ++owner_.reads == owner_.plan.shortRead || (owner_.plan.allReadsShort && n > 1);
+      const bool shortened =
+          ++owner_.reads == owner_.plan.shortRead || (owner_.plan.allReadsShort && n > 1);
       if (shortened) ++owner_.faults;
       Status status = real_->ReadAt(offset, buffer, shortened ? n / 2 : n, got);
       if (status.ok()) owner_.bytesRead += static_cast<std::int64_t>(*got);

@@ -73,7 +73,8 @@ TEST_F(HeaderDamageTest, DamagedFieldsAreRefused) {
   Bytes viewsAndSize = With<std::uint8_t>(sizeField + 4, 0xFF);
   cjdtest::PutLittleEndian<std::uint32_t>(viewsAndSize, sizeField, cjd::HeaderSize(0xFF));
   const std::pair<Bytes, const char*> damaged[] = {
-      {With<std::uint32_t>(cjd::kDescriptionAreaOffsetField, valid_.size()), "D at the end of the file"},
+      {With<std::uint32_t>(cjd::kDescriptionAreaOffsetField, valid_.size()),
+       "D at the end of the file"},
       {With<std::uint32_t>(cjd::kDescriptionAreaOffsetField, 0xFFFFFFFF), "largest D"},
       {With<std::uint32_t>(sizeField, valid_.size()), "H as large as the file"},
       {With<std::uint32_t>(sizeField, 0xFFFFFFFF), "largest H"},
@@ -88,11 +89,13 @@ TEST_F(HeaderDamageTest, DamagedFieldsAreRefused) {
   for (auto const& [file, what] : damaged) ExpectRefused(file, what);
 
   std::vector<std::pair<HeaderFields, std::string>> changed;
-  auto change = [&](std::string what) -> HeaderFields& { return changed.emplace_back(fields_, what).first; };
+  auto change = [&](std::string what) -> HeaderFields& {
+    return changed.emplace_back(fields_, what).first;
+  };
   change("first view type 7").views.front().type = cjd::kMaxViewTypes;
   change("last view type 255").views.back().type = 0xFF;
-  for (const char* type : {"Component Jet Data Filf", "Component Jet Data Fil", "Component Jet Data Files",
-                           "component Jet Data File"}) {
+  for (const char* type : {"Component Jet Data Filf", "Component Jet Data Fil",
+                           "Component Jet Data Files", "component Jet Data File"}) {
     change(type).fileType = type;
   }
   const std::string tooLong(cjd::kTextBytes, 'x');  // has the length byte 255
@@ -147,7 +150,8 @@ TEST_F(HeaderDamageTest, SoundHeaderLoadsEveryFieldAndItsRecordsWhereDAndHSay) {
   fields.pointSize = 0.25f;
   fields.extraD = 100;
   fields.extraH = 60;
-  const Bytes records = cjdtest::MakeRecords({kFirstTime, kFirstTime + 1}, fields.RecordSize(), rng_);
+  const Bytes records =
+      cjdtest::MakeRecords({kFirstTime, kFirstTime + 1}, fields.RecordSize(), rng_);
   cjdtest::WriteFileBytes(path_, fields.File(records));
   auto symbol = cjdtest::OpenSymbol(owner_, path_);
   ASSERT_NE(symbol, nullptr);
@@ -177,7 +181,8 @@ TEST_F(HeaderDamageTest, RandomDamageNeverCrashesOrReadsPastTheFile) {
     };
     Bytes file = valid_;
     const std::size_t damageEnd = uniform(5) < 5 ? fields_.FirstRecord() - 1 : file.size() - 1;
-    for (std::size_t hits = uniform(3) + 1; hits > 0; --hits) file[uniform(damageEnd)] = std::uint8_t(rng());
+    for (std::size_t hits = uniform(3) + 1; hits > 0; --hits)
+      file[uniform(damageEnd)] = std::uint8_t(rng());
     if (uniform(5) == 0) file.resize(uniform(file.size()));
     cjdtest::WriteFileBytes(path_, file);
     fileSystem.Arm({});

@@ -53,7 +53,9 @@ constexpr int FileOfStep(int step) { return step / kStepsPerFile; }
 Bytes MakeStep(int step) {
   std::seed_seq seeds{kSeed, static_cast<std::uint32_t>(step)};
   std::mt19937 rng(seeds);
-  auto uniform = [&rng](int low, int high) { return std::uniform_int_distribution<int>(low, high)(rng); };
+  auto uniform = [&rng](int low, int high) {
+    return std::uniform_int_distribution<int>(low, high)(rng);
+  };
   const int stepInFile = step % kStepsPerFile;
   const std::int32_t start = kBaseTime + stepInFile * kStepSpan;
   std::vector<std::int32_t> times;
@@ -95,7 +97,8 @@ class KillTest : public ::testing::Test {
  protected:
   // A new file, header only, for the file of step_.
   void StartFile() {
-    for (auto const& entry : std::filesystem::directory_iterator(dir_.path())) std::filesystem::remove(entry);
+    for (auto const& entry : std::filesystem::directory_iterator(dir_.path()))
+      std::filesystem::remove(entry);
     path_ = dir_.File("kill" + std::to_string(FileOfStep(step_)) + ".cjd");
     cjdtest::WriteFileBytes(path_, cjdtest::HeaderFields{}.File({}));
     state_.clear();
@@ -114,12 +117,13 @@ class KillTest : public ::testing::Test {
       InsertSteps(path_, step_, fds[1]);
     }
     close(fds[1]);
-    const bool awaitFinishedStep = std::uniform_int_distribution<int>(1, kFinishedStepOneIn)(rng_) == 1;
+    const bool awaitFinishedStep =
+        std::uniform_int_distribution<int>(1, kFinishedStepOneIn)(rng_) == 1;
     if (ReadAnnouncement(fds[0], round.lastAnnounced) && awaitFinishedStep) {
       ReadAnnouncement(fds[0], round.lastAnnounced);
     }
-    std::this_thread::sleep_for(
-        std::chrono::microseconds(std::uniform_int_distribution<int>(0, kMaxSleepMicroseconds)(rng_)));
+    std::this_thread::sleep_for(std::chrono::microseconds(
+        std::uniform_int_distribution<int>(0, kMaxSleepMicroseconds)(rng_)));
     kill(pid, SIGKILL);
     int status = 0;
     waitpid(pid, &status, 0);
@@ -159,7 +163,8 @@ class KillTest : public ::testing::Test {
     cjdtest::TestOwner owner(true, nullptr, log.get());
     std::unique_ptr<CSymbol> symbol = cjdtest::OpenSymbol(owner, path_);
     ASSERT_NE(symbol, nullptr) << "the header no longer loads";
-    const std::int64_t recordBytes = symbol->file()->FileSize() - symbol->file()->FirstRecordOffset();
+    const std::int64_t recordBytes =
+        symbol->file()->FileSize() - symbol->file()->FirstRecordOffset();
     ASSERT_EQ(recordBytes % kRecordSize, 0) << "a partial record in step " << step_;
     const Bytes records = cjdtest::AllRecords(*symbol);
     ASSERT_TRUE(cjdtest::TimesAscend(records, kRecordSize)) << "disordered in step " << step_;
@@ -198,11 +203,13 @@ TEST_F(KillTest, DeathAtEachWriteOfAnAppendOrAMergeLeavesTheStateBeforeOrAfter) 
   for (bool rewrite : {false, true}) {
     int point = 1;
     for (; point <= 32; ++point) {  // more writes than one insert makes
-      SCOPED_TRACE(std::string(rewrite ? "merge" : "append") + ", died at write " + std::to_string(point));
+      SCOPED_TRACE(std::string(rewrite ? "merge" : "append") + ", died at write " +
+                   std::to_string(point));
       const Bytes stored =
           cjdtest::MakeRecords(cjdtest::TimesFrom(kBaseTime, 50, kTimeStep), kRecordSize, rng_);
       const std::int32_t from = kBaseTime + (rewrite ? kTimeStep / 2 : 50 * kTimeStep);
-      Bytes batch = cjdtest::MakeRecords(cjdtest::TimesFrom(from, 10, kTimeStep), kRecordSize, rng_);
+      Bytes batch =
+          cjdtest::MakeRecords(cjdtest::TimesFrom(from, 10, kTimeStep), kRecordSize, rng_);
       const Bytes after = cjdtest::MergeByTime(stored, batch, kRecordSize);
       cjdtest::WriteFileBytes(path, cjdtest::HeaderFields{}.File(stored));
       const pid_t pid = fork();
@@ -219,7 +226,8 @@ TEST_F(KillTest, DeathAtEachWriteOfAnAppendOrAMergeLeavesTheStateBeforeOrAfter) 
       int status = 0;
       waitpid(pid, &status, 0);
       ASSERT_TRUE(WIFEXITED(status)) << "status " << status;
-      if (WEXITSTATUS(status) != cjdtest::kDiedAtWrite) break;  // the insert made fewer writes and finished
+      if (WEXITSTATUS(status) != cjdtest::kDiedAtWrite)
+        break;  // the insert made fewer writes and finished
       std::unique_ptr<WriteAheadLog> log = cjdtest::OpenLog(dir_.path().string());
       cjdtest::TestOwner owner(true, nullptr, log.get());
       std::unique_ptr<CSymbol> symbol = cjdtest::OpenSymbol(owner, path);

@@ -44,7 +44,8 @@ TEST(SymbolPathTest, FileNamesOfTheFormat) {
   cjdtest::TestOwner owner;
   QDir(dir.path()).mkdir("Demo");
   const std::string root = dir.path().toStdString();
-  auto pathOf = [&](const char* name, SYMBOL_PERIOD period, const char* folder, const char* code = "EURUSD") {
+  auto pathOf = [&](const char* name, SYMBOL_PERIOD period, const char* folder,
+                    const char* code = "EURUSD") {
     auto symbol = cjdtest::MakeSymbol(&owner, name, period, code);
     EXPECT_EQ(symbol->Create(dir.path() + folder), 0);
     return symbol->file()->path();

@@ -21,8 +21,8 @@ namespace cjdtest {
 struct DurableOp {
   enum Kind { kCreate, kWrite, kTruncate, kSync, kSyncDirectory, kSyncAll };
   Kind kind;
-  std::string path;                  // relative to the recorded folder; "" is the folder itself
-  std::uint64_t offset = 0;          // write: where; truncate: the new size
+  std::string path;          // relative to the recorded folder; "" is the folder itself
+  std::uint64_t offset = 0;  // write: where; truncate: the new size
   std::vector<unsigned char> bytes = {};  // write: what
 };
 
@@ -30,11 +30,13 @@ class RecordingFileSystem : public FileSystem {
  public:
   explicit RecordingFileSystem(std::string folder) : folder_(std::move(folder)) {}
 
-  bool recording = false;       // note operations now
-  std::vector<DurableOp> ops;   // in the order they were made
+  bool recording = false;      // note operations now
+  std::vector<DurableOp> ops;  // in the order they were made
 
-  Status Open(std::string const& path, OpenMode mode, std::unique_ptr<RandomAccessFile>* file) override {
-    const bool creates = mode == OpenMode::CreateNew || (mode == OpenMode::OpenOrCreate && !real_.Exists(path));
+  Status Open(std::string const& path, OpenMode mode,
+              std::unique_ptr<RandomAccessFile>* file) override {
+    const bool creates =
+        mode == OpenMode::CreateNew || (mode == OpenMode::OpenOrCreate && !real_.Exists(path));
     std::unique_ptr<RandomAccessFile> real;
     Status status = real_.Open(path, mode, &real);
     if (!status.ok()) return status;
@@ -64,7 +66,8 @@ class RecordingFileSystem : public FileSystem {
     }
     Status WriteAt(std::uint64_t offset, const void* data, std::size_t n) override {
       const auto* bytes = static_cast<const unsigned char*>(data);
-      if (owner_.recording) owner_.ops.push_back({DurableOp::kWrite, relative_, offset, {bytes, bytes + n}});
+      if (owner_.recording)
+        owner_.ops.push_back({DurableOp::kWrite, relative_, offset, {bytes, bytes + n}});
       return real_->WriteAt(offset, data, n);
     }
     Status Size(std::uint64_t* size) override { return real_->Size(size); }
@@ -92,7 +95,7 @@ class RecordingFileSystem : public FileSystem {
     return path.starts_with(folder_ + "/") ? path.substr(folder_.size() + 1) : path;
   }
 
-  const std::string folder_;               // recorded paths are relative to it
+  const std::string folder_;  // recorded paths are relative to it
   FileSystem& real_ = FileSystem::Default();
 };
 

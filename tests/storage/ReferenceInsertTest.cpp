@@ -34,8 +34,8 @@ constexpr int kMaxStored = 300;
 TEST(NormalizeBatchTest, SortsStablyAndKeepsTheLastRecordOfEachTime) {
   constexpr unsigned int kRecordSize = 8;
   std::mt19937 rng(5);
-  for (Times const& times :
-       {Times{}, Times{30, 10, 30, 20, 10, 30}, Times{1, std::numeric_limits<std::int32_t>::min(), -1}}) {
+  for (Times const& times : {Times{}, Times{30, 10, 30, 20, 10, 30},
+                             Times{1, std::numeric_limits<std::int32_t>::min(), -1}}) {
     SCOPED_TRACE(::testing::PrintToString(times));
     const Bytes records = cjdtest::MakeRecords(times, kRecordSize, rng);
     EXPECT_EQ(NormalizeBatch(records.data(), int(times.size()), kRecordSize),
@@ -66,10 +66,12 @@ void ReferenceInsert(CSDTFile& file, unsigned int recordSize, Bytes const& batch
 // consecutive parts (the same as one insert: records go in one at a time),
 // each part's changes merged into what the log still holds of the earlier
 // ones, with or without a checkpoint between them.
-Bytes Inserted(Bytes const& file, Bytes batch, std::string const& path, bool reference, std::uint32_t seed = 0) {
+Bytes Inserted(Bytes const& file, Bytes batch, std::string const& path, bool reference,
+               std::uint32_t seed = 0) {
   constexpr int kMaxParts = 3;
   cjdtest::WriteFileBytes(path, file);
-  std::unique_ptr<WriteAheadLog> log = cjdtest::OpenLog(DirectoryOf(path), nullptr, {DurabilitySettings::kNoSync});
+  std::unique_ptr<WriteAheadLog> log =
+      cjdtest::OpenLog(DirectoryOf(path), nullptr, {DurabilitySettings::kNoSync});
   cjdtest::TestOwner owner(true, nullptr, log.get());
   std::unique_ptr<CSymbol> symbol = cjdtest::OpenSymbol(owner, path);
   if (symbol == nullptr) return {};
@@ -80,7 +82,8 @@ Bytes Inserted(Bytes const& file, Bytes batch, std::string const& path, bool ref
     std::mt19937 rng(seed);
     const int records = int(batch.size() / size);
     for (int first = 0, parts = 1 + int(rng() % kMaxParts); first < records; --parts) {
-      const int count = parts == 1 ? records - first : 1 + int(rng() % std::uint32_t(records - first));
+      const int count =
+          parts == 1 ? records - first : 1 + int(rng() % std::uint32_t(records - first));
       symbol->InsertData(count, batch.data() + std::size_t(first) * size);
       if (rng() % 2 == 0) log->Checkpoint();
       first += count;
@@ -103,7 +106,9 @@ struct Case {
 // stored times; some repeat a stored time or an earlier batch time.
 Case MakeCase(std::uint32_t seed) {
   std::mt19937 rng(seed);
-  auto uniform = [&rng](int low, int high) { return std::uniform_int_distribution<int>(low, high)(rng); };
+  auto uniform = [&rng](int low, int high) {
+    return std::uniform_int_distribution<int>(low, high)(rng);
+  };
   auto chance = [&uniform](int oneIn) { return uniform(1, oneIn) == 1; };
   const HeaderFields fields = uniform(0, 1) == 1 ? cjdtest::TickFields() : HeaderFields{};
   const unsigned int recordSize = fields.RecordSize();
@@ -128,9 +133,12 @@ Case MakeCase(std::uint32_t seed) {
   const std::int32_t last = stored.empty() ? first + kTimeStep * kMaxStored : stored.back();
   const std::int32_t span = last - first + kTimeStep;
   const int placement = uniform(0, 5);
-  const std::pair<std::int32_t, std::int32_t> windows[] = {
-      {first - span, first - 1},          {first, last},           {first - span / 2, first + span / 2},
-      {last - span / 2, last + span / 2}, {last + 1, last + span}, {first - span, last + span}};
+  const std::pair<std::int32_t, std::int32_t> windows[] = {{first - span, first - 1},
+                                                           {first, last},
+                                                           {first - span / 2, first + span / 2},
+                                                           {last - span / 2, last + span / 2},
+                                                           {last + 1, last + span},
+                                                           {first - span, last + span}};
   const auto [low, high] = windows[placement];
   const int batchCount = chance(5) ? 1 : chance(6) ? uniform(60, 400) : uniform(2, 60);
   Times batch;
@@ -162,7 +170,8 @@ TEST(ReferenceInsertTest, BothFollowTheRules) {
     const Bytes records(file.begin() + static_cast<long>(fields.FirstRecord()), file.end());
     EXPECT_EQ(cjdtest::TimesOf(records, size), (Times{10, 20, 20, 25, 30, 40, 45, 50}));
     EXPECT_TRUE(std::equal(records.begin() + size, records.begin() + 2 * size, batch.begin()));
-    EXPECT_TRUE(std::equal(records.begin() + 3 * size, records.begin() + 4 * size, batch.begin() + 5 * size));
+    EXPECT_TRUE(std::equal(records.begin() + 3 * size, records.begin() + 4 * size,
+                           batch.begin() + 5 * size));
   }
 }
 
@@ -198,7 +207,8 @@ TEST(ReferenceInsertTest, RandomBatchesGiveTheReferenceBytes) {
     ASSERT_FALSE(expected.empty()) << "the test's own file was refused";
     const Bytes actual = Inserted(made.file, made.batch, dir.File("actual.cjd"), false, seed);
     ASSERT_TRUE(actual == expected)
-        << actual.size() << " bytes where " << expected.size() << " were expected; first difference at byte "
+        << actual.size() << " bytes where " << expected.size()
+        << " were expected; first difference at byte "
         << std::mismatch(actual.begin(), actual.end(), expected.begin(), expected.end()).first -
                actual.begin();
   }

@@ -40,9 +40,9 @@ std::vector<std::int32_t> RunsOfTimes(int count, int run) {
 
 // Every stored time, its neighbours, and the extremes.
 std::set<std::int64_t> Probes(std::vector<std::int32_t> const& times) {
-  std::set<std::int64_t> probes = {std::numeric_limits<long>::min(), std::numeric_limits<std::int32_t>::min(),
-                                   std::numeric_limits<std::int32_t>::max(),
-                                   std::numeric_limits<long>::max()};
+  std::set<std::int64_t> probes = {
+      std::numeric_limits<long>::min(), std::numeric_limits<std::int32_t>::min(),
+      std::numeric_limits<std::int32_t>::max(), std::numeric_limits<long>::max()};
   for (std::int32_t time : times) probes.insert({time - 1, time, time + 1});
   return probes;
 }
@@ -51,7 +51,8 @@ class TimeSearchTest : public ::testing::Test {
  protected:
   // A new file of candle records with these times (and `trailer` after them),
   // opened by a new symbol.
-  std::unique_ptr<CSymbol> Stored(std::vector<std::int32_t> const& times, Bytes const& trailer = {}) {
+  std::unique_ptr<CSymbol> Stored(std::vector<std::int32_t> const& times,
+                                  Bytes const& trailer = {}) {
     path_ = dir_.File("search" + std::to_string(files_++) + ".cjd");
     cjdtest::WriteFileBytes(path_, cjdtest::Concatenated(fields_.File(Records(times)), trailer));
     return cjdtest::OpenSymbol(owner_, path_);
@@ -64,8 +65,9 @@ class TimeSearchTest : public ::testing::Test {
   // The times of the whole records in the file now, read byte by byte.
   std::vector<std::int32_t> TimesInFile() const {
     const Bytes bytes = cjdtest::ReadFileBytes(path_);
-    const Bytes records(bytes.begin() + static_cast<long>(std::min(fields_.FirstRecord(), bytes.size())),
-                        bytes.end());
+    const Bytes records(
+        bytes.begin() + static_cast<long>(std::min(fields_.FirstRecord(), bytes.size())),
+        bytes.end());
     return cjdtest::TimesOf(records, fields_.RecordSize());
   }
 
@@ -81,10 +83,12 @@ class TimeSearchTest : public ::testing::Test {
       while (expected < static_cast<int>(times.size()) && times[expected] < probe) ++expected;
       const int found = file.GetDataPointIndex(static_cast<long>(probe));
       int direct = -1;
-      const Status status = file.FindDataPointIndex(static_cast<long>(probe), file.FileSize(), &direct);
+      const Status status =
+          file.FindDataPointIndex(static_cast<long>(probe), file.FileSize(), &direct);
       if (found != expected || direct != expected || !status.ok()) {
-        return ::testing::AssertionFailure() << "time " << probe << ": found " << found << " and " << direct
-                                             << ", expected " << expected << " of " << times.size();
+        return ::testing::AssertionFailure()
+               << "time " << probe << ": found " << found << " and " << direct << ", expected "
+               << expected << " of " << times.size();
       }
     }
     if (fileSystem_.readsPastEnd > 0)
@@ -120,11 +124,11 @@ TEST_F(TimeSearchTest, AgreesWithALinearScanOverManySizesAndRunsOfEqualTimes) {
   for (bool ticks : {false, true}) {
     fields_ = ticks ? cjdtest::TickFields() : cjdtest::HeaderFields{};
     const int stride = Stride();
-    for (int count : {0, 1, 2, stride - 1, stride, stride + 1, 2 * stride - 1, 2 * stride, 2 * stride + 1,
-                      7 * stride + 5, kLargeCount}) {
+    for (int count : {0, 1, 2, stride - 1, stride, stride + 1, 2 * stride - 1, 2 * stride,
+                      2 * stride + 1, 7 * stride + 5, kLargeCount}) {
       for (int run : {1, 2, 5, stride - 1, stride, stride + 1, 3 * stride}) {
-        SCOPED_TRACE((ticks ? "ticks, " : "candles, ") + std::to_string(count) + " records in runs of " +
-                     std::to_string(run));
+        SCOPED_TRACE((ticks ? "ticks, " : "candles, ") + std::to_string(count) +
+                     " records in runs of " + std::to_string(run));
         std::unique_ptr<CSymbol> symbol = Stored(RunsOfTimes(count, run));
         ASSERT_TRUE(AgreesWithTheFile(*symbol->file()));
       }
@@ -157,9 +161,10 @@ TEST_F(TimeSearchTest, InsertsKeepTheIndexInStep) {
     insert(cjdtest::TimesFrom(TimesInFile().back() + kTimeStep, count, kTimeStep));
   insert({kFirstTime - 5 * kTimeStep, kFirstTime - kTimeStep});  // before everything
   const std::int32_t middle = kFirstTime + 3 * stride * kTimeStep;
-  insert({middle + 1, middle + 2});                                            // in the middle
-  insert({kFirstTime + stride * kTimeStep});                                   // replaces a block start
-  insert({kFirstTime + 5 * kTimeStep + 3, TimesInFile().back() + kTimeStep});  // in the middle and after
+  insert({middle + 1, middle + 2});           // in the middle
+  insert({kFirstTime + stride * kTimeStep});  // replaces a block start
+  insert({kFirstTime + 5 * kTimeStep + 3,
+          TimesInFile().back() + kTimeStep});  // in the middle and after
 }
 
 // Records written through the stream at record boundaries, one of them at
@@ -172,30 +177,34 @@ TEST_F(TimeSearchTest, StreamWritesAndAnotherWriterAreSeen) {
   std::unique_ptr<CSymbol> symbol = Stored(RunsOfTimes(4 * stride, 1));
   CSDTFile& file = *symbol->file();
   ASSERT_TRUE(AgreesWithTheFile(file));
-  const std::int32_t later = kFirstTime + stride * kTimeStep + kTimeStep / 2;  // still before the next record
+  const std::int32_t later =
+      kFirstTime + stride * kTimeStep + kTimeStep / 2;  // still before the next record
   Bytes record = Records({later});
   file.SeekToDataPoint(stride);
   ASSERT_EQ(file.Write(record.data(), fields_.RecordSize()), 1);
   EXPECT_TRUE(AgreesWithTheFile(file));
-  Bytes tail = Records(cjdtest::TimesFrom(kFirstTime + 5 * stride * kTimeStep, 5 * stride, kTimeStep));
+  Bytes tail =
+      Records(cjdtest::TimesFrom(kFirstTime + 5 * stride * kTimeStep, 5 * stride, kTimeStep));
   file.SeekToDataPoint(4 * stride);
   ASSERT_EQ(file.Write(tail.data(), static_cast<unsigned int>(tail.size())), 1);
   EXPECT_LE(BytesOfOneSearch(file, kFirstTime + 6 * stride * kTimeStep), TimeIndex::kBlockBytes);
   EXPECT_TRUE(AgreesWithTheFile(file));
   const std::int32_t earlier = kFirstTime + 2 * stride * kTimeStep - kTimeStep / 2;
-  file.Seek(static_cast<long>(file.FirstRecordOffset() + std::uint64_t(2 * stride) * fields_.RecordSize()),
+  file.Seek(static_cast<long>(file.FirstRecordOffset() +
+                              std::uint64_t(2 * stride) * fields_.RecordSize()),
             SEEK_SET);
   ASSERT_EQ(file.Write(&earlier, sizeof(earlier)), 1);
   EXPECT_TRUE(AgreesWithTheFile(file));
 
-  std::filesystem::resize_file(path_,
-                               fields_.FirstRecord() + std::uint64_t(2 * stride + 3) * fields_.RecordSize());
+  std::filesystem::resize_file(
+      path_, fields_.FirstRecord() + std::uint64_t(2 * stride + 3) * fields_.RecordSize());
   EXPECT_TRUE(AgreesWithTheFile(file));
-  const Bytes bytes =
-      fields_.File(Records(cjdtest::TimesFrom(kFirstTime - 1000 * kTimeStep, 7 * stride, kTimeStep)));
+  const Bytes bytes = fields_.File(
+      Records(cjdtest::TimesFrom(kFirstTime - 1000 * kTimeStep, 7 * stride, kTimeStep)));
   {
     std::fstream out(path_, std::ios::in | std::ios::out | std::ios::binary);
-    out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+    out.write(reinterpret_cast<const char*>(bytes.data()),
+              static_cast<std::streamsize>(bytes.size()));
   }
   EXPECT_TRUE(AgreesWithTheFile(file));
   std::unique_ptr<CSymbol> other = cjdtest::OpenSymbol(owner_, path_);
@@ -211,12 +220,14 @@ TEST_F(TimeSearchTest, StreamWritesAndAnotherWriterAreSeen) {
 // search and every time range stays inside the file's whole records.
 TEST_F(TimeSearchTest, UnsortedTimesNeverLeadOutsideTheFile) {
   std::vector<std::int32_t> times(kLargeCount);
-  for (std::int32_t& time : times) time = kFirstTime + static_cast<std::int32_t>(rng_() % kLargeCount);
+  for (std::int32_t& time : times)
+    time = kFirstTime + static_cast<std::int32_t>(rng_() % kLargeCount);
   const Bytes trailer = {1, 2, 3};
   std::unique_ptr<CSymbol> symbol = Stored(times, trailer);
   Bytes buffer(std::size_t(kLargeCount) * fields_.RecordSize());
   for (int i = 0; i < 2000; ++i) {
-    const std::int32_t from = kFirstTime + static_cast<std::int32_t>(rng_() % (kLargeCount + 2)) - 1;
+    const std::int32_t from =
+        kFirstTime + static_cast<std::int32_t>(rng_() % (kLargeCount + 2)) - 1;
     const std::int32_t to = kFirstTime + static_cast<std::int32_t>(rng_() % (kLargeCount + 2)) - 1;
     const int index = symbol->file()->GetDataPointIndex(from);
     ASSERT_GE(index, 0);

@@ -36,7 +36,9 @@ T At(Bytes const& bytes, std::size_t offset) {
 class WriteAheadLogTest : public ::testing::Test {
  protected:
   std::string Folder() const { return dir_.path().string(); }
-  Bytes Records(std::vector<std::int32_t> const& times) { return cjdtest::MakeRecords(times, kRecordSize, rng_); }
+  Bytes Records(std::vector<std::int32_t> const& times) {
+    return cjdtest::MakeRecords(times, kRecordSize, rng_);
+  }
   std::string StoreFile(std::string const& name, int count) {
     stored_ = Records(cjdtest::TimesFrom(kFirstTime, count, kStep));
     const std::string path = dir_.File(name);
@@ -45,16 +47,19 @@ class WriteAheadLogTest : public ::testing::Test {
   }
   std::vector<wal::Frame> FramesOfLog() {
     std::unique_ptr<RandomAccessFile> file;
-    EXPECT_TRUE(FileSystem::Default().Open(dir_.File(wal::kLogFileName), OpenMode::ReadOnly, &file).ok());
+    EXPECT_TRUE(
+        FileSystem::Default().Open(dir_.File(wal::kLogFileName), OpenMode::ReadOnly, &file).ok());
     wal::LogContents contents;
     EXPECT_TRUE(wal::ReadLog(*file, &contents).ok());
     return contents.frames;
   }
-  void WriteLog(std::uint64_t salt, std::vector<wal::Frame> const& frames, std::uint64_t chainSeed) {
+  void WriteLog(std::uint64_t salt, std::vector<wal::Frame> const& frames,
+                std::uint64_t chainSeed) {
     const auto header = wal::EncodeHeader(salt);
     Bytes bytes(header.begin(), header.end());
     for (wal::Frame const& frame : frames) {
-      chainSeed = wal::EncodeFrame(frame, frame.payload.data(), frame.payload.size(), chainSeed, bytes);
+      chainSeed =
+          wal::EncodeFrame(frame, frame.payload.data(), frame.payload.size(), chainSeed, bytes);
     }
     cjdtest::WriteFileBytes(dir_.File(wal::kLogFileName), bytes);
   }
@@ -111,11 +116,11 @@ TEST_F(WriteAheadLogTest, InsertsChangeTheFileInPlaceFromTheirFirstRecordOn) {
   const std::int32_t last = kFirstTime + (kStored - 1) * kStep;
   const int large = WriteAheadLog::kDirectAppendBytes / kRecordSize + 1;
   const std::vector<std::pair<std::vector<std::int32_t>, int>> inserts = {
-      {{last + kStep}, kStored},                         // a small append
+      {{last + kStep}, kStored},                                          // a small append
       {cjdtest::TimesFrom(last + 2 * kStep, large, kStep), kStored + 1},  // a large one
-      {{last + (large + 1) * kStep}, kStored + large},   // the newest record again
-      {{last + large * kStep + 1}, kStored + large},     // between the last two
-      {{kFirstTime - 1}, 0},                             // before the first
+      {{last + (large + 1) * kStep}, kStored + large},                    // the newest record again
+      {{last + large * kStep + 1}, kStored + large},                      // between the last two
+      {{kFirstTime - 1}, 0},                                              // before the first
   };
   Bytes expected = stored_;
   for (auto const& [times, firstAffected] : inserts) {
@@ -125,7 +130,8 @@ TEST_F(WriteAheadLogTest, InsertsChangeTheFileInPlaceFromTheirFirstRecordOn) {
     ASSERT_TRUE(log->Checkpoint().ok());
     expected = cjdtest::MergeByTime(expected, batch, kRecordSize);
     const Bytes fileAfter = cjdtest::ReadFileBytes(real);
-    const std::size_t unchanged = cjdtest::HeaderFields{}.FirstRecord() + std::size_t(firstAffected) * kRecordSize;
+    const std::size_t unchanged =
+        cjdtest::HeaderFields{}.FirstRecord() + std::size_t(firstAffected) * kRecordSize;
     EXPECT_TRUE(std::equal(fileBefore.begin(), fileBefore.begin() + unchanged, fileAfter.begin()));
     EXPECT_TRUE(cjdtest::SameRecords(cjdtest::RecordsOf(real), expected, kRecordSize));
     struct stat after {};
@@ -150,7 +156,8 @@ TEST_F(WriteAheadLogTest, PendingInsertsAreReadAtOnceAndTheFileWaitsForTheCheckp
   cjdtest::TestOwner owner(true, nullptr, log.get());
   std::unique_ptr<CSymbol> first = cjdtest::OpenSymbol(owner, path);
   std::unique_ptr<CSymbol> second = cjdtest::OpenSymbol(owner, path);
-  ASSERT_EQ(first->file()->GetDataPointIndex(kFirstTime + 5 * kStep), 5);  // an index to keep in step
+  ASSERT_EQ(first->file()->GetDataPointIndex(kFirstTime + 5 * kStep),
+            5);  // an index to keep in step
   Bytes batch = Records({kFirstTime + 3 * kStep + 1, kFirstTime + kStored * kStep});
   ASSERT_TRUE(second->InsertData(2, batch.data()).ok());
   const Bytes expected = cjdtest::MergeByTime(stored_, batch, kRecordSize);
@@ -191,8 +198,12 @@ TEST_F(WriteAheadLogTest, RecoveryFollowsOnlySoundFramesInsideTheFolder) {
   onDisk[kRecordSize + 7] ^= 0xFF;  // the second record never reached the disk whole
   cjdtest::WriteFileBytes(a, cjdtest::Concatenated(initialA, onDisk));
   const wal::Frame intent{wal::FrameKind::AppendIntent, "a.cjd", end, 0, 0, {}};
-  const wal::Frame done{wal::FrameKind::AppendDone, "a.cjd", end, appended.size(),
-                        wal::ExtentChecksum(appended.data(), appended.size()), {}};
+  const wal::Frame done{wal::FrameKind::AppendDone,
+                        "a.cjd",
+                        end,
+                        appended.size(),
+                        wal::ExtentChecksum(appended.data(), appended.size()),
+                        {}};
   const wal::Frame later{wal::FrameKind::Write, "b.cjd", end, kRecordSize, 0, newer};
   WriteLog(9, {intent, done, later}, 9);
   RecoveryReport report;
@@ -228,7 +239,8 @@ TEST_F(WriteAheadLogTest, TimeSearchesNeverReadTheWholeFile) {
   cjdtest::TestOwner owner(false, &fileSystem);
   std::unique_ptr<CSymbol> symbol = cjdtest::OpenSymbol(owner, path);
   std::int64_t mostRead = 0;
-  const int searchesToIndex = 2 * int(std::uint64_t{kLarge} * kRecordSize / CSDTFile::kIndexStepBytes);
+  const int searchesToIndex =
+      2 * int(std::uint64_t{kLarge} * kRecordSize / CSDTFile::kIndexStepBytes);
   for (int search = 0; search <= searchesToIndex; ++search) {
     fileSystem.Arm({});
     const int index = (search * 7919) % kLarge;

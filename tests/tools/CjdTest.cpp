@@ -42,7 +42,9 @@ Outcome Cjd(QStringList const& arguments, QString const& workingDirectory = QStr
           process.readAllStandardError().toStdString()};
 }
 
-Outcome Cjd(const char* command, std::string const& path) { return Cjd({command, QString::fromStdString(path)}); }
+Outcome Cjd(const char* command, std::string const& path) {
+  return Cjd({command, QString::fromStdString(path)});
+}
 
 void Append(std::string const& path, Bytes const& bytes) {
   Bytes all = cjdtest::ReadFileBytes(path);
@@ -77,7 +79,9 @@ void InsertAndDie(QString const& folder, std::string const& path, std::vector<Ba
     cjdtest::TestOwner owner(true, nullptr, log.get());
     std::unique_ptr<CSymbol> symbol = cjdtest::OpenSymbol(owner, path);
     for (Batch& batch : batches) {
-      done = done && symbol->InsertData(int(batch.size()), reinterpret_cast<unsigned char*>(batch.data())).ok();
+      done = done &&
+             symbol->InsertData(int(batch.size()), reinterpret_cast<unsigned char*>(batch.data()))
+                 .ok();
     }
     _exit(done ? EXIT_SUCCESS : EXIT_FAILURE);
   }
@@ -108,7 +112,8 @@ class CjdTest : public ::testing::Test {
       for (int i = 0; i < kRecords; ++i) ticks.push_back({kStart + i * kStep, 1.5f + i, 7});
       symbol->InsertData(kRecords, reinterpret_cast<unsigned char*>(ticks.data()));
     } else {
-      for (int i = 0; i < kRecords; ++i) candles.push_back(cjdtest::Candle(kStart + i * kStep, 1.25f + i));
+      for (int i = 0; i < kRecords; ++i)
+        candles.push_back(cjdtest::Candle(kStart + i * kStep, 1.25f + i));
       symbol->InsertData(kRecords, reinterpret_cast<unsigned char*>(candles.data()));
     }
     return symbol->file()->path();
@@ -125,10 +130,11 @@ TEST_F(CjdTest, InfoPrintsEveryHeaderField) {
   EXPECT_EQ(run.status, 0);
   for (const char* line :
        {"type: Component Jet Data File\n", "version: 1\n", "description area offset (D): 514\n",
-        "descriptions: 1\n", "  description 0: source = test\n", "header size (H): 2323\n", "views: 5\n",
-        "  view 0: float Open\n", "  view 4: float Volume\n", "name: EURUSD\n", "title: EURUSD\n",
-        "period: I5 (kind I, length 5)\n", "provider: Demo\n", "code: EURUSD\n", "point size: 0.0001\n",
-        "record size: 24\n", "first record offset: 3103\n", "file size: 3175\n"}) {
+        "descriptions: 1\n", "  description 0: source = test\n", "header size (H): 2323\n",
+        "views: 5\n", "  view 0: float Open\n", "  view 4: float Volume\n", "name: EURUSD\n",
+        "title: EURUSD\n", "period: I5 (kind I, length 5)\n", "provider: Demo\n", "code: EURUSD\n",
+        "point size: 0.0001\n", "record size: 24\n", "first record offset: 3103\n",
+        "file size: 3175\n"}) {
     EXPECT_THAT(run.out, HasSubstr(line));
   }
 }
@@ -148,8 +154,11 @@ TEST_F(CjdTest, DumpPrintsTheRecordsAsATableOrTheCsvOfTheHost) {
     QStringList options;
     int begin, end;  // the records printed
   } kSelections[] = {
-      {{}, 0, 3}, {{"--first", "2"}, 0, 2}, {{"--last", "1"}, 2, 3},
-      {{"--first", "10"}, 0, 3}, {{"--last", "0"}, 3, 3},
+      {{}, 0, 3},
+      {{"--first", "2"}, 0, 2},
+      {{"--last", "1"}, 2, 3},
+      {{"--first", "10"}, 0, 3},
+      {{"--last", "0"}, 3, 3},
       // From the last record before --from up to, not including, --to.
       {{"--from", QString::number(kStart + kStep + 1), "--to", "2024-01-02T03:14:05Z"}, 1, 2},
       {{"--from", QString::number(kStart), "--to", QString::number(kStart + 3 * kStep)}, 0, 3},
@@ -159,8 +168,8 @@ TEST_F(CjdTest, DumpPrintsTheRecordsAsATableOrTheCsvOfTheHost) {
     const Outcome run = Cjd(QStringList{"dump", path, "--csv"} + s.options);
     EXPECT_EQ(run.status, 0);
     std::ostringstream csv;
-    WriteCsv(csv, LayoutOf({'I', 5, 0}), reinterpret_cast<const unsigned char*>(candles.data() + s.begin),
-             s.end - s.begin);
+    WriteCsv(csv, LayoutOf({'I', 5, 0}),
+             reinterpret_cast<const unsigned char*>(candles.data() + s.begin), s.end - s.begin);
     EXPECT_EQ(run.out, csv.str());
   }
   EXPECT_EQ(Cjd({"dump", QString::fromStdString(MakeFile("GBPUSD", {'I', 0, 0})), "--csv"}).out,
@@ -190,9 +199,12 @@ TEST_F(CjdTest, CheckReportsAndRepairMendsOrRefuses) {
     int repairStatus;
     std::string repair;  // a part of its output (of the errors when it refuses)
   } cases[] = {
-      {"clean", [] {}, "file size: " + cleanSize + "\nwhole records: 3\npartial record bytes: 0\nlog: none pending\n",
+      {"clean", [] {},
+       "file size: " + cleanSize +
+           "\nwhole records: 3\npartial record bytes: 0\nlog: none pending\n",
        "clean: 3 records\n", 0, "nothing to repair: 3 whole records\n"},
-      {"partial record", [&] { Append(path, partial); }, "whole records: 3\npartial record bytes: 10\n",
+      {"partial record", [&] { Append(path, partial); },
+       "whole records: 3\npartial record bytes: 10\n",
        "10 bytes of a partial record at the end\n1 problem\n", 0,
        "cut 10 bytes of a partial record\n3 whole records remain\n"},
       {"unfinished append in the log",
@@ -202,8 +214,10 @@ TEST_F(CjdTest, CheckReportsAndRepairMendsOrRefuses) {
          bytes.back() ^= 1;
          cjdtest::WriteFileBytes(path, bytes);
        },
-       " on disk, " + cleanSize + " as readers see it\nwhole records: 3\npartial record bytes: 0\nlog: the " +
-           directBytes + " bytes after byte " + cleanSize + " are an unfinished append; recovery cuts them\n",
+       " on disk, " + cleanSize +
+           " as readers see it\nwhole records: 3\npartial record bytes: 0\nlog: the " +
+           directBytes + " bytes after byte " + cleanSize +
+           " are an unfinished append; recovery cuts them\n",
        "clean: 3 records\n", 0,
        "log: recovered 1 file of the data folder: 1 file cut back after an unfinished append\n"
        "3 whole records remain\n"},
@@ -215,7 +229,8 @@ TEST_F(CjdTest, CheckReportsAndRepairMendsOrRefuses) {
        },
        "whole records: 5\npartial record bytes: 10\n",
        "10 bytes of a partial record at the end\n2 zero-time records at the end\n2 problems\n", 0,
-       "cut 10 bytes of a partial record\nremoved 2 zero-time records at the end\n3 whole records remain\n"},
+       "cut 10 bytes of a partial record\nremoved 2 zero-time records at the end\n3 whole records "
+       "remain\n"},
       {"out of order and a partial record",
        [&] {
          AppendCandles(path, {kStart + kStep, kStart + 10 * kStep, kStart});
@@ -227,24 +242,32 @@ TEST_F(CjdTest, CheckReportsAndRepairMendsOrRefuses) {
        "record 5: time 1704164645 is not after 1704167645\n"
        "3 problems\n",
        1,
-       "cannot repair: record times out of order (record 3: time 1704164945 is not after 1704165245; 2 in all); "
+       "cannot repair: record times out of order (record 3: time 1704164945 is not after "
+       "1704165245; 2 in all); "
        "nothing was cut\n"},
-      {"zero time before the end", [&] { AppendCandles(path, {0, kStart + 10 * kStep}); }, "whole records: 5\n",
-       "record 3: time 0 is not after 1704165245\n1 problem\n", 1,
-       "cannot repair: record times out of order (record 3: time 0 is not after 1704165245; 1 in all)"},
+      {"zero time before the end",
+       [&] {
+         AppendCandles(path, {0, kStart + 10 * kStep});
+       },
+       "whole records: 5\n", "record 3: time 0 is not after 1704165245\n1 problem\n", 1,
+       "cannot repair: record times out of order (record 3: time 0 is not after 1704165245; 1 in "
+       "all)"},
       {"repeated time", [&] { AppendCandles(path, {kStart + 2 * kStep}); }, "whole records: 4\n",
        "record 3: time 1704165245 repeats the time of record 2\n1 problem\n", 1,
-       "cannot repair: record times out of order (record 3: time 1704165245 repeats the time of record 2; 1 in all)"},
+       "cannot repair: record times out of order (record 3: time 1704165245 repeats the time of "
+       "record 2; 1 in all)"},
       {"description offset past the end",
        [&] {
          Bytes bytes = clean;
          bytes[cjd::kDescriptionAreaOffsetField] = 0xff;
          cjdtest::WriteFileBytes(path, bytes);
        },
-       "the header is damaged", "header does not load: the header is damaged\n", 1, "header does not load"},
+       "the header is damaged", "header does not load: the header is damaged\n", 1,
+       "header does not load"},
       {"another kind of file", [&] { cjdtest::WriteFileBytes(path, Bytes(4000, 'x')); },
        "not a data file of this type and version",
-       "header does not load: not a data file of this type and version\n", 1, "header does not load"},
+       "header does not load: not a data file of this type and version\n", 1,
+       "header does not load"},
       {"no file", [&] { std::filesystem::remove(path); }, path + ": No such file or directory",
        "header does not load: No such file or directory\n", 1, "header does not load"},
   };
@@ -283,15 +306,18 @@ TEST_F(CjdTest, ShowsTheChangesOfTheLogAndRepairAppliesThem) {
   const Bytes log = cjdtest::ReadFileBytes(logPath());
   const Batch shown = {candles[0], replaced[0], candles[2], appended[0]};
   std::ostringstream csv;
-  WriteCsv(csv, LayoutOf({'I', 5, 0}), reinterpret_cast<const unsigned char*>(shown.data()), shown.size());
+  WriteCsv(csv, LayoutOf({'I', 5, 0}), reinterpret_cast<const unsigned char*>(shown.data()),
+           shown.size());
   const std::string onDisk = std::to_string(file.size());
   const std::string readers = std::to_string(file.size() + sizeof(CCandleDataPoint));
-  EXPECT_THAT(Cjd("info", path).out, HasSubstr("file size: " + onDisk + " on disk, " + readers +
-                                              " as readers see it\nwhole records: 4\npartial record bytes: 0\n"
-                                              "log: 2 changes not yet in the file are shown\n"));
+  EXPECT_THAT(Cjd("info", path).out,
+              HasSubstr("file size: " + onDisk + " on disk, " + readers +
+                        " as readers see it\nwhole records: 4\npartial record bytes: 0\n"
+                        "log: 2 changes not yet in the file are shown\n"));
   EXPECT_EQ(Cjd({"dump", QString::fromStdString(path), "--csv"}).out, csv.str());
   EXPECT_EQ(Cjd("check", path).out, "clean: 4 records\n");
-  EXPECT_THAT(Cjd({"ls", data()}).out, HasSubstr("EURUSD  4        2024-01-02T03:04:05Z  2024-01-02T03:19:05Z\n"));
+  EXPECT_THAT(Cjd({"ls", data()}).out,
+              HasSubstr("EURUSD  4        2024-01-02T03:04:05Z  2024-01-02T03:19:05Z\n"));
   EXPECT_EQ(cjdtest::ReadFileBytes(path), file);
   EXPECT_EQ(cjdtest::ReadFileBytes(logPath()), log);
   EXPECT_FALSE(std::filesystem::exists((data() + "/" + FolderLock::kLockFileName).toStdString()));
@@ -307,7 +333,9 @@ TEST_F(CjdTest, ShowsTheChangesOfTheLogAndRepairAppliesThem) {
 
   const Outcome repair = Cjd("repair", path);
   EXPECT_EQ(repair.status, 0);
-  EXPECT_EQ(repair.out, "log: recovered 1 file of the data folder: 2 frames replayed\n4 whole records remain\n");
+  EXPECT_EQ(
+      repair.out,
+      "log: recovered 1 file of the data folder: 2 frames replayed\n4 whole records remain\n");
   EXPECT_THAT(Cjd("info", path).out, HasSubstr("file size: " + readers + "\nwhole records: 4\n"));
   EXPECT_EQ(Cjd({"dump", QString::fromStdString(path), "--csv"}).out, csv.str());
   std::unique_ptr<RandomAccessFile> logFile;
@@ -323,13 +351,16 @@ TEST_F(CjdTest, ListsEveryFileOfADataFolder) {
   MakeFile("Gold", {'D', 0, 0}, "Other");
   EXPECT_EQ(Cjd({"ls", data()}).status, 0);
   QDir(data()).mkpath("Other/deep");
-  cjdtest::WriteFileBytes((data() + "/Other/deep/broken.cjd").toStdString(), {'s', 'h', 'o', 'r', 't'});
+  cjdtest::WriteFileBytes((data() + "/Other/deep/broken.cjd").toStdString(),
+                          {'s', 'h', 'o', 'r', 't'});
   const Outcome run = Cjd({"ls", "data"}, dir.path());
   EXPECT_EQ(run.status, 1);
   EXPECT_EQ(run.out,
             "provider  name                   period  code    records  first                 last\n"
-            "Demo      EURUSD                 I5      EURUSD  3        2024-01-02T03:04:05Z  2024-01-02T03:14:05Z\n"
-            "Other     Gold                   D       Gold    3        2024-01-02T03:04:05Z  2024-01-02T03:14:05Z\n"
+            "Demo      EURUSD                 I5      EURUSD  3        2024-01-02T03:04:05Z  "
+            "2024-01-02T03:14:05Z\n"
+            "Other     Gold                   D       Gold    3        2024-01-02T03:04:05Z  "
+            "2024-01-02T03:14:05Z\n"
             "deep      Other/deep/broken.cjd  does not load: the file is shorter than a header\n");
   EXPECT_EQ(Cjd({"ls", dir.path() + "/none"}).status, 1);
 }
@@ -338,13 +369,23 @@ TEST(CjdCommandLineTest, HelpOnEveryCommandAndBadArgumentsExitWith2) {
   for (const char* command : {"", "info", "dump", "check", "ls", "repair"}) {
     const Outcome run = Cjd(*command ? QStringList{command, "--help"} : QStringList{"--help"});
     EXPECT_EQ(run.status, 0) << command;
-    EXPECT_THAT(run.out, HasSubstr(std::string("usage: cjd ") + (*command ? command : "COMMAND"))) << command;
+    EXPECT_THAT(run.out, HasSubstr(std::string("usage: cjd ") + (*command ? command : "COMMAND")))
+        << command;
   }
   const std::vector<QStringList> bad = {
-      {}, {"frobnicate"}, {"info"}, {"info", "a.cjd", "b.cjd"}, {"check", "a.cjd", "--bogus"},
-      {"dump", "a.cjd", "--first"}, {"dump", "a.cjd", "--first", "x"}, {"dump", "a.cjd", "--last", "-1"},
-      {"dump", "a.cjd", "--first", "1", "--last", "1"}, {"dump", "a.cjd", "--from", "100"},
-      {"dump", "a.cjd", "--from", "yesterday", "--to", "100"}, {"dump", "a.cjd", "--csv", "--csv"}, {"ls"},
+      {},
+      {"frobnicate"},
+      {"info"},
+      {"info", "a.cjd", "b.cjd"},
+      {"check", "a.cjd", "--bogus"},
+      {"dump", "a.cjd", "--first"},
+      {"dump", "a.cjd", "--first", "x"},
+      {"dump", "a.cjd", "--last", "-1"},
+      {"dump", "a.cjd", "--first", "1", "--last", "1"},
+      {"dump", "a.cjd", "--from", "100"},
+      {"dump", "a.cjd", "--from", "yesterday", "--to", "100"},
+      {"dump", "a.cjd", "--csv", "--csv"},
+      {"ls"},
   };
   for (QStringList const& arguments : bad) {
     const Outcome run = Cjd(arguments);

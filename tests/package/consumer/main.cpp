@@ -12,7 +12,8 @@ int main() {
     std::fprintf(stderr, "dlopen: %s\n", dlerror());
     return 1;
   }
-  const auto getInfo = reinterpret_cast<GetModuleInfoFunction>(dlsym(library, kExportGetModuleInfo));
+  const auto getInfo =
+      reinterpret_cast<GetModuleInfoFunction>(dlsym(library, kExportGetModuleInfo));
   MODULE_INFO info{};
   if (getInfo == nullptr || getInfo(&info) != 0) {
     std::fprintf(stderr, "%s failed\n", kExportGetModuleInfo);
