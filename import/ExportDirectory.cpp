@@ -2,6 +2,7 @@
 // and the first and last date of a data file.
 
 #include "ExportDirectory.h"
+#include "Period.h"
 
 #include <QDate>
 #include <QTime>
@@ -42,7 +43,6 @@ constexpr int kHeaderCountEnd = kHeaderCountOffset + 2;
 constexpr qint64 kHeaderCountModulus = 65536;  // the count is a u16
 constexpr int kFieldSize = 4;                  // one MBF float
 constexpr int kLargestRecord = 255;            // R is one byte in every index
-constexpr char kIntraday = 'I';
 constexpr char kDateFormat[] = "dd.MM.yy";
 constexpr char kTimeFormat[] = "hh:mm:ss";
 
@@ -113,7 +113,7 @@ std::optional<DateDigits> DecodeDateWord(float mbf) {
 // The date (and for 'I' the time) of counted record k of the file, as shown;
 // empty when it does not read or decode.
 QString RecordTime(ExportDataFile& file, int recordLength, char period, qint64 k) {
-  const bool intraday = period == kIntraday;
+  const bool intraday = period == period::kIntraday;
   if (recordLength < (intraday ? 2 : 1) * kFieldSize) return {};
   unsigned char record[kLargestRecord];
   if (file.Read(k, 1, record) != 1) return {};

@@ -34,9 +34,10 @@ class DateTime;
 
 class CModule {
  public:
-  static constexpr std::uint32_t kModuleKind = 7;     // MODULE_INFO::kind
-  static constexpr std::uint32_t kDefaultExtra = 20;  // MODULE_INFO::extra before a module sets it
-  static constexpr int kContextNameBytes = 20;        // bound of MODULE_INFO::contextName
+  static constexpr std::uint32_t kModuleKind = 7;  // MODULE_INFO::kind
+  // Compat: MODULE_INFO::extra is 20 until the module sets its own; hosts read it.
+  static constexpr std::uint32_t kDefaultExtra = 20;
+  static constexpr int kContextNameBytes = 20;  // bound of MODULE_INFO::contextName
 
   CModule(char const* name, unsigned number1, unsigned number2, unsigned number3,
           std::string const& moduleName, QString const& contextName);
@@ -119,6 +120,8 @@ MODULE_EXPORT CModule* GetModule();
 // Copies a name into a fixed 8-bit host field: n bytes when n is at most
 // fieldSize - 1, fieldSize bytes otherwise (no terminator then). REQUIRES: the
 // field is zero-filled.
+// Compat: a name that fills the field loses its terminator, as hosts expect of
+// these records; readers bound it by the field (hostfield::Text).
 void CopyHostName(char* field, int fieldSize, QString const& name);
 
 #endif  // DATASTORE_MODULE_MODULE_H_

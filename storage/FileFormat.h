@@ -29,6 +29,10 @@
 // Readers use the stored D and H, not values recomputed from n and v. Wide
 // texts (name, title, provider) are written in the local 8-bit encoding and
 // read back one byte per character.
+//
+// Compat: D is written as n*512 + 2, a new symbol's point size is 0.0001 and
+// the reserved word is never written, as in the files other writers leave;
+// readers take what is stored, whatever it holds.
 
 #ifndef DATASTORE_STORAGE_FILEFORMAT_H_
 #define DATASTORE_STORAGE_FILEFORMAT_H_

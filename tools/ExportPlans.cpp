@@ -10,6 +10,7 @@
 #include <iterator>
 
 #include "ExportWriter.h"
+#include "Period.h"
 
 namespace {
 
@@ -17,7 +18,6 @@ constexpr int kDailyFields = 7;        // date, O, H, L, C, V, open interest
 constexpr int kIntradayFields = 8;     // date, time, O, H, L, C, V, open interest
 constexpr int kMinDailyFields = 5;     // date, H, L, C, V
 constexpr int kMinIntradayFields = 6;  // date, time, H, L, C, V
-constexpr char kIntraday = 'I';
 constexpr char kEndOfPeriodLetters[] = "DWMY";
 constexpr int kMaxIntradaySize = 32767;
 constexpr int kMinPlanParts = 2;  // SYMBOL,PERIOD
@@ -189,14 +189,15 @@ std::optional<Period> ParsePeriod(QString const& text) {
   }
   bool ok = false;
   const int size = text.mid(1).toInt(&ok);
-  if (!text.startsWith(QLatin1Char(kIntraday)) || !ok || size < 0 || size > kMaxIntradaySize)
+  if (!text.startsWith(QLatin1Char(period::kIntraday)) || !ok || size < 0 ||
+      size > kMaxIntradaySize)
     return std::nullopt;
-  return Period{kIntraday, size};
+  return Period{period::kIntraday, size};
 }
 
 }  // namespace
 
-bool IsIntraday(Period period) { return period.letter == kIntraday; }
+bool IsIntraday(Period period) { return period.letter == period::kIntraday; }
 
 QString PeriodText(Period period) {
   return QString(QLatin1Char(period.letter)) +

@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "ExportDirectory.h"
+#include "Period.h"
 
 namespace {
 
@@ -112,7 +113,7 @@ int BitsOf(ExportIndexRecord const& record) {
 }  // namespace
 
 int FieldBits(char period, int fieldCount) {
-  const bool intraday = period == 'I';
+  const bool intraday = period == period::kIntraday;
   const int extras = fieldCount - (intraday ? kMinIntradayFields : kMinDailyFields);
   if (extras < 0 || extras > int(std::size(kExtraFields))) return 0;
   int bits = intraday ? kIntradayBarFields : kBarFields;
