@@ -1,7 +1,16 @@
 #include "RequestQueue.h"
 
+#include <algorithm>
 #include <exception>
 #include <vector>
+
+namespace {
+
+// Past the stop budget, a completion call that lasts longer holds the worker:
+// the stop returns without it.
+constexpr std::chrono::milliseconds kHeldCall{100};
+
+}  // namespace
 
 std::shared_ptr<RequestQueue> RequestQueue::Create(RequestServer* server, HostCallback completion) {
   std::shared_ptr<RequestQueue> queue(new RequestQueue(server, completion));
@@ -135,6 +144,7 @@ void RequestQueue::Complete(HostWord context, std::uint32_t code, void* copy) {
     std::lock_guard<std::mutex> lock(mutex_);
     if (workerLeft_) return;
     inHostCall_ = true;
+    hostCallStart_ = Clock::now();
   }
   workerCondition_.notify_all();
   try {
@@ -144,8 +154,11 @@ void RequestQueue::Complete(HostWord context, std::uint32_t code, void* copy) {
   } catch (...) {
     ReportThrow("not a standard exception");
   }
-  std::lock_guard<std::mutex> lock(mutex_);
-  inHostCall_ = false;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    inHostCall_ = false;
+  }
+  workerCondition_.notify_all();
 }
 
 // A worker that Stop has left behind reports nothing.
@@ -177,11 +190,25 @@ RequestQueue::StopReport RequestQueue::Stop(std::chrono::milliseconds budget) {
 }
 
 // Until the worker is done, or the budget is spent while a completion call
-// holds it. Past the budget a write in progress is still waited for.
+// holds it. Past the budget a write in progress is still waited for, and so
+// are completion calls that return within kHeldCall: the completions of the
+// inserts written last come after the budget. A call that lasts longer, or
+// that began before the budget ended and outlasts it, holds the worker.
 bool RequestQueue::WaitForWorker(std::unique_lock<std::mutex>& lock) {
   workerCondition_.wait_until(lock, stopDeadline_, [this] { return workerDone_; });
-  workerCondition_.wait(lock, [this] { return workerDone_ || inHostCall_; });
-  return workerDone_;
+  while (!workerDone_) {
+    if (!inHostCall_) {
+      workerCondition_.wait(lock, [this] { return workerDone_ || inHostCall_; });
+      continue;
+    }
+    const Clock::time_point callStart = hostCallStart_;
+    const Clock::time_point heldAfter = std::max(callStart + kHeldCall, stopDeadline_);
+    const bool moved = workerCondition_.wait_until(lock, heldAfter, [this, callStart] {
+      return workerDone_ || !inHostCall_ || hostCallStart_ != callStart;
+    });
+    if (!moved) return false;
+  }
+  return true;
 }
 
 RequestQueue::StopReport RequestQueue::DropQueued() {

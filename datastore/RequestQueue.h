@@ -119,6 +119,7 @@ class RequestQueue : public std::enable_shared_from_this<RequestQueue> {
   bool stopRequested_ = false;                // the worker winds down
   Clock::time_point stopDeadline_;            // end of the stop budget
   bool inHostCall_ = false;                   // the worker is in a completion call
+  Clock::time_point hostCallStart_;           // when that call began
   bool workerLeft_ = false;                   // Stop returned without it: no more host calls
   bool workerDone_ = false;                   // the worker's loop has returned
   std::thread worker_;                        // joined or detached by Stop
