@@ -154,7 +154,8 @@ void Get(CSymbol& symbol, Trailer const& trailer, int mode) {
 }
 
 void GetEveryMode(CSymbol& symbol, Trailer const& trailer) {
-  for (int mode : {kGetNewest, kGetTimeRange, kGetOldest, InvalidMode(trailer.invalidMode)}) {
+  for (int mode :
+       {int{kGetNewest}, int{kGetTimeRange}, int{kGetOldest}, InvalidMode(trailer.invalidMode)}) {
     Get(symbol, trailer, mode);
   }
 }
