@@ -26,6 +26,7 @@
 #include "Candles.h"
 #include "Machine.h"
 #include "ModuleSession.h"
+#include "TableText.h"
 
 namespace {
 
@@ -69,16 +70,6 @@ std::string Micro(double micros) {
   std::snprintf(text, sizeof(text), micros < 1000 ? "%.3g us" : "%.4g ms",
                 micros < 1000 ? micros : micros / 1000);
   return text;
-}
-
-std::string Cell(std::string const& text, int width) {
-  return text.size() >= std::size_t(width) ? " " + text
-                                           : std::string(width - text.size(), ' ') + text;
-}
-
-std::string Left(std::string const& text, int width) {
-  return text.size() >= std::size_t(width) ? text + " "
-                                           : text + std::string(width - text.size(), ' ');
 }
 
 // Candles with the values of the base candles and times kTimeStep apart from `first`.

@@ -44,6 +44,7 @@
 #include "PlainImport.h"
 #include "SymbolRequest.h"
 #include "TemporaryFolder.h"
+#include "TableText.h"
 
 namespace {
 
@@ -262,16 +263,6 @@ std::string Format(const char* format, double value) {
   char text[kTextCapacity];
   std::snprintf(text, sizeof text, format, value);
   return text;
-}
-
-std::string Cell(std::string const& text, int width) {
-  return text.size() >= std::size_t(width) ? " " + text
-                                           : std::string(width - text.size(), ' ') + text;
-}
-
-std::string Left(std::string const& text, int width) {
-  return text.size() >= std::size_t(width) ? text + " "
-                                           : text + std::string(width - text.size(), ' ');
 }
 
 void PrintRow(std::string const& title, Stats const& stats, std::int64_t records,

@@ -51,6 +51,7 @@
 #include "Machine.h"
 #include "ModuleSession.h"
 #include "TemporaryFolder.h"
+#include "TableText.h"
 
 namespace {
 
@@ -116,16 +117,6 @@ std::string FormatTime(double seconds) {
 std::string FormatTime(Clock::duration time) { return FormatTime(Seconds(time).count()); }
 std::string FormatRatio(double ratio) { return Printf("%.3g%s", ratio, "x"); }
 std::string FormatBytes(double bytes) { return Printf("%.0f %s", bytes, "B"); }
-
-std::string Cell(std::string const& text, int width) {
-  return text.size() >= std::size_t(width) ? " " + text
-                                           : std::string(width - text.size(), ' ') + text;
-}
-
-std::string Left(std::string const& text, int width) {
-  return text.size() >= std::size_t(width) ? text + " "
-                                           : text + std::string(width - text.size(), ' ');
-}
 
 // --------------------------------------------------------------- statistics
 

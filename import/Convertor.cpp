@@ -273,7 +273,8 @@ void CConvertor::readMakeFile(QString dir) {
   dir_ = dir;
   if (hasDialog())
     controls_.directoryLine->setText(dir.replace(QLatin1Char('\\'), QLatin1Char('/')));
-  if (!IndexExists(dir_) || !loadIndex()) {
+  // A folder without an index reads as one without entries: InitTable says so.
+  if (!loadIndex()) {
     clearTable();
     sayNothingImports();
   }

@@ -188,14 +188,14 @@ bool ExportDataFile::Open(QString const& path, int recordLength) {
   file_.setFileName(path);
   if (!file_.open(QIODevice::ReadOnly | QIODevice::Unbuffered)) return false;
   recordLength_ = recordLength;
-  size_ = file_.size();
+  const qint64 size = file_.size();
   unsigned char header[kHeaderCountEnd] = {};
   int headerCount = 0;  // a header too short to hold the count: the size decides
   if (recordLength >= kHeaderCountEnd &&
       file_.read(reinterpret_cast<char*>(header), kHeaderCountEnd) == kHeaderCountEnd) {
     headerCount = header[kHeaderCountOffset] | (header[kHeaderCountOffset + 1] << 8);
   }
-  records_ = CountedRecords(size_, recordLength, headerCount);
+  records_ = CountedRecords(size, recordLength, headerCount);
   return true;
 }
 

@@ -45,8 +45,8 @@ std::optional<std::int32_t> UtcSeconds(std::chrono::year_month_day const& day, i
 // A data file: a header record of R bytes, whose u16 at offset 2 counts the
 // records plus one, then records of R bytes. The records are min(the header's
 // count, the whole records after the header); a count of 0 means the size.
-// Files of more than 65,534 records keep the count modulo 2^16: they read the
-// most records that agree with it (see CountedRecords).
+// Files of more than 65,534 records keep the count modulo 2^16: of the counts
+// that agree with it, the one nearest the file's size is read (CountedRecords).
 class ExportDataFile {
  public:
   ExportDataFile() = default;
@@ -56,7 +56,6 @@ class ExportDataFile {
   // False when the file does not open for reading or R < 1.
   bool Open(QString const& path, int recordLength);
   qint64 records() const { return records_; }
-  qint64 size() const { return size_; }
   // Reads whole records first .. first + count - 1 into out; returns how
   // many were read whole. REQUIRES: out holds count * R bytes.
   qint64 Read(qint64 first, qint64 count, unsigned char* out);
@@ -64,7 +63,6 @@ class ExportDataFile {
  private:
   QFile file_;
   int recordLength_ = 0;  // R
-  qint64 size_ = 0;       // bytes of the file when opened
   qint64 records_ = 0;    // data records to read
 };
 
